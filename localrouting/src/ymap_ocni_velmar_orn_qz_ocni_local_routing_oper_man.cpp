@@ -50,7 +50,8 @@ const char OC_NEXT_HOP_STATE_LEAF[] =
     "/network-instances/network-instance/protocols/protocol/static-routes/static/next-hops/next-hop"
     "/state/next-hop";
 
-const char EXISTS_TRACE[] = "default vrf already exists";
+/* Traced whenever an entry or leaf is found already made, whatever it is. */
+#define EXISTS_TRACE "default vrf already exists"
 
 /* Size of the converted copies of an operational value. */
 const size_t INDEX_BUF_LEN = 256;
@@ -319,7 +320,7 @@ cerrno rev_leaf(const ocni_cb_id &id, const oper_family &fam, const leaf_member 
     cerrno rc = ocni_xpath_run(ctx, &rec, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LEAF, entry,
                                OCNI_NS_OC_NI, value, "%s", m.leaf);
     if (rc == YFW_RC_NODE_EXISTS)
-        OCNI_TRC(id, ctx, "%s", EXISTS_TRACE);
+        OCNI_TRC(id, ctx, EXISTS_TRACE);
 
     /* Next-hop leaves leave the next-hop entry current; static leaves the node made. */
     if (m.entry == oc_entry::NEXT_HOP)
@@ -370,7 +371,7 @@ cerrno add_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, zidl_yfw_datatree *root
     rc = ocni_xpath_run(ctx, &rec, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_CONTAINER, root,
                         OCNI_NS_OC_NI, NULL, "%s", path);
     if (rc == YFW_RC_NODE_EXISTS)
-        OCNI_TRC(id, ctx, "%s", EXISTS_TRACE);
+        OCNI_TRC(id, ctx, EXISTS_TRACE);
     *entry = rec.result;
     return rc;
 }
