@@ -1,0 +1,448 @@
+/*
+ * ocni-map: runs the static-route mapping plug-in for real. Edits and
+ * reads OpenConfig static routes, reads and edits the native
+ * configuration, and manages the VRFs of a store directory.
+ *
+ * Exit status: 0 success, 1 the mapping refused the request (client
+ * message on stderr), 2 input that does not parse or validate, 3 store
+ * or internal error.
+ */
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ocni_map_engine.h"
+#include "yang_context.h"
+#include "yang_data.h"
+
+using ocni::tool::Outcome;
+namespace yang = ocni::yang;
+
+namespace {
+
+const char *const kUsage =
+    "usage: ocni-map [--store DIR] [--trace] [--yang-dir DIR] COMMAND [ARGS]\n"
+    "\n"
+    "Edits and reads static routes through the OpenConfig network-instance model;\n"
+    "the routes are kept in the router's native model in a store directory.\n"
+    "\n"
+    "commands:\n"
+    "  edit FILE|- [--dry-run]       merge an OpenConfig document (JSON or XML)\n"
+    "  delete PATH [--dry-run]       delete the node at an OpenConfig instance path\n"
+    "  get [--state] [--vrf NAME] [--prefix PREFIX]\n"
+    "                                print the OpenConfig configuration (and state)\n"
+    "  native                        print the native configuration\n"
+    "  native edit FILE|- [--dry-run]\n"
+    "                                apply a native document directly\n"
+    "  vrf add|delete NAME           add or delete a VRF of the store\n"
+    "  vrf list                      list the VRFs of the store\n"
+    "\n"
+    "options:\n"
+    "  --store DIR      store directory (default ./ocni-store)\n"
+    "  --trace          write the mapping's trace lines to stderr\n"
+    "  --yang-dir DIR   load the OpenConfig modules from DIR (a full published set)\n"
+    "  --help           this text; COMMAND --help describes one command\n"
+    "\n"
+    "exit status: 0 success, 1 edit refused by the mapping, 2 input that does not\n"
+    "parse or validate, 3 store or internal error\n";
+
+const char *const kEditHelp =
+    "usage: ocni-map edit FILE|- [--dry-run]\n"
+    "\n"
+    "Merges an OpenConfig network-instance document (RFC 7951 JSON, or XML) into\n"
+    "the configuration and prints the native changes it makes. The document is a\n"
+    "fragment: it is checked against the schema, but a route need not restate its\n"
+    "network instance. A network instance that carries config/name creates that\n"
+    "VRF. Prefixes must be in canonical form (10.1.0.0/16, 2001:db8::/32).\n"
+    "  -             read the document from standard input\n"
+    "  --dry-run     print the native changes and store nothing\n";
+
+const char *const kDeleteHelp =
+    "usage: ocni-map delete PATH [--dry-run]\n"
+    "\n"
+    "Deletes the node at an OpenConfig instance path, as a gNMI delete would, e.g.\n"
+    "  /network-instances/network-instance[name=default]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config/metric\n"
+    "Key values may be quoted with ' or \".\n"
+    "  --dry-run     print the native changes and store nothing\n";
+
+const char *const kGetHelp =
+    "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX]\n"
+    "\n"
+    "Prints the OpenConfig configuration as RFC 7951 JSON under\n"
+    "openconfig-network-instance:network-instances.\n"
+    "  --state          include the state of the installed routes\n"
+    "  --vrf NAME       only the network instance NAME (default for the default VRF)\n"
+    "  --prefix PREFIX  only the static route PREFIX\n";
+
+const char *const kNativeHelp =
+    "usage: ocni-map native\n"
+    "       ocni-map native edit FILE|- [--dry-run]\n"
+    "\n"
+    "native prints the native configuration as RFC 7951 JSON under\n"
+    "Velmar-ORN-QZ-ip-static-cfg:router-static. native edit applies a native\n"
+    "document directly, as the router's own command line would: next hops need no\n"
+    "index and read back with generated ##...## indexes.\n"
+    "  --dry-run     print the native changes and store nothing\n";
+
+const char *const kVrfHelp =
+    "usage: ocni-map vrf add NAME\n"
+    "       ocni-map vrf delete NAME\n"
+    "       ocni-map vrf list\n"
+    "\n"
+    "Manages the VRFs the store knows; routes of a network instance need its VRF.\n";
+
+struct Args {
+    std::string store = "./ocni-store";
+    std::string yang_dir;
+    bool trace = false;
+    bool help = false;
+    bool dry_run = false;
+    bool state = false;
+    std::string vrf;
+    std::string prefix;
+    std::vector<std::string> words;  /* command and its operands */
+};
+
+int usage_error(const std::string &what)
+{
+    std::cerr << "ocni-map: " << what << "\n(ocni-map --help lists the commands)\n";
+    return Outcome::kBadInput;
+}
+
+/* Parses all options wherever they stand; returns -1 to go on, else an exit status. */
+int parse_args(int argc, char **argv, Args &a)
+{
+    for (int i = 1; i < argc; ++i) {
+        std::string s = argv[i];
+        auto value = [&](std::string &into) -> bool {
+            if (i + 1 >= argc)
+                return false;
+            into = argv[++i];
+            return true;
+        };
+        if (s == "--help" || s == "-h")
+            a.help = true;
+        else if (s == "--trace")
+            a.trace = true;
+        else if (s == "--dry-run")
+            a.dry_run = true;
+        else if (s == "--state")
+            a.state = true;
+        else if (s == "--store") {
+            if (!value(a.store))
+                return usage_error("--store needs a directory");
+        } else if (s == "--yang-dir") {
+            if (!value(a.yang_dir))
+                return usage_error("--yang-dir needs a directory");
+        } else if (s == "--vrf") {
+            if (!value(a.vrf))
+                return usage_error("--vrf needs a name");
+        } else if (s == "--prefix") {
+            if (!value(a.prefix))
+                return usage_error("--prefix needs a prefix");
+        } else if (s.size() > 1 && s[0] == '-' && s != "-")
+            return usage_error("unknown option " + s);
+        else
+            a.words.push_back(s);
+    }
+    return -1;
+}
+
+int report(const Outcome &o)
+{
+    if (o.status != Outcome::kOk) {
+        const char *kind = o.status == Outcome::kRefused    ? "refused"
+                           : o.status == Outcome::kBadInput ? "invalid input"
+                                                            : "error";
+        std::cerr << "ocni-map: " << kind << ": " << o.message << "\n";
+    }
+    return o.status;
+}
+
+int report(const yang::Error &e)
+{
+    return report(Outcome::fail(e.kind == yang::Error::kInput ? Outcome::kBadInput : Outcome::kInternal, e.message));
+}
+
+/* Reads FILE, or standard input for "-". */
+bool read_input(const std::string &name, std::string &text, std::string &why)
+{
+    std::ostringstream buf;
+    if (name == "-") {
+        buf << std::cin.rdbuf();
+        text = buf.str();
+        return true;
+    }
+    struct stat st;
+    if (stat(name.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+        why = name + " is a directory";
+        return false;
+    }
+    std::ifstream in(name, std::ios::binary);
+    if (!in) {
+        why = "cannot read " + name + ": " + strerror(errno);
+        return false;
+    }
+    buf << in.rdbuf();
+    text = buf.str();
+    return true;
+}
+
+yang::Format format_of(const std::string &name)
+{
+    auto ends = [&](const char *suffix) {
+        size_t n = strlen(suffix);
+        return name.size() >= n && name.compare(name.size() - n, n, suffix) == 0;
+    };
+    if (ends(".xml"))
+        return yang::Format::kXml;
+    if (ends(".json"))
+        return yang::Format::kJson;
+    return yang::Format::kAuto;
+}
+
+/* Where the plug-in is: beside an installed binary, else the build tree. */
+std::string plugin_path()
+{
+    std::string exe = yang::executable_dir();
+    if (!exe.empty()) {
+        std::string installed = exe + "/../" OCNI_INSTALL_LIBDIR "/libocni_localrouting.so";
+        struct stat st;
+        if (stat(installed.c_str(), &st) == 0)
+            return installed;
+    }
+    return OCNI_BUILD_PLUGIN_PATH;
+}
+
+bool valid_vrf_name(const std::string &name)
+{
+    return !name.empty() && name.size() <= 32 && name.find('/') == std::string::npos;
+}
+
+class Command {
+public:
+    explicit Command(const Args &a) : args_(a) {}
+
+    int run()
+    {
+        const std::vector<std::string> &w = args_.words;
+        if (w.empty()) {
+            std::cout << kUsage;
+            return args_.help ? Outcome::kOk : Outcome::kBadInput;
+        }
+        const std::string &cmd = w[0];
+        if (cmd == "help")
+            return print(kUsage);
+        if (cmd == "edit")
+            return args_.help ? print(kEditHelp) : edit();
+        if (cmd == "delete")
+            return args_.help ? print(kDeleteHelp) : remove();
+        if (cmd == "get")
+            return args_.help ? print(kGetHelp) : get();
+        if (cmd == "native")
+            return args_.help ? print(kNativeHelp) : native();
+        if (cmd == "vrf")
+            return args_.help ? print(kVrfHelp) : vrf();
+        return usage_error("unknown command " + cmd);
+    }
+
+private:
+    const Args &args_;
+    yang::Context ctx_;
+    std::unique_ptr<ocni::tool::Engine> engine_;
+
+    static int print(const char *text)
+    {
+        std::cout << text;
+        return Outcome::kOk;
+    }
+
+    int operands(size_t want, const char *help)
+    {
+        if (args_.words.size() != want) {
+            std::cerr << help;
+            return Outcome::kBadInput;
+        }
+        return -1;
+    }
+
+    int open_context()
+    {
+        yang::Error e = ctx_.open(yang::default_yang_dir(), args_.yang_dir);
+        return e ? report(e) : -1;
+    }
+
+    int open_engine()
+    {
+        ocni::tool::EngineOptions opt;
+        opt.store_dir = args_.store;
+        opt.plugin_path = plugin_path();
+        opt.trace = args_.trace;
+        Outcome why;
+        engine_ = ocni::tool::make_engine(ctx_, opt, why);
+        return engine_ ? -1 : report(why);
+    }
+
+    int load_document(const std::string &name, yang::Model model, yang::Tree &tree)
+    {
+        std::string text, why;
+        if (!read_input(name, text, why))
+            return report(Outcome::fail(Outcome::kBadInput, why));
+        yang::Error e = yang::parse_fragment(ctx_, text, format_of(name), model, tree);
+        if (!e && model == yang::Model::kOpenConfig)
+            e = yang::check_canonical_prefixes(tree);
+        if (e) {
+            if (name != "-")
+                e.message = name + ": " + e.message;
+            return report(e);
+        }
+        return -1;
+    }
+
+    static int finish(const Outcome &o, const std::string &output)
+    {
+        if (o.status == Outcome::kOk)
+            std::cout << output;
+        return report(o);
+    }
+
+    int print_tree(const Outcome &o, const yang::Tree &tree)
+    {
+        if (o.status != Outcome::kOk)
+            return report(o);
+        std::string json;
+        yang::Error e = yang::print_json(tree, json);
+        if (e)
+            return report(e);
+        std::cout << json;
+        return Outcome::kOk;
+    }
+
+    int edit()
+    {
+        int rc;
+        yang::Tree tree;
+        if ((rc = operands(2, kEditHelp)) >= 0 || (rc = open_context()) >= 0 ||
+            (rc = load_document(args_.words[1], yang::Model::kOpenConfig, tree)) >= 0 || (rc = open_engine()) >= 0)
+            return rc;
+        std::string changes;
+        Outcome o = engine_->edit(tree, args_.dry_run, changes);
+        return finish(o, changes);
+    }
+
+    int remove()
+    {
+        int rc;
+        if ((rc = operands(2, kDeleteHelp)) >= 0 || (rc = open_context()) >= 0)
+            return rc;
+        yang::Tree tree;
+        yang::PathTarget target;
+        yang::Error e = yang::parse_instance_path(ctx_, args_.words[1], yang::Model::kOpenConfig, tree, target);
+        if (e)
+            return report(e);
+        if ((rc = open_engine()) >= 0)
+            return rc;
+        std::string changes;
+        Outcome o = engine_->remove(tree, target, args_.dry_run, changes);
+        return finish(o, changes);
+    }
+
+    int get()
+    {
+        int rc;
+        if ((rc = operands(1, kGetHelp)) >= 0)
+            return rc;
+        ocni::tool::ReadFilter filter;
+        filter.state = args_.state;
+        filter.vrf = args_.vrf;
+        filter.prefix = args_.prefix;
+        if (!args_.vrf.empty() && !valid_vrf_name(args_.vrf))
+            return report(Outcome::fail(Outcome::kBadInput, "invalid VRF name \"" + args_.vrf + "\""));
+        if (!args_.prefix.empty()) {
+            std::string canonical;
+            if (!yang::canonical_prefix(args_.prefix, canonical))
+                return report(Outcome::fail(Outcome::kBadInput, "invalid prefix \"" + args_.prefix + "\""));
+            if (canonical != args_.prefix)
+                return report(Outcome::fail(Outcome::kBadInput, "prefix \"" + args_.prefix +
+                                                                    "\" is not in canonical form, write \"" +
+                                                                    canonical + "\""));
+        }
+        if ((rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
+            return rc;
+        yang::Tree tree;
+        Outcome o = engine_->get(filter, tree);
+        return print_tree(o, tree);
+    }
+
+    int native()
+    {
+        int rc;
+        const std::vector<std::string> &w = args_.words;
+        if (w.size() >= 2 && w[1] == "edit") {
+            yang::Tree tree;
+            if ((rc = operands(3, kNativeHelp)) >= 0 || (rc = open_context()) >= 0 ||
+                (rc = load_document(w[2], yang::Model::kNative, tree)) >= 0 || (rc = open_engine()) >= 0)
+                return rc;
+            std::string changes;
+            Outcome o = engine_->native_edit(tree, args_.dry_run, changes);
+            return finish(o, changes);
+        }
+        if ((rc = operands(1, kNativeHelp)) >= 0 || (rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
+            return rc;
+        yang::Tree tree;
+        Outcome o = engine_->native_get(tree);
+        return print_tree(o, tree);
+    }
+
+    int vrf()
+    {
+        int rc;
+        const std::vector<std::string> &w = args_.words;
+        if (w.size() < 2) {
+            std::cerr << kVrfHelp;
+            return Outcome::kBadInput;
+        }
+        if (w[1] == "list") {
+            if ((rc = operands(2, kVrfHelp)) >= 0 || (rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
+                return rc;
+            std::vector<std::string> names;
+            Outcome o = engine_->vrf_list(names);
+            std::string out;
+            for (const std::string &n : names)
+                out += n + "\n";
+            return finish(o, out);
+        }
+        if (w[1] != "add" && w[1] != "delete")
+            return usage_error("unknown vrf command " + w[1]);
+        if ((rc = operands(3, kVrfHelp)) >= 0)
+            return rc;
+        if (!valid_vrf_name(w[2]))
+            return report(Outcome::fail(Outcome::kBadInput, "invalid VRF name \"" + w[2] + "\""));
+        if ((rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
+            return rc;
+        Outcome o = w[1] == "add" ? engine_->vrf_add(w[2]) : engine_->vrf_delete(w[2]);
+        return report(o);
+    }
+};
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    Args args;
+    int rc = parse_args(argc, argv, args);
+    if (rc >= 0)
+        return rc;
+    try {
+        return Command(args).run();
+    } catch (const std::exception &e) {
+        std::cerr << "ocni-map: error: " << e.what() << "\n";
+        return Outcome::kInternal;
+    }
+}

@@ -1,0 +1,71 @@
+/*
+ * What the command line needs from the host: the walker that runs the
+ * plug-in's callbacks over a request and applies the result to the store.
+ * The command line deals in libyang trees (parsed and printed by the YANG
+ * seam); the engine converts them to and from framework trees.
+ */
+#ifndef OCNI_MAP_ENGINE_H
+#define OCNI_MAP_ENGINE_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "yang_data.h"
+
+namespace ocni::tool {
+
+/* Exit status of the command line, and what each failure means. */
+struct Outcome {
+    enum Status {
+        kOk = 0,
+        kRefused = 1,   /* the mapping refused the request: message is the client message */
+        kBadInput = 2,  /* input that does not parse or validate */
+        kInternal = 3,  /* store or internal error */
+    };
+    Status status = kOk;
+    std::string message;
+
+    static Outcome ok() { return Outcome{}; }
+    static Outcome fail(Status s, std::string m) { return Outcome{s, std::move(m)}; }
+};
+
+struct EngineOptions {
+    std::string store_dir;    /* LMDB store directory */
+    std::string plugin_path;  /* libocni_localrouting.so */
+    bool trace = false;       /* trace lines to stderr */
+};
+
+/* Read filters of `get`; empty strings select everything. */
+struct ReadFilter {
+    bool state = false;
+    std::string vrf;
+    std::string prefix;
+};
+
+class Engine {
+public:
+    virtual ~Engine() = default;
+
+    /* Merges an OpenConfig fragment; `changes` receives the native changes as text. */
+    virtual Outcome edit(const yang::Tree &openconfig, bool dry_run, std::string &changes) = 0;
+    /* Deletes the node an OpenConfig instance path names. */
+    virtual Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run,
+                           std::string &changes) = 0;
+    /* The OpenConfig configuration (and state) as a libyang tree; empty store: empty tree. */
+    virtual Outcome get(const ReadFilter &filter, yang::Tree &out) = 0;
+    /* The native configuration. */
+    virtual Outcome native_get(yang::Tree &out) = 0;
+    /* Applies a native fragment directly, as the router's own command line would. */
+    virtual Outcome native_edit(const yang::Tree &native, bool dry_run, std::string &changes) = 0;
+    virtual Outcome vrf_add(const std::string &name) = 0;
+    virtual Outcome vrf_delete(const std::string &name) = 0;
+    virtual Outcome vrf_list(std::vector<std::string> &names) = 0;
+};
+
+/* Opens the store and loads the plug-in; null with `why` set when that fails. */
+std::unique_ptr<Engine> make_engine(const yang::Context &ctx, const EngineOptions &options, Outcome &why);
+
+}  // namespace ocni::tool
+
+#endif

@@ -1,0 +1,420 @@
+#include "yang_data.h"
+
+#include <arpa/inet.h>
+#include <libyang/libyang.h>
+
+#include <cctype>
+#include <cstring>
+
+namespace ocni::yang {
+
+void TreeFree::operator()(lyd_node *n) const
+{
+    lyd_free_all(n);
+}
+
+namespace {
+
+const char *model_module(Model model)
+{
+    return model == Model::kNative ? kNativeModule : kNetworkInstanceModule;
+}
+
+bool blank(const std::string &text)
+{
+    for (char c : text)
+        if (!isspace(static_cast<unsigned char>(c)))
+            return false;
+    return true;
+}
+
+LYD_FORMAT pick_format(const std::string &text, Format fmt)
+{
+    if (fmt == Format::kJson)
+        return LYD_JSON;
+    if (fmt == Format::kXml)
+        return LYD_XML;
+    for (char c : text) {
+        if (isspace(static_cast<unsigned char>(c)))
+            continue;
+        return c == '<' ? LYD_XML : LYD_JSON;
+    }
+    return LYD_JSON;
+}
+
+std::string node_path(const lyd_node *n)
+{
+    char *p = lyd_path(n, LYD_PATH_STD, nullptr, 0);
+    std::string s = p != nullptr ? p : "?";
+    free(p);
+    return s;
+}
+
+/* The stored value behind unions (and leafrefs, which store their target's type). */
+const lyd_value *effective_value(const lyd_node_term *t)
+{
+    const lyd_value *v = &t->value;
+    while (v->realtype != nullptr && v->realtype->basetype == LY_TYPE_UNION && v->subvalue != nullptr)
+        v = &v->subvalue->value;
+    return v;
+}
+
+}  // namespace
+
+Error parse_fragment(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out)
+{
+    out.reset();
+    if (blank(text))
+        return Error{};
+    lyd_node *tree = nullptr;
+    ly_err_clean(ctx.raw(), nullptr);
+    LY_ERR rc = lyd_parse_data_mem(ctx.raw(), text.c_str(), pick_format(text, fmt),
+                                   LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &tree);
+    if (rc != LY_SUCCESS) {
+        lyd_free_all(tree);
+        return Error::input(ctx.take_errors("the document does not parse"));
+    }
+    out.reset(tree);
+    for (const lyd_node *top = tree; top != nullptr; top = top->next) {
+        const char *mod = top->schema != nullptr ? top->schema->module->name : "?";
+        if (strcmp(mod, model_module(model)) != 0)
+            return Error::input(std::string("unexpected top-level node ") + mod + ":" + LYD_NAME(top) +
+                                ", expected " + model_module(model) + " data");
+    }
+    return Error{};
+}
+
+Error print_json(const Tree &tree, std::string &out)
+{
+    out.clear();
+    if (!tree) {
+        out = "{}\n";
+        return Error{};
+    }
+    char *mem = nullptr;
+    if (lyd_print_mem(&mem, tree.get(), LYD_JSON, LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS || mem == nullptr) {
+        free(mem);
+        return Error::internal("cannot print the data tree as JSON");
+    }
+    out = mem;
+    free(mem);
+    return Error{};
+}
+
+bool canonical_prefix(const std::string &prefix, std::string &canonical)
+{
+    size_t slash = prefix.find('/');
+    if (slash == std::string::npos || slash == 0 || slash + 1 >= prefix.size() || slash + 4 < prefix.size())
+        return false;
+    std::string addr = prefix.substr(0, slash);
+    int len = 0;
+    for (size_t i = slash + 1; i < prefix.size(); ++i) {
+        if (!isdigit(static_cast<unsigned char>(prefix[i])))
+            return false;
+        len = len * 10 + (prefix[i] - '0');
+    }
+    int family = addr.find(':') != std::string::npos ? AF_INET6 : AF_INET;
+    int bits = family == AF_INET6 ? 128 : 32;
+    if (len > bits)
+        return false;
+    unsigned char bytes[16] = {0};
+    if (inet_pton(family, addr.c_str(), bytes) != 1)
+        return false;
+    for (int i = 0; i < bits / 8; ++i) {
+        int keep = len - i * 8;
+        if (keep <= 0)
+            bytes[i] = 0;
+        else if (keep < 8)
+            bytes[i] &= static_cast<unsigned char>(0xff << (8 - keep));
+    }
+    char text[INET6_ADDRSTRLEN];
+    if (inet_ntop(family, bytes, text, sizeof(text)) == nullptr)
+        return false;
+    canonical = std::string(text) + "/" + std::to_string(len);
+    return true;
+}
+
+Error check_canonical_prefixes(const Tree &tree)
+{
+    for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
+        const lyd_node *elem;
+        LYD_TREE_DFS_BEGIN(top, elem) {
+            if (elem->schema != nullptr && (elem->schema->nodetype & LYD_NODE_TERM) &&
+                strcmp(elem->schema->name, "prefix") == 0 &&
+                strcmp(elem->schema->module->ns, kNetworkInstanceNs) == 0) {
+                const char *value = lyd_get_value(elem);
+                std::string canonical;
+                if (value != nullptr && canonical_prefix(value, canonical) && canonical != value)
+                    return Error::input(std::string("prefix \"") + value + "\" is not in canonical form, write \"" +
+                                        canonical + "\" (at " + node_path(elem) + ")");
+                if (value != nullptr && canonical.empty())
+                    return Error::input(std::string("prefix \"") + value + "\" is not a valid prefix (at " +
+                                        node_path(elem) + ")");
+            }
+            LYD_TREE_DFS_END(top, elem);
+        }
+    }
+    return Error{};
+}
+
+/* ------------------------------------------------------------------ */
+/* libyang -> framework tree                                           */
+/* ------------------------------------------------------------------ */
+
+namespace {
+
+Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *parent, uint32_t op,
+                const PathTarget *deleted)
+{
+    const lysc_node *schema = node->schema;
+    if (schema == nullptr)
+        return Error::internal("opaque node " + node_path(node) + " in a parsed tree");
+    uint8_t flags = 0;
+    if (schema->nodetype == LYS_LIST || lysc_is_key(schema))
+        flags |= YFW_DT_F_LIST;
+
+    std::string value;
+    const char *data_ns = nullptr;
+    bool has_value = false;
+    if (schema->nodetype & LYD_NODE_TERM) {
+        const lyd_value *v = effective_value(reinterpret_cast<const lyd_node_term *>(node));
+        if (v->realtype != nullptr && v->realtype->basetype == LY_TYPE_IDENT && v->ident != nullptr) {
+            value = v->ident->name;
+            data_ns = v->ident->module->ns;
+        } else {
+            const char *canon = lyd_get_value(node);
+            value = canon != nullptr ? canon : "";
+        }
+        has_value = true;
+        flags |= YFW_DT_F_VALUE;
+    }
+    uint32_t my_op = deleted != nullptr && deleted->node == node ? YFW_DT_OP_DELETE : op;
+    zidl_yfw_datatree *self = sink.add(parent, schema->name, has_value ? value.c_str() : nullptr,
+                                       schema->module->ns, data_ns, flags, my_op);
+    if (self == nullptr)
+        return Error::internal("out of memory while copying " + node_path(node));
+    for (const lyd_node *child = lyd_child(node); child != nullptr; child = child->next) {
+        Error e = copy_node(child, sink, self, op, deleted);
+        if (e)
+            return e;
+    }
+    if (deleted != nullptr && deleted->parent == node && deleted->leaf != nullptr) {
+        if (sink.add(self, deleted->leaf->name, nullptr, deleted->leaf->module->ns, nullptr, 0,
+                     YFW_DT_OP_DELETE) == nullptr)
+            return Error::internal("out of memory while copying " + node_path(node));
+    }
+    return Error{};
+}
+
+}  // namespace
+
+Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root, uint32_t op,
+                  const PathTarget *deleted)
+{
+    for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
+        Error e = copy_node(top, sink, root, op, deleted);
+        if (e)
+            return e;
+    }
+    return Error{};
+}
+
+/* ------------------------------------------------------------------ */
+/* framework tree -> libyang                                           */
+/* ------------------------------------------------------------------ */
+
+namespace {
+
+class Builder {
+public:
+    explicit Builder(const Context &ctx) : ctx_(ctx) {}
+
+    Error children(const zidl_yfw_datatree *host, const lysc_node *schema, lyd_node *parent, lyd_node **top,
+                   const std::string &where)
+    {
+        if (host->children == nullptr)
+            return Error{};
+        for (uint32_t i = 0; i < host->n_children && host->children[i].name != nullptr; ++i) {
+            Error e = node(&host->children[i], schema, parent, top, where);
+            if (e)
+                return e;
+        }
+        return Error{};
+    }
+
+private:
+    const Context &ctx_;
+
+    static bool deleted(const zidl_yfw_datatree *n)
+    {
+        return n->op == YFW_DT_OP_DELETE || n->op == YFW_DT_OP_REMOVE;
+    }
+
+    /* A value as lyd_new_* expects it: identities carry their module's name. */
+    Error json_value(const zidl_yfw_datatree *n, const std::string &where, std::string &out)
+    {
+        out = n->value != nullptr ? n->value : "";
+        if (n->data_ns != nullptr && n->data_ns[0] != '\0' && out.find(':') == std::string::npos) {
+            const lys_module *m = ly_ctx_get_module_implemented_ns(ctx_.raw(), n->data_ns);
+            if (m == nullptr)
+                return Error::internal("unknown value namespace " + std::string(n->data_ns) + " at " + where);
+            out = std::string(m->name) + ":" + out;
+        }
+        return Error{};
+    }
+
+    const zidl_yfw_datatree *find_child(const zidl_yfw_datatree *host, const char *name)
+    {
+        if (host->children == nullptr)
+            return nullptr;
+        for (uint32_t i = 0; i < host->n_children && host->children[i].name != nullptr; ++i)
+            if (strcmp(host->children[i].name, name) == 0 && !deleted(&host->children[i]))
+                return &host->children[i];
+        return nullptr;
+    }
+
+    Error fail(const std::string &what, const std::string &where)
+    {
+        return Error::internal(what + " at " + where + ": " + ctx_.take_errors("rejected by the schema"));
+    }
+
+    /* Adds a new top-level node to the top-level siblings. */
+    Error link(lyd_node **top, lyd_node *n, const std::string &where)
+    {
+        if (*top == nullptr) {
+            *top = n;
+            return Error{};
+        }
+        if (lyd_insert_sibling(*top, n, top) != LY_SUCCESS) {
+            lyd_free_tree(n);
+            return fail("cannot insert node", where);
+        }
+        return Error{};
+    }
+
+    /*
+     * The key predicate that finds an existing entry with these keys, or ""
+     * when a key holds both kinds of quote (such an entry is never merged).
+     */
+    static std::string predicate(const lysc_node *list, const std::string *keys, int nkeys)
+    {
+        std::string out;
+        int i = 0;
+        for (const lysc_node *k = lysc_node_child(list); k != nullptr && lysc_is_key(k) && i < nkeys;
+             k = k->next, ++i) {
+            char q = keys[i].find('\'') == std::string::npos ? '\'' : '"';
+            if (keys[i].find(q) != std::string::npos)
+                return "";
+            out += std::string("[") + k->name + "=" + q + keys[i] + q + "]";
+        }
+        return out;
+    }
+
+    Error node(const zidl_yfw_datatree *h, const lysc_node *parent_schema, lyd_node *parent, lyd_node **top,
+               const std::string &parent_where)
+    {
+        if (deleted(h))
+            return Error{};
+        std::string where = parent_where + "/" + h->name;
+        const lys_module *mod = nullptr;
+        if (h->ns != nullptr && h->ns[0] != '\0')
+            mod = ly_ctx_get_module_implemented_ns(ctx_.raw(), h->ns);
+        else if (parent_schema != nullptr)
+            mod = parent_schema->module;
+        if (mod == nullptr)
+            return Error::internal("node without a known module namespace at " + where);
+        const lysc_node *schema = lys_find_child(parent_schema, mod, h->name, 0, 0, 0);
+        if (schema == nullptr)
+            return Error::internal("node unknown to the schema at " + where);
+        lyd_node *siblings = parent != nullptr ? lyd_child(parent) : *top;
+
+        if (schema->nodetype & LYD_NODE_TERM) {
+            if (lysc_is_key(schema) || h->value == nullptr)
+                return Error{}; /* keys come with their entry; a leaf without value carries nothing */
+            std::string value;
+            Error e = json_value(h, where, value);
+            if (e)
+                return e;
+            lyd_node *existing = nullptr;
+            if (lyd_find_sibling_val(siblings, schema, nullptr, 0, &existing) == LY_SUCCESS) {
+                /* The same leaf written twice: the value written last stands. */
+                LY_ERR rc = lyd_change_term(existing, value.c_str());
+                if (rc != LY_SUCCESS && rc != LY_EEXIST && rc != LY_ENOT)
+                    return fail("invalid value \"" + value + "\"", where);
+                return Error{};
+            }
+            lyd_node *n = nullptr;
+            if (lyd_new_term(parent, mod, h->name, value.c_str(), 0, &n) != LY_SUCCESS)
+                return fail("invalid value \"" + value + "\"", where);
+            return parent != nullptr ? Error{} : link(top, n, where);
+        }
+
+        lyd_node *self = nullptr;
+        if (schema->nodetype == LYS_LIST) {
+            std::string keys[2];
+            const char *key_ptr[2] = {nullptr, nullptr};
+            int nkeys = 0;
+            for (const lysc_node *k = lysc_node_child(schema); k != nullptr && lysc_is_key(k); k = k->next) {
+                if (nkeys == 2)
+                    return Error::internal("list with more than two keys at " + where);
+                const zidl_yfw_datatree *kh = find_child(h, k->name);
+                if (kh == nullptr || kh->value == nullptr)
+                    return Error::internal(std::string("list entry without its key ") + k->name + " at " + where);
+                Error e = json_value(kh, where + "/" + k->name, keys[nkeys]);
+                if (e)
+                    return e;
+                ++nkeys;
+            }
+            for (int i = 0; i < nkeys; ++i)
+                key_ptr[i] = keys[i].c_str();
+            std::string pred = predicate(schema, keys, nkeys);
+            if (pred.empty() || lyd_find_sibling_val(siblings, schema, pred.c_str(), 0, &self) != LY_SUCCESS) {
+                self = nullptr;
+                LY_ERR rc = nkeys == 1 ? lyd_new_list(parent, mod, h->name, 0, &self, key_ptr[0])
+                                       : lyd_new_list(parent, mod, h->name, 0, &self, key_ptr[0], key_ptr[1]);
+                if (rc != LY_SUCCESS)
+                    return fail("invalid list entry", where);
+                if (parent == nullptr) {
+                    Error e = link(top, self, where);
+                    if (e)
+                        return e;
+                }
+            }
+        } else {
+            if (lyd_find_sibling_val(siblings, schema, nullptr, 0, &self) != LY_SUCCESS) {
+                self = nullptr;
+                if (lyd_new_inner(parent, mod, h->name, 0, &self) != LY_SUCCESS)
+                    return fail("cannot create container", where);
+                if (parent == nullptr) {
+                    Error e = link(top, self, where);
+                    if (e)
+                        return e;
+                }
+            }
+        }
+        return children(h, schema, self, top, where);
+    }
+};
+
+}  // namespace
+
+Error from_datatree(const Context &ctx, const zidl_yfw_datatree *root, Tree &out)
+{
+    out.reset();
+    if (root == nullptr)
+        return Error{};
+    lyd_node *top = nullptr;
+    ly_err_clean(ctx.raw(), nullptr);
+    Builder b(ctx);
+    Error e = b.children(root, nullptr, nullptr, &top, "");
+    if (top != nullptr) {
+        /* lyd_insert_sibling may leave `top` on any sibling; keep the first. */
+        top = lyd_first_sibling(top);
+    }
+    out.reset(top);
+    if (e)
+        out.reset();
+    return e;
+}
+
+}  // namespace ocni::yang

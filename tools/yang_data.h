@@ -1,0 +1,111 @@
+/*
+ * Data documents through libyang: parse an edit fragment, print a tree as
+ * RFC 7951 JSON, refuse non-canonical prefixes, and convert between
+ * libyang trees and the framework's zidl_yfw_datatree.
+ */
+#ifndef OCNI_YANG_DATA_H
+#define OCNI_YANG_DATA_H
+
+#include <memory>
+#include <string>
+
+#include "yang_context.h"
+#include "yfw_types.h"
+
+struct lyd_node;
+struct lysc_node;
+
+namespace ocni::yang {
+
+struct TreeFree {
+    void operator()(lyd_node *n) const;
+};
+/* A whole libyang data tree (all top-level siblings), freed together. */
+using Tree = std::unique_ptr<lyd_node, TreeFree>;
+
+enum class Format { kAuto, kJson, kXml };
+
+/* Which model a document must belong to. */
+enum class Model { kOpenConfig, kNative };
+
+/*
+ * Parses a configuration fragment: unknown nodes, state nodes, wrong
+ * types, unknown identities and malformed text are refused with the line
+ * or path; references to nodes the fragment does not carry (list keys
+ * repeated under config/, when conditions on parents) are not checked.
+ * Every top-level node must belong to `model`. kAuto picks XML when the
+ * first non-blank character is '<'. An empty document gives an empty tree.
+ */
+Error parse_fragment(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out);
+
+/* Prints every top-level sibling as RFC 7951 JSON; "{}\n" for an empty tree. */
+Error print_json(const Tree &tree, std::string &out);
+
+/*
+ * The canonical text of an IP prefix: host bits cleared, IPv6 in lower
+ * case and compressed. False when `prefix` is not address/length.
+ */
+bool canonical_prefix(const std::string &prefix, std::string &canonical);
+
+/*
+ * Refuses any static-route prefix of an OpenConfig tree that is not in
+ * canonical form, naming the canonical form and the path.
+ */
+Error check_canonical_prefixes(const Tree &tree);
+
+/*
+ * Receives the nodes of a converted tree, parents before children. The
+ * host's tree API implements it; add() returns the new node, or null
+ * when out of memory. `parent` is stable while its own children are
+ * added (siblings of `parent` are only added after its subtree is done).
+ */
+class DatatreeSink {
+public:
+    virtual ~DatatreeSink() = default;
+    virtual zidl_yfw_datatree *add(zidl_yfw_datatree *parent, const char *name, const char *value,
+                                   const char *ns, const char *data_ns, uint8_t flags, uint32_t op) = 0;
+};
+
+/*
+ * The node an instance path names: a data node of the path's tree (list
+ * entry or container), or a leaf `leaf` below `parent` that the tree does
+ * not carry.
+ */
+struct PathTarget {
+    const lyd_node *node = nullptr;
+    const lyd_node *parent = nullptr;
+    const lysc_node *leaf = nullptr;
+};
+
+/*
+ * Parses an instance path such as
+ * /network-instances/network-instance[name=default]/protocols/protocol[identifier=STATIC][name=DEFAULT]/...
+ * into a tree holding the path's entries with their keys. Key values may
+ * be bare or quoted; identities may omit their module. Unknown nodes,
+ * missing keys and bad key values are input errors naming the step.
+ */
+Error parse_instance_path(const Context &ctx, const std::string &path, Model model, Tree &out,
+                          PathTarget &target);
+
+/*
+ * Copies a libyang tree under `root`: names, canonical values, module
+ * namespaces, list flags on entries and keys. An identity value becomes
+ * its bare name with the identity's module namespace as data_ns. Every
+ * node gets `op`; with `deleted`, the target node (or a value-less leaf
+ * added for a leaf target) gets YFW_DT_OP_DELETE instead.
+ */
+Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root, uint32_t op = YFW_DT_OP_NONE,
+                  const PathTarget *deleted = nullptr);
+
+/*
+ * Builds a libyang tree from the children of `root` (a framework tree
+ * whose top-level children are module roots such as "network-instances").
+ * Every node and value is checked against the schema; a node the schema
+ * does not know is an internal error naming its path. Nodes carrying a
+ * delete or remove operation are left out.
+ */
+Error from_datatree(const Context &ctx, const zidl_yfw_datatree *root, Tree &out);
+
+}  // namespace ocni::yang
+
+#endif
