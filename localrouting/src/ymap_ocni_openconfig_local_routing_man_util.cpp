@@ -4,11 +4,20 @@
 #define OCNI_SRC_FILE "localrouting/src/ymap_ocni_openconfig_local_routing_man_util"
 #include "ymap_ocni_openconfig_local_routing_man_util.h"
 
+#include <math.h>
+#include <regex.h>
 #include <stdarg.h>
+#include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <unistd.h>
 
 #include <safe_str_lib.h>
+
+#ifndef OCNI_SYSDB_LIB_PATH
+/* Installed location of the store client library on the router. */
+#define OCNI_SYSDB_LIB_PATH "/pkg/lib/libsysdb.so"
+#endif
 
 namespace {
 
@@ -102,6 +111,659 @@ cerrno ocni_xpath_run(yfw_map_ctx *ctx, yfw_map_xpath_op *rec, uint32_t op,
 int ocni_is_default_vrf(const char *vrf)
 {
     return vrf != NULL && strcasecmp(vrf, "default") == 0;
+}
+
+} // extern "C"
+
+/* ====================================================================== */
+/* Store initialisation and VRF existence                                 */
+/* ====================================================================== */
+
+extern "C" {
+
+sysdb_connid_t ocni_ip_static_sysdb_connid;
+sysdb_connid_t ocni_ip_static_rsi_sysdb_connid;
+uint32_t ocni_ipstatic_init_done;
+
+} // extern "C"
+
+namespace {
+
+/* Set once the store client library has been seen on this system. */
+uint8_t sysdb_lib_present;
+
+const char k_static_root[] = "/cfg/gl/static/router/";
+const char k_rsi_root[] = "/cfg/gl/rsi/";
+
+cerrno check_sysdb_lib(void)
+{
+    if (sysdb_lib_present == 0) {
+        if (access(OCNI_SYSDB_LIB_PATH, R_OK) != 0)
+            return OCNI_RC_INIT_FAILED;
+        sysdb_lib_present = 1;
+    }
+    return YFW_RC_OK;
+}
+
+/*
+ * What every store user does first: bind the connections unless done.
+ * The flag is set here, by the caller side, never by the init routine.
+ */
+cerrno ensure_store(void)
+{
+    if (ocni_ipstatic_init_done != 0)
+        return YFW_RC_OK;
+    cerrno rc = ocni_yfw_ipstatic_init();
+    if (rc != YFW_RC_OK)
+        return rc;
+    ocni_ipstatic_init_done = 1;
+    return YFW_RC_OK;
+}
+
+} // namespace
+
+extern "C" {
+
+cerrno ocni_yfw_ipstatic_init(void)
+{
+    cerrno rc = check_sysdb_lib();
+    if (rc != YFW_RC_OK)
+        return rc;
+    rc = _sysdb_bind(&ocni_ip_static_sysdb_connid, k_static_root, SYSDB_BIND_MODE_RW);
+    if (rc != YFW_RC_OK)
+        return rc;
+    rc = check_sysdb_lib();
+    if (rc != YFW_RC_OK)
+        return rc;
+    return _sysdb_bind(&ocni_ip_static_rsi_sysdb_connid, k_rsi_root, SYSDB_BIND_MODE_RW);
+}
+
+cerrno ocni_yfw_ipstatic_vrf_exists(yfw_map_ctx *ctx, uint8_t *exists)
+{
+    OCNI_CB_ID_DECL();
+    const char *vrf = ocni_vrf_name(ctx);
+    if (vrf == NULL || strcmp(vrf, "default") == 0) {
+        *exists = 1;
+        return YFW_RC_OK;
+    }
+
+    /* Created earlier in this same request? */
+    char path[OCNI_REQ_PATH_LEN];
+    snprintf(path, sizeof path, "/network-instance[name=%s]/config/name", vrf);
+    zidl_yfw_datatree *root = NULL;
+    const yfw_req_ctx *rc_ctx = ctx->req_ctx;
+    for (int i = 0; i < YFW_MAX_ANCESTORS; i++) {
+        const char *apath = rc_ctx->ancestors[i].path;
+        if (apath != NULL && yfw_map_do_these_match(apath, "/network-instances")) {
+            root = rc_ctx->ancestors[i].node;
+            break;
+        }
+    }
+    yfw_map_xpath_op rec;
+    cerrno rc = ocni_xpath_run(ctx, &rec, YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LEAF, root,
+                               OCNI_NS_OC_NI, vrf, "%s", path);
+    if (rc != YFW_RC_OK)
+        OCNI_TRC(ocni_id, ctx, "%s", cerr_strerror(YFW_RC_OK)); /* text of 0, kept so */
+    if (rec.result != NULL) {
+        *exists = 1;
+        return YFW_RC_OK;
+    }
+
+    /* Otherwise the VRF store decides. */
+    char vrf_path[256];
+    snprintf(vrf_path, sizeof vrf_path, "vrf/%s/", vrf);
+    rc = ensure_store();
+    if (rc != YFW_RC_OK)
+        return rc;
+    uint32_t count = 0xFFFFFFFFu;
+    sysdb_datalist_t *list = NULL;
+    rc = sysdb_datalist(ocni_ip_static_rsi_sysdb_connid, vrf_path, "", &count, &list, 0);
+    if (list != NULL)
+        sysdb_datalist_free(list);
+    if (rc == SYSDB_RC_NOT_FOUND || count == 0xFFFFFFFFu)
+        *exists = 0;
+    else if (count != 0)
+        *exists = 1;
+    /* listed with a count of 0: the caller's value stands */
+    return YFW_RC_OK;
+}
+
+} // extern "C"
+
+/* ====================================================================== */
+/* Name and value helpers                                                 */
+/* ====================================================================== */
+
+namespace {
+
+void replace_char(char *s, char from, char to)
+{
+    for (; *s != '\0'; s++)
+        if (*s == from)
+            *s = to;
+}
+
+} // namespace
+
+extern "C" {
+
+void ocni_get_external_ifname(char *name)
+{
+    if (name != NULL)
+        replace_char(name, '_', '/');
+}
+
+void ocni_get_external_ifname_reverse(char *name)
+{
+    if (name != NULL)
+        replace_char(name, '/', '_');
+}
+
+void ocni_lr_convert_to_internal_ifname(char *dst, const char *src)
+{
+    if (dst == NULL || src == NULL)
+        return;
+    if (src[0] != '\0')
+        strncpy_s(dst, 65, src, 64);
+    dst[64] = '\0';
+    replace_char(dst, '/', '_');
+}
+
+void formatting_prefix(const char *src, char *dst)
+{
+    if (src == NULL || dst == NULL)
+        return;
+    strncpy_s(dst, 128, src, 127);
+    replace_char(dst, '_', '/');
+}
+
+const char *ocni_get_ip_string(const char *hex)
+{
+    ip_addr_t addr;
+    memset(&addr, 0, sizeof addr);
+    (void)hex_string2ip_addr(hex, &addr);
+    return ip_addr_string(&addr);
+}
+
+const char *ocni_ymap_localrouting_check_ipv4_ipv6(const char *addr)
+{
+    struct addrinfo hints;
+    struct addrinfo *res = NULL;
+    const char *family = "NULL";
+
+    memset(&hints, 0, sizeof hints);
+    if (getaddrinfo_qz(addr, NULL, &hints, &res) == 0 && res != NULL) {
+        if (res->ai_family == QZ_AF_INET)
+            family = "ipv4";
+        else if (res->ai_family == QZ_AF_INET6)
+            family = "ipv6";
+    }
+    if (res != NULL)
+        freeaddrinfo_qz(res);
+    return family;
+}
+
+void ocni_lr_init_prefix_type(ocni_route_common_data *rec)
+{
+    if (rec == NULL)
+        return;
+    /* Per-next-hop facts. The static entry's own facts (family, prefix, tag,
+     * description, whole next-hops delete) and the request values that the
+     * next hop's leaves set again are kept. */
+    rec->has_interface = 0;
+    rec->has_next_hop = 0;
+    rec->is_drop = 0;
+    rec->is_local_link = 0;
+    rec->next_hop_touched = 0;
+    rec->index_found = 0;
+    rec->metric_deleted = 0;
+    rec->next_hop_deleted = 0;
+    rec->interface_deleted = 0;
+    rec->subinterface_deleted = 0;
+    rec->metric_flag = 0;
+    rec->metric = NULL;
+    rec->subinterface = NULL;
+    memset(rec->auto_index, 0, 129);
+    /* the stored next hop: native_has_address .. native_third_key */
+    memset(&rec->native_has_address, 0,
+           offsetof(ocni_route_common_data, bfd_fast_detect) -
+               offsetof(ocni_route_common_data, native_has_address));
+    /* the route attributes: bfd_fast_detect .. description */
+    memset(&rec->bfd_fast_detect, 0, 100);
+}
+
+int ocni_lr_validate_ifname(const char *name)
+{
+    imc_if_req_t req;
+    imc_if_resp_t resp;
+    memset(&req, 0, sizeof req);
+    memset(&resp, 0, sizeof resp);
+    if (name != NULL && name[0] != '\0')
+        strncpy_s(req.name, sizeof req.name, name, sizeof req.name - 1);
+    if (imc_interface_find(yfw_ocifmgr_im_conn, 1, &req, NULL, &resp) == 0 && resp.status == 0)
+        return 1;
+    qz_syslog(3, "\nIM_FIND failed for interface %s", name != NULL ? name : "");
+    return 0;
+}
+
+int ocni_check_quoted_description(const char *text)
+{
+    if (text == NULL)
+        return 0;
+    size_t len = strlen(text);
+    if (len < 2)
+        return 0;
+    const char *pattern = (text[0] == '"' && text[len - 1] == '"') ? "^\"[^\"]*\"$"
+                                                                  : "^&quot;[^\"]*&quot;$";
+    regex_t re;
+    if (regcomp(&re, pattern, 0) != 0)
+        return 0;
+    int m = regexec(&re, text, 0, NULL, 0);
+    regfree(&re);
+    if (m == 0)
+        return 1;
+    if (m == REG_NOMATCH)
+        return -1;
+    return 0;
+}
+
+uint32_t ocni_get_length(const char *path)
+{
+    if (path == NULL)
+        return 0;
+    size_t len = strlen(path);
+    /* the last character never counts as the separator */
+    for (size_t i = len >= 2 ? len - 1 : 0; i > 0; i--)
+        if (path[i - 1] == '/')
+            return (uint32_t)i;
+    return 0;
+}
+
+uint32_t ocni_dec_to_hex(int32_t value)
+{
+    /* Reads the hexadecimal digits as decimal ones: the store's length keys
+     * are built this way, so 0x1A (26) gives 20. */
+    uint32_t result = 0;
+    int pos = 0;
+    while (value > 0) {
+        int digit = value % 16;
+        result = (uint32_t)((double)result + digit * pow(10.0, pos));
+        value /= 16;
+        pos++;
+    }
+    return result;
+}
+
+} // extern "C"
+
+/* ====================================================================== */
+/* Native path naming                                                     */
+/* ====================================================================== */
+
+namespace {
+
+const char k_base_default[] = "/router-static/default-vrf/address-family/";
+const char k_base_vrf[] = "/router-static/vrfs/vrf/address-family/";
+const char k_prefix_list[] = "/vrf-unicast/vrf-prefixes/vrf-prefix/";
+const char k_nh_container[] = "/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table";
+const char k_nh_if[] =
+    "/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table/vrf-next-hop-interface-name";
+const char k_nh_if_addr[] = "/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table/"
+                            "vrf-next-hop-interface-name-next-hop-address";
+const char k_nh_addr[] =
+    "/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table/vrf-next-hop-next-hop-address";
+
+const char *vrf_base(const char *vrf)
+{
+    return ocni_is_default_vrf(vrf) ? k_base_default : k_base_vrf;
+}
+
+const char *family_part(uint32_t is_ipv4)
+{
+    return is_ipv4 ? "vrfipv4" : "vrfipv6";
+}
+
+/* base + family + tail into a 250-byte buffer */
+void compose(const char *caller, char *buf, const char *vrf, uint32_t is_ipv4, const char *tail)
+{
+    yfw_strncpy_s(caller, buf, OCNI_PATH_LEN, vrf_base(vrf), OCNI_PATH_LEN - 1);
+    yfw_strcat_s(caller, buf, OCNI_PATH_LEN, family_part(is_ipv4));
+    yfw_strcat_s(caller, buf, OCNI_PATH_LEN, tail);
+}
+
+cerrno add_native(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const char *value,
+                  uint32_t flag)
+{
+    return yfw_map_datatree_add_path_flagged(ctx, out, path, OCNI_NS_NATIVE, value, NULL, NULL,
+                                             flag, 0);
+}
+
+/* Adds entry_path + leaf with the value; the result replaces *rc. */
+void add_attr(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *entry_path, const char *leaf,
+              const char *value, cerrno *rc)
+{
+    char path[OCNI_PATH_LEN];
+    snprintf(path, sizeof path, "%s%s", entry_path, leaf);
+    *rc = add_native(ctx, out, path, value, 0);
+}
+
+void add_attr_u(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *entry_path, const char *leaf,
+                uint32_t value, cerrno *rc)
+{
+    char text[16];
+    snprintf(text, sizeof text, "%u", value);
+    add_attr(ctx, out, entry_path, leaf, text, rc);
+}
+
+} // namespace
+
+extern "C" {
+
+void ocni_get_mapping_path_name_prefix(yfw_map_ctx *ctx, uint32_t is_ipv4, char *buf)
+{
+    const char *vrf = ocni_vrf_name(ctx);
+    if (vrf == NULL)
+        return;
+    compose(__func__, buf, vrf, is_ipv4, k_prefix_list);
+}
+
+void ocni_get_mapping_path_name_nexthop(yfw_map_ctx *ctx, uint32_t is_ipv4, char *buf)
+{
+    const char *vrf = ocni_vrf_name(ctx);
+    /* Without a VRF name the family and container still go after whatever
+     * the buffer holds; callers rely on that. */
+    if (vrf != NULL)
+        yfw_strncpy_s(__func__, buf, OCNI_PATH_LEN, vrf_base(vrf), OCNI_PATH_LEN - 1);
+    yfw_strcat_s(__func__, buf, OCNI_PATH_LEN, family_part(is_ipv4));
+    yfw_strcat_s(__func__, buf, OCNI_PATH_LEN, k_nh_container);
+}
+
+void ocni_fill_path_for_null_prefix(yfw_map_ctx *ctx, char *buf_v4, char *buf_v6)
+{
+    const char *vrf = ocni_vrf_name(ctx);
+    if (vrf == NULL)
+        return;
+    compose(__func__, buf_v4, vrf, 1, k_prefix_list);
+    compose(__func__, buf_v6, vrf, 0, k_prefix_list);
+}
+
+cerrno ocni_get_mapping_path_name(yfw_map_ctx *ctx, uint32_t is_ipv4, uint32_t has_next_hop,
+                                  uint32_t has_interface, uint32_t is_drop, char *buf)
+{
+    OCNI_CB_ID_DECL();
+    const char *vrf = ocni_vrf_name(ctx);
+    if (vrf != NULL)
+        yfw_strncpy_s(__func__, buf, OCNI_PATH_LEN, vrf_base(vrf), OCNI_PATH_LEN - 1);
+    yfw_strcat_s(__func__, buf, OCNI_PATH_LEN, family_part(is_ipv4));
+
+    const char *table = NULL;
+    if (has_next_hop && has_interface)
+        table = k_nh_if_addr;
+    else if (has_next_hop && !is_drop)
+        table = k_nh_addr;
+    else if (has_next_hop || has_interface)
+        table = k_nh_if; /* a dropped route is an interface-name next hop */
+    if (table == NULL) {
+        OCNI_ERR(ocni_id, ctx, "Invalid request to get path");
+        ocni_set_user_msg(ctx, "Invalid request to get path");
+        OCNI_TRC_END(ocni_id, ctx);
+        return YFW_RC_INVALID_REQUEST;
+    }
+    yfw_strcat_s(__func__, buf, OCNI_PATH_LEN, table);
+    return YFW_RC_OK;
+}
+
+cerrno set_vrf_path_ni_static(yfw_map_ctx *ctx, zidl_yfw_datatree *out)
+{
+    OCNI_CB_ID_DECL();
+    yfw_req_ctx *rc_ctx = ctx->req_ctx;
+    const char *vrf = ocni_vrf_name(ctx);
+    cerrno rc = YFW_RC_OK;
+
+    bool clear_vrf_path = false;
+    bool restore_suppress = false;
+    if (rc_ctx->vrf_path_flag != 1) {
+        rc_ctx->vrf_path_flag = 1;
+        clear_vrf_path = true;
+    }
+    if (rc_ctx->suppress_flag != 0) {
+        rc_ctx->suppress_flag = 0;
+        restore_suppress = true;
+    }
+
+    if (vrf != NULL) {
+        if (!ocni_is_default_vrf(vrf)) {
+            rc = add_native(ctx, out, "/router-static/vrfs/vrf", NULL, 1);
+            rc = add_native(ctx, out, "/router-static/vrfs/vrf/vrf-name", vrf, 0);
+        } else {
+            rc = add_native(ctx, out, "/router-static/default-vrf/", NULL, 1);
+        }
+    }
+
+    if (clear_vrf_path)
+        rc_ctx->vrf_path_flag = 0;
+    if (restore_suppress)
+        rc_ctx->suppress_flag = 1;
+    OCNI_TRC_END(ocni_id, ctx);
+    return rc;
+}
+
+cerrno ocni_set_metadata_path(const char *entry_path, yfw_map_ctx *ctx, zidl_yfw_datatree *out)
+{
+    const ocni_route_common_data *rec = ocni_rec(ctx);
+    cerrno rc = YFW_RC_OK;
+    if (rec == NULL || entry_path == NULL)
+        return YFW_RC_NO_COMMON_DATA;
+
+    if (rec->bfd_fast_detect != 0)
+        add_attr(ctx, out, entry_path, "/bfd-fast-detect", "true", &rc);
+    if (rec->detect_multiplier != 0)
+        add_attr_u(ctx, out, entry_path, "/detect-multiplier", rec->detect_multiplier, &rc);
+    if (rec->minimum_interval != 0)
+        add_attr_u(ctx, out, entry_path, "/minimum-interval", rec->minimum_interval, &rc);
+    if (rec->route_metric != 0)
+        add_attr_u(ctx, out, entry_path, "/metric", rec->route_metric, &rc);
+    if (rec->tag != 0)
+        add_attr_u(ctx, out, entry_path, "/tag", rec->tag, &rc);
+    if (rec->permanent != 0)
+        add_attr(ctx, out, entry_path, "/permanent", "true", &rc);
+    if (rec->vrf_label != OCNI_VRF_LABEL_UNSET)
+        add_attr_u(ctx, out, entry_path, "/vrf-lable", rec->vrf_label, &rc);
+    if (rec->tunnel_id != 0)
+        add_attr_u(ctx, out, entry_path, "/tunnel-id", rec->tunnel_id, &rc);
+    if (rec->load_metric != 0)
+        add_attr_u(ctx, out, entry_path, "/load-metric", rec->load_metric, &rc);
+    if (rec->object_name[0] != '\0')
+        add_attr(ctx, out, entry_path, "/object-name", rec->object_name, &rc);
+    if (rec->description[0] != '\0')
+        add_attr(ctx, out, entry_path, "/description", rec->description, &rc);
+    return rc;
+}
+
+} // extern "C"
+
+/* ====================================================================== */
+/* Next-hop consistency checks                                            */
+/* ====================================================================== */
+
+namespace {
+
+enum walk_status { WALK_SKIP, WALK_OK, WALK_BROKEN };
+
+/* A node is looked into only with the has-children bit, an array and a
+ * count; an array missing behind a count breaks the check. */
+walk_status walkable(const zidl_yfw_datatree *n)
+{
+    if (!(n->flags & YFW_DT_F_CHILDREN) || n->n_children == 0)
+        return WALK_SKIP;
+    if (n->children == NULL)
+        return WALK_BROKEN;
+    return WALK_OK;
+}
+
+bool named(const zidl_yfw_datatree *n, const char *name)
+{
+    return yfw_map_do_these_match(n->name, name) != 0;
+}
+
+bool value_is(const char *value, const char *text)
+{
+    return value != NULL && strcmp(value, text) == 0;
+}
+
+void set_interface_deleted(ocni_route_common_data *rec)
+{
+    rec->interface_deleted = 1;
+    rec->has_interface = 0;
+}
+
+/* Leaves of an interface-ref's config; false when the tree is broken. */
+bool read_interface_config(ocni_route_common_data *rec, const zidl_yfw_datatree *config)
+{
+    walk_status ws = walkable(config);
+    if (ws == WALK_BROKEN)
+        return false;
+    if (ws == WALK_SKIP)
+        return true;
+    for (uint32_t i = 0; i < config->n_children; i++) {
+        const zidl_yfw_datatree *leaf = &config->children[i];
+        if (leaf->name == NULL)
+            return false;
+        if (named(leaf, "interface")) {
+            if (leaf->value != NULL) {
+                rec->interface = leaf->value;
+                rec->has_interface = 1;
+            } else if (leaf->op == YFW_DT_OP_DELETE) {
+                set_interface_deleted(rec);
+            }
+        } else if (named(leaf, "subinterface")) {
+            if (leaf->op == YFW_DT_OP_DELETE)
+                rec->subinterface_deleted = 1;
+            else if (leaf->value != NULL)
+                rec->subinterface = leaf->value;
+        }
+    }
+    return true;
+}
+
+/* Leaves of a next hop's config; false when the tree is broken. */
+bool read_address_config(ocni_route_common_data *rec, const zidl_yfw_datatree *config)
+{
+    walk_status ws = walkable(config);
+    if (ws == WALK_BROKEN)
+        return false;
+    if (ws == WALK_SKIP)
+        return true;
+    for (uint32_t i = 0; i < config->n_children; i++) {
+        const zidl_yfw_datatree *leaf = &config->children[i];
+        if (leaf->name == NULL)
+            return false;
+        if (named(leaf, "next-hop")) {
+            if (leaf->op == YFW_DT_OP_DELETE) {
+                rec->next_hop_deleted = 1;
+                rec->has_next_hop = 0;
+                rec->is_drop = 0;
+                rec->is_local_link = 0;
+            } else {
+                rec->next_hop = leaf->value;
+                if (value_is(leaf->value, "DROP"))
+                    rec->is_drop = 1;
+                else if (value_is(leaf->value, "LOCAL_LINK"))
+                    rec->is_local_link = 1;
+                rec->has_next_hop = 1;
+            }
+        } else if (named(leaf, "metric")) {
+            if (leaf->op == YFW_DT_OP_DELETE)
+                rec->metric_deleted = 1;
+            else
+                rec->metric = leaf->value;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+extern "C" {
+
+int ocni_check_next_hop_interface_config(yfw_map_ctx *ctx, const zidl_yfw_datatree *nh)
+{
+    ocni_route_common_data *rec = ocni_rec(ctx);
+    if (nh == NULL || walkable(nh) != WALK_OK)
+        return 0;
+    for (uint32_t i = 0; i < nh->n_children; i++) {
+        const zidl_yfw_datatree *ref = &nh->children[i];
+        if (ref->name == NULL)
+            return 0;
+        if (!named(ref, "interface-ref"))
+            continue;
+        if (ref->op == YFW_DT_OP_DELETE) {
+            set_interface_deleted(rec);
+            continue;
+        }
+        walk_status ws = walkable(ref);
+        if (ws == WALK_BROKEN)
+            return 0;
+        if (ws == WALK_SKIP)
+            continue;
+        for (uint32_t j = 0; j < ref->n_children; j++) {
+            const zidl_yfw_datatree *config = &ref->children[j];
+            if (config->name == NULL)
+                return 0;
+            if (!named(config, "config"))
+                continue;
+            if (config->op == YFW_DT_OP_DELETE) {
+                set_interface_deleted(rec);
+                continue;
+            }
+            if (!read_interface_config(rec, config))
+                return 0;
+            if (rec->has_interface == 1)
+                return 1;
+        }
+    }
+    return 0;
+}
+
+int ocni_check_next_hop_ip_and_set_drop_config(yfw_map_ctx *ctx, const zidl_yfw_datatree *nh)
+{
+    ocni_route_common_data *rec = ocni_rec(ctx);
+    if (nh == NULL || walkable(nh) != WALK_OK)
+        return 0;
+    for (uint32_t i = 0; i < nh->n_children; i++) {
+        const zidl_yfw_datatree *child = &nh->children[i];
+        if (child->name == NULL)
+            return 0;
+        if (named(child, "index")) {
+            rec->index = child->value;
+            continue;
+        }
+        if (!named(child, "config"))
+            continue;
+        if (!read_address_config(rec, child))
+            return 0;
+        if (rec->is_local_link == 1)
+            return 0;
+        if (rec->has_next_hop == 1)
+            return 1;
+    }
+    return 0;
+}
+
+int ocni_check_nexthops_operation_delete(yfw_map_ctx *ctx, const zidl_yfw_datatree *st)
+{
+    (void)ctx;
+    if (st == NULL || walkable(st) != WALK_OK)
+        return 0;
+    for (uint32_t i = 0; i < st->n_children; i++) {
+        const zidl_yfw_datatree *child = &st->children[i];
+        if (child->name == NULL)
+            return 0;
+        if (named(child, "next-hops") &&
+            (child->op == YFW_DT_OP_DELETE || child->op == YFW_DT_OP_REMOVE))
+            return 1;
+    }
+    return 0;
 }
 
 } // extern "C"
