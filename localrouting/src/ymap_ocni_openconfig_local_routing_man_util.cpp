@@ -3,6 +3,7 @@
  */
 #define OCNI_SRC_FILE "localrouting/src/ymap_ocni_openconfig_local_routing_man_util"
 #include "ymap_ocni_openconfig_local_routing_man_util.h"
+#include "ymap_ni_static_util.h"
 
 #include <math.h>
 #include <regex.h>
@@ -764,6 +765,610 @@ int ocni_check_nexthops_operation_delete(yfw_map_ctx *ctx, const zidl_yfw_datatr
             return 1;
     }
     return 0;
+}
+
+} // extern "C"
+
+/* ====================================================================== */
+/* Store lookups                                                          */
+/* ====================================================================== */
+
+namespace {
+
+const char k_route_v4[] = "/address/ipv4/unicast/ord_c/default/route/%s/%s/.*,.*/nexthop/";
+const char k_route_v6[] = "/address/ipv6/unicast/ord_c/default/route/%s/%s/.*,.*/nexthop/";
+const char k_tuple_fmt[] = "%d%d%d%d%d%d%d%d%s%s%d%s";
+
+/* The route's prefix as the store keys it. */
+struct store_prefix {
+    char addr[OCNI_ADDR_LEN];   /* address text of the request */
+    char hex[QZ_HEX_ADDR_LEN];  /* the store's hexadecimal form */
+    char len_key[5];            /* "0x%d" of the converted length */
+};
+
+/* Splits "address/length" and converts both parts; false when the address
+ * does not convert. */
+bool convert_prefix(const ocni_route_common_data *rec, store_prefix *sp)
+{
+    memset(sp, 0, sizeof *sp);
+    const char *slash = strchr(rec->prefix, '/');
+    size_t alen = slash != NULL ? (size_t)(slash - rec->prefix) : strlen(rec->prefix);
+    if (alen > sizeof sp->addr - 1)
+        alen = sizeof sp->addr - 1;
+    memcpy(sp->addr, rec->prefix, alen);
+    sp->addr[alen] = '\0';
+
+    ip_addr_t ip;
+    memset(&ip, 0, sizeof ip);
+    if (qz_inet_pton(rec->is_ipv4 ? QZ_AF_INET : QZ_AF_INET6, sp->addr, &ip) != 1)
+        return false;
+    if (ip_addr2hex_string(&ip, sp->hex, sizeof sp->hex) != 0)
+        return false;
+    int len = slash != NULL ? atoi(slash + 1) : 0;
+    snprintf(sp->len_key, sizeof sp->len_key, "0x%d", (int)ocni_dec_to_hex(len));
+    return true;
+}
+
+/* "ord_d/default" or "ord_v/NAME", then the family's route pattern. */
+void build_store_path(const char *vrf, const ocni_route_common_data *rec, const store_prefix *sp,
+                      char *buf)
+{
+    char route[OCNI_PATH_LEN];
+    snprintf(route, sizeof route, rec->is_ipv4 ? k_route_v4 : k_route_v6, sp->hex, sp->len_key);
+    if (vrf == NULL || ocni_is_default_vrf(vrf))
+        snprintf(buf, OCNI_PATH_LEN, "ord_d/default%s", route);
+    else
+        snprintf(buf, OCNI_PATH_LEN, "ord_v/%s%s", vrf, route);
+}
+
+/* One stored next hop's tuple. */
+struct nh_tuple {
+    int bfd_fast_detect;
+    int minimum_interval;
+    int detect_multiplier;
+    int route_metric;
+    int tag;
+    int permanent;
+    int vrf_label;
+    int tunnel_id;
+    char object_name[33];
+    char description[64];
+    int load_metric;
+    char index[256];
+};
+
+cerrno unpack_tuple(const void *data, uint32_t len, nh_tuple *t)
+{
+    memset(t, 0, sizeof *t);
+    /* fields the tuple does not carry leave the record alone */
+    t->minimum_interval = -1;
+    t->detect_multiplier = -1;
+    t->route_metric = -1;
+    t->load_metric = -1;
+    t->vrf_label = (int)OCNI_VRF_LABEL_UNSET;
+    return tuple_unpack(data, len, k_tuple_fmt, &t->bfd_fast_detect, &t->minimum_interval,
+                        &t->detect_multiplier, &t->route_metric, &t->tag, &t->permanent,
+                        &t->vrf_label, &t->tunnel_id, t->object_name, sizeof t->object_name,
+                        t->description, sizeof t->description, &t->load_metric, t->index,
+                        sizeof t->index);
+}
+
+/* The four comma-separated parts of a stored next hop's key. */
+struct nh_key {
+    char part[4][OCNI_IFNAME_LEN];
+};
+
+void split_key(const char *path, nh_key *k)
+{
+    memset(k, 0, sizeof *k);
+    const char *last = strrchr(path, '/');
+    last = last != NULL ? last + 1 : path;
+    for (int i = 0; i < 4 && last != NULL; i++) {
+        const char *comma = strchr(last, ',');
+        size_t n = comma != NULL ? (size_t)(comma - last) : strlen(last);
+        if (n > sizeof k->part[i] - 1)
+            n = sizeof k->part[i] - 1;
+        memcpy(k->part[i], last, n);
+        k->part[i][n] = '\0';
+        last = comma != NULL ? comma + 1 : NULL;
+    }
+}
+
+bool key_part_set(const char *part)
+{
+    return part[0] != '\0' && strcmp(part, OCNI_EMPTY_KEY_PART) != 0;
+}
+
+/* Address text of a hexadecimal key part, into buf. */
+void key_address(const char *hex, char *buf, size_t bufsz)
+{
+    ip_addr_t ip;
+    memset(&ip, 0, sizeof ip);
+    buf[0] = '\0';
+    if (hex_string2ip_addr(hex, &ip) == 0)
+        snprintf(buf, bufsz, "%s", ip_addr_string(&ip));
+}
+
+/* Loads a stored next hop (key and tuple) into the route record. */
+void load_entry(ocni_route_common_data *rec, const char *path, const nh_tuple *t)
+{
+    nh_key k;
+    split_key(path, &k);
+    if (key_part_set(k.part[0])) {
+        strncpy_s(rec->native_interface, sizeof rec->native_interface, k.part[0],
+                  sizeof rec->native_interface - 1);
+        replace_char(rec->native_interface, '_', '/');
+        rec->native_has_interface = 1;
+    }
+    if (key_part_set(k.part[1])) {
+        key_address(k.part[1], rec->native_address, sizeof rec->native_address);
+        rec->native_has_address = 1;
+    }
+    if (key_part_set(k.part[2])) {
+        strncpy_s(rec->native_third_key, sizeof rec->native_third_key, k.part[2],
+                  sizeof rec->native_third_key - 1);
+        rec->native_has_third_key = 1;
+    }
+
+    rec->bfd_fast_detect = (uint32_t)t->bfd_fast_detect;
+    if (t->minimum_interval != -1)
+        rec->minimum_interval = (uint32_t)t->minimum_interval;
+    if (t->detect_multiplier != -1)
+        rec->detect_multiplier = (uint32_t)t->detect_multiplier;
+    if (!rec->metric_deleted) {
+        if (t->route_metric != -1)
+            rec->route_metric = (uint32_t)t->route_metric;
+        if (rec->metric != NULL && rec->metric[0] != '\0')
+            rec->route_metric = (uint32_t)atoi(rec->metric);
+    }
+    if (!rec->tag_given) {
+        rec->tag = (uint32_t)t->tag;
+        if (rec->set_tag[0] != '\0')
+            rec->tag = (uint32_t)atoi(rec->set_tag);
+    }
+    rec->permanent = (uint32_t)t->permanent;
+    rec->vrf_label = (uint32_t)t->vrf_label;
+    rec->tunnel_id = (uint32_t)t->tunnel_id;
+    strncpy_s(rec->object_name, sizeof rec->object_name, t->object_name,
+              sizeof rec->object_name - 1);
+    if (!rec->description_given) {
+        /* a description of this request first; a stored one replaces it */
+        if (rec->description_in[0] != '\0')
+            snprintf(rec->description, 30, "%s", rec->description_in);
+        if (t->description[0] != '\0')
+            strncpy_s(rec->description, sizeof rec->description, t->description, 30);
+    }
+    if (t->load_metric != -1)
+        rec->load_metric = (uint32_t)t->load_metric;
+    rec->index_found = 1;
+}
+
+/* A generated index "##a##" or "##a##b##": its tokens. */
+struct gen_index {
+    char a[OCNI_IFNAME_LEN + 32];
+    char b[OCNI_IFNAME_LEN + 32];
+    bool has_b;
+};
+
+bool is_generated_index(const char *index)
+{
+    size_t n = strlen(index);
+    return n >= 4 && strncmp(index, "##", 2) == 0 && strcmp(index + n - 2, "##") == 0;
+}
+
+void copy_token(char *dst, size_t dstsz, const char *from, const char *to)
+{
+    size_t n = to != NULL ? (size_t)(to - from) : strlen(from);
+    if (n > dstsz - 1)
+        n = dstsz - 1;
+    memcpy(dst, from, n);
+    dst[n] = '\0';
+}
+
+void split_generated_index(const char *index, gen_index *g)
+{
+    memset(g, 0, sizeof *g);
+    const char *rest = index + 2;
+    const char *sep = strstr(rest, "##");
+    copy_token(g->a, sizeof g->a, rest, sep);
+    if (sep == NULL)
+        return;
+    rest = sep + 2;
+    sep = strstr(rest, "##");
+    if (sep != NULL && sep != rest) {
+        copy_token(g->b, sizeof g->b, rest, sep);
+        g->has_b = true;
+    }
+}
+
+/* Address token of a generated index in store form; false when it is not
+ * an address of the route's family. */
+bool token_address_hex(const ocni_route_common_data *rec, const char *token, char *hex,
+                       size_t hexsz)
+{
+    ip_addr_t ip;
+    memset(&ip, 0, sizeof ip);
+    if (qz_inet_pton(rec->is_ipv4 ? QZ_AF_INET : QZ_AF_INET6, token, &ip) != 1)
+        return false;
+    return ip_addr2hex_string(&ip, hex, hexsz) == 0;
+}
+
+/* The index child of a next-hop entry, or the refusal to give. */
+const char *find_index_value(yfw_map_ctx *ctx, const zidl_yfw_datatree *in, const char **refusal)
+{
+    *refusal = NULL;
+    if (in == NULL || !(in->flags & YFW_DT_F_CHILDREN) || in->n_children == 0 ||
+        in->children == NULL) {
+        *refusal = "Failed to get subtrees!";
+        return NULL;
+    }
+    zidl_yfw_datatree *child = NULL;
+    (void)ctx;
+    if (ni_static_yfw_map_find_child(const_cast<zidl_yfw_datatree *>(in), &child, "index", NULL) !=
+            YFW_RC_OK ||
+        child == NULL || child->value == NULL || child->value[0] == '\0') {
+        *refusal = "Index not provided by the user!";
+        return NULL;
+    }
+    return child->value;
+}
+
+/* Generated index on a store whose prefix lookup found entries: the
+ * next hop that the index names, looked up by its exact key. */
+cerrno lookup_generated(const ocni_cb_id &id, yfw_map_ctx *ctx, ocni_route_common_data *rec,
+                        const char *store_path, const char *index)
+{
+    gen_index g;
+    split_generated_index(index, &g);
+
+    char addr_hex[QZ_HEX_ADDR_LEN];
+    const char *addr_token = g.has_b ? g.b : g.a;
+    bool is_addr = token_address_hex(rec, addr_token, addr_hex, sizeof addr_hex);
+    if (g.has_b && !is_addr) {
+        yfw_oc_error_path(ctx);
+        return YFW_RC_MAP_FAILED;
+    }
+    char ifname[65];
+    memset(ifname, 0, sizeof ifname);
+    ocni_lr_convert_to_internal_ifname(ifname, strcmp(g.a, "DROP") == 0 ? "Null0" : g.a);
+
+    char key[OCNI_PATH_LEN];
+    if (g.has_b)
+        snprintf(key, sizeof key, "%s,%s", ifname, addr_hex);
+    else if (is_addr)
+        snprintf(key, sizeof key, "%s,%s", OCNI_EMPTY_KEY_PART, addr_hex);
+    else
+        snprintf(key, sizeof key, "%s,%s", ifname, OCNI_EMPTY_KEY_PART);
+    char path[OCNI_PATH_LEN];
+    snprintf(path, sizeof path, "%s%s,%s,%s", store_path, key, OCNI_EMPTY_KEY_PART,
+             OCNI_EMPTY_KEY_PART);
+
+    uint32_t count = 0;
+    sysdb_datalist_t *list = NULL;
+    const char *item_path = NULL;
+    const void *data = NULL;
+    uint32_t data_len = 0;
+    cerrno rc = sysdb_find_data(ocni_ip_static_sysdb_connid, path, "", SYSDB_FIND_LIST, &count,
+                                &list);
+    bool present = rc == YFW_RC_OK && count > 0 && list != NULL &&
+                   sysdb_datalist_next(list, &item_path, &data, &data_len) == YFW_RC_OK;
+    if (!present) {
+        if (list != NULL)
+            sysdb_datalist_free(list);
+        if (ocni_is_auto_index_valid(ctx, g.a, g.has_b ? g.b : NULL)) {
+            OCNI_TRC(id, ctx,
+                     "Create of index %s accepted, as it contains ## at start & end& valid nexthop data",
+                     index);
+            rec->index_found = 1;
+            return SYSDB_RC_NOT_FOUND;
+        }
+        OCNI_TRC(id, ctx,
+                 "Create of index %s rejected, as it contains ## at start & end& invalid nexthop data",
+                 index);
+        yfw_oc_error_path(ctx);
+        return YFW_RC_MAP_FAILED;
+    }
+
+    OCNI_TRC(id, ctx, "Modification/Delete received for CLI entry");
+    nh_tuple t;
+    rc = unpack_tuple(data, data_len, &t);
+    if (rc == YFW_RC_OK)
+        load_entry(rec, item_path, &t);
+    sysdb_datalist_free(list);
+    return rc;
+}
+
+/* Ordinary index: the stored next hop created under it, if any. */
+cerrno lookup_ordinary(ocni_route_common_data *rec, sysdb_datalist_t *list, uint32_t count,
+                       const char *index)
+{
+    for (uint32_t i = 0; i < count; i++) {
+        const char *item_path = NULL;
+        const void *data = NULL;
+        uint32_t data_len = 0;
+        if (sysdb_datalist_next(list, &item_path, &data, &data_len) != YFW_RC_OK)
+            break;
+        nh_tuple t;
+        if (unpack_tuple(data, data_len, &t) != YFW_RC_OK)
+            continue;
+        if (rec->set_tag[0] == '\0' && !rec->tag_given && t.tag != 0)
+            snprintf(rec->set_tag, sizeof rec->set_tag, "%u", (unsigned)t.tag);
+        if (strcmp(t.index, index) == 0) {
+            load_entry(rec, item_path, &t);
+            return YFW_RC_OK;
+        }
+    }
+    return SYSDB_RC_NOT_FOUND;
+}
+
+} // namespace
+
+extern "C" {
+
+int ocni_is_auto_index_valid(yfw_map_ctx *ctx, const char *first, const char *second)
+{
+    const ocni_route_common_data *rec = ocni_rec(ctx);
+    if (rec == NULL)
+        return 0;
+    char t[OCNI_IFNAME_LEN] = "";
+    if (rec->interface != NULL) {
+        if (rec->subinterface != NULL && rec->subinterface[0] != '\0' &&
+            strcmp(rec->subinterface, "0") != 0)
+            snprintf(t, sizeof t, "%s.%s", rec->interface, rec->subinterface);
+        else
+            snprintf(t, sizeof t, "%s", rec->interface);
+    }
+    const bool nh_given = rec->has_next_hop && rec->next_hop != NULL;
+    const bool if_given = rec->has_interface && rec->interface != NULL;
+    if (nh_given && if_given)
+        return first != NULL && second != NULL && strcmp(second, rec->next_hop) == 0 &&
+               strcmp(first, t) == 0;
+    if (nh_given)
+        return first != NULL && second == NULL && strcmp(first, rec->next_hop) == 0;
+    if (if_given)
+        return first != NULL && second == NULL && strcmp(first, t) == 0;
+    return 0;
+}
+
+cerrno ocni_do_index_lookup_on_sysdb(yfw_map_ctx *ctx, const zidl_yfw_datatree *in,
+                                     zidl_yfw_datatree *out)
+{
+    OCNI_CB_ID_DECL();
+    (void)out;
+    OCNI_ASSERT_CTX(ocni_id, ctx);
+    OCNI_TRC_START(ocni_id, ctx);
+    ocni_route_common_data *rec = ocni_rec(ctx);
+    if (rec == NULL || rec->prefix == NULL)
+        return YFW_RC_NO_COMMON_DATA;
+
+    store_prefix sp;
+    if (!convert_prefix(rec, &sp))
+        return OCNI_RC_ALL_ONES;
+
+    const char *vrf = ocni_vrf_name(ctx);
+    if (vrf == NULL) {
+        ocni_set_user_msg(ctx, "network-instance/name not provided by the user!");
+        OCNI_TRC(ocni_id, ctx, "network-instance/name not provided by the user!");
+        return YFW_RC_INVALID_REQUEST;
+    }
+    char store_path[OCNI_PATH_LEN];
+    build_store_path(vrf, rec, &sp, store_path);
+
+    const char *refusal = NULL;
+    const char *index = find_index_value(ctx, in, &refusal);
+    if (index == NULL) {
+        ocni_set_user_msg(ctx, refusal);
+        return YFW_RC_INVALID_REQUEST;
+    }
+    if (strlen(index) > 128) {
+        OCNI_ERR(ocni_id, ctx, "input index error");
+        ocni_set_user_msg(ctx, "Index is out of allowed range of 128 characters");
+        return YFW_RC_INVALID_REQUEST;
+    }
+
+    cerrno rc = ensure_store();
+    if (rc != YFW_RC_OK) {
+        OCNI_TRC(ocni_id, ctx, " ocni_yfw_ipstatic_init failed :(%s)\n", cerr_strerror(rc));
+        return rc;
+    }
+
+    uint32_t count = 0;
+    sysdb_datalist_t *list = NULL;
+    rc = sysdb_find_data(ocni_ip_static_sysdb_connid, store_path, "", SYSDB_FIND_LIST, &count,
+                         &list);
+    if (rc != YFW_RC_OK) {
+        OCNI_TRC(ocni_id, ctx, "sysdb_find_data failed for prefix %s :(%s)\n", sp.addr,
+                 cerr_strerror(rc));
+        if (list != NULL)
+            sysdb_datalist_free(list);
+        if (is_generated_index(index)) {
+            gen_index g;
+            split_generated_index(index, &g);
+            if (ocni_is_auto_index_valid(ctx, g.a, g.has_b ? g.b : NULL)) {
+                OCNI_TRC(ocni_id, ctx,
+                         "Create of index %s accepted, as it contains ## at start & end & valid nexthop data",
+                         index);
+                rec->index_found = 1;
+            } else {
+                OCNI_TRC(ocni_id, ctx,
+                         "Create of index %s rejected, as it contains ## at start & end", index);
+                yfw_oc_error_path(ctx);
+                rc = YFW_RC_MAP_FAILED;
+            }
+        }
+        OCNI_CB_RETURN(ocni_id, ctx, rc);
+    }
+
+    if (is_generated_index(index)) {
+        if (list != NULL)
+            sysdb_datalist_free(list);
+        rc = lookup_generated(ocni_id, ctx, rec, store_path, index);
+        OCNI_CB_RETURN(ocni_id, ctx, rc);
+    }
+
+    rc = count == 0 || list == NULL ? YFW_RC_OK : lookup_ordinary(rec, list, count, index);
+    if (list != NULL)
+        sysdb_datalist_free(list);
+    OCNI_CB_RETURN(ocni_id, ctx, rc);
+}
+
+cerrno ocni_do_prefix_lookup_on_sysdb_and_set_tag(yfw_map_ctx *ctx, const zidl_yfw_datatree *in,
+                                                  zidl_yfw_datatree *out)
+{
+    OCNI_CB_ID_DECL();
+    ocni_route_common_data *rec = ocni_rec(ctx);
+    if (rec == NULL || rec->prefix == NULL)
+        return YFW_RC_NO_COMMON_DATA;
+    if (in == NULL)
+        return YFW_RC_MAP_FAILED;
+
+    const char *vrf = ocni_vrf_name(ctx);
+    store_prefix sp;
+    if (!convert_prefix(rec, &sp))
+        return OCNI_RC_ALL_ONES;
+    char store_path[OCNI_PATH_LEN];
+    build_store_path(vrf, rec, &sp, store_path);
+    if (rec->tag_mode == 1)
+        rec->tag_given = 1;
+    else
+        rec->description_given = 1;
+
+    cerrno rc = ensure_store();
+    if (rc != YFW_RC_OK) {
+        OCNI_TRC(ocni_id, ctx, " ocni_yfw_ipstatic_init failed :(%s)\n", cerr_strerror(rc));
+        return rc;
+    }
+    uint32_t count = 0;
+    sysdb_datalist_t *list = NULL;
+    rc = sysdb_find_data(ocni_ip_static_sysdb_connid, store_path, "", SYSDB_FIND_LIST, &count,
+                         &list);
+    if (rc != YFW_RC_OK) {
+        OCNI_TRC(ocni_id, ctx, "sysdb_find_data failed for prefix %s :(%s)\n", sp.addr,
+                 cerr_strerror(rc));
+        if (list != NULL)
+            sysdb_datalist_free(list);
+        return rc;
+    }
+    if (count == 0 || list == NULL) {
+        if (list != NULL)
+            sysdb_datalist_free(list);
+        return YFW_RC_OK;
+    }
+
+    /* The request leaf carries its operation over to every native leaf. */
+    zidl_yfw_datatree *leaf = const_cast<zidl_yfw_datatree *>(in);
+    const bool is_delete = yfw_map_is_request_delete(in) != 0;
+    const bool is_read = ocni_is_read(ctx) != 0;
+    char table_base[OCNI_PATH_LEN];
+    snprintf(table_base, sizeof table_base, "%s%s%s",
+             (vrf != NULL && !ocni_is_default_vrf(vrf)) ? k_base_vrf : k_base_default,
+             family_part(rec->is_ipv4), "/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table/");
+
+    for (uint32_t i = 0; i < count; i++) {
+        const char *item_path = NULL;
+        const void *data = NULL;
+        uint32_t data_len = 0;
+        if (sysdb_datalist_next(list, &item_path, &data, &data_len) != YFW_RC_OK)
+            break;
+        nh_key k;
+        split_key(item_path, &k);
+        const bool has_if = key_part_set(k.part[0]);
+        const bool has_addr = key_part_set(k.part[1]);
+        char ifname[OCNI_IFNAME_LEN] = "";
+        char addr[OCNI_ADDR_LEN] = "";
+        if (has_if) {
+            snprintf(ifname, sizeof ifname, "%s", k.part[0]);
+            replace_char(ifname, '_', '/');
+        }
+        if (has_addr)
+            key_address(k.part[1], addr, sizeof addr);
+        if (is_read)
+            continue;
+
+        const char *table = has_if && has_addr ? "vrf-next-hop-interface-name-next-hop-address"
+                            : has_addr         ? "vrf-next-hop-next-hop-address"
+                            : has_if           ? "vrf-next-hop-interface-name"
+                                               : NULL;
+        if (table == NULL)
+            continue;
+        char entry[OCNI_PATH_LEN];
+        char path[OCNI_PATH_LEN];
+        snprintf(entry, sizeof entry, "%s%s", table_base, table);
+
+        leaf->flags |= YFW_DT_F_OP;
+        rc = add_native(ctx, out, entry, NULL, 1);
+        if (has_if) {
+            snprintf(path, sizeof path, "%s/interface-name", entry);
+            rc = add_native(ctx, out, path, ifname, 0);
+        }
+        if (has_addr) {
+            snprintf(path, sizeof path, "%s/next-hop-address", entry);
+            rc = add_native(ctx, out, path, addr, 0);
+        }
+        const char *value;
+        if (rec->tag_mode) {
+            snprintf(path, sizeof path, "%s/tag", entry);
+            value = rec->set_tag;
+        } else {
+            snprintf(path, sizeof path, "%s/description", entry);
+            value = in->value;
+        }
+        leaf->op = is_delete ? YFW_DT_OP_DELETE : YFW_DT_OP_NONE;
+        rc = yfw_map_datatree_add_path_flagged(ctx, out, path, OCNI_NS_NATIVE, value, leaf, NULL,
+                                               0, 0);
+    }
+    sysdb_datalist_free(list);
+    return rc;
+}
+
+cerrno ocni_do_sysdb_lookup_and_get_tag(yfw_map_ctx *ctx)
+{
+    OCNI_CB_ID_DECL();
+    ocni_route_common_data *rec = ocni_rec(ctx);
+    if (rec == NULL || rec->prefix == NULL)
+        return YFW_RC_NO_COMMON_DATA;
+    store_prefix sp;
+    if (!convert_prefix(rec, &sp))
+        return OCNI_RC_ALL_ONES;
+    char store_path[OCNI_PATH_LEN];
+    build_store_path(ocni_vrf_name(ctx), rec, &sp, store_path);
+    cerrno rc = ensure_store();
+    if (rc != YFW_RC_OK)
+        return rc;
+
+    uint32_t count = 0;
+    sysdb_datalist_t *list = NULL;
+    rc = sysdb_find_data(ocni_ip_static_sysdb_connid, store_path, "", SYSDB_FIND_LIST, &count,
+                         &list);
+    if (rc != YFW_RC_OK) {
+        OCNI_TRC(ocni_id, ctx, "sysdb_find_data failed for prefix %s :(%s)\n", sp.addr,
+                 cerr_strerror(rc));
+        if (list != NULL)
+            sysdb_datalist_free(list);
+        return rc;
+    }
+    for (uint32_t i = 0; i < count && list != NULL; i++) {
+        const char *item_path = NULL;
+        const void *data = NULL;
+        uint32_t data_len = 0;
+        rc = sysdb_datalist_next(list, &item_path, &data, &data_len);
+        if (rc != YFW_RC_OK)
+            break;
+        nh_tuple t;
+        rc = unpack_tuple(data, data_len, &t);
+        if (rc != YFW_RC_OK)
+            break;
+        nh_key k;
+        split_key(item_path, &k);
+        if (strcmp(k.part[2], OCNI_EMPTY_KEY_PART) == 0) {
+            if (t.tag != 0)
+                snprintf(rec->set_tag, sizeof rec->set_tag, "%u", (unsigned)t.tag);
+            break;
+        }
+    }
+    if (list != NULL)
+        sysdb_datalist_free(list);
+    return rc;
 }
 
 } // extern "C"
