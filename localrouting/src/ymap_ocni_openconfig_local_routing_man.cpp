@@ -1098,9 +1098,10 @@ cerrno nh_create_or_modify(nh_job &j, nh_given &g, const char *vrf)
         if (rc != YFW_RC_OK)
             return rc;
         rc = nh_follow_ups(j, vrf, rc);
+        /* Written whole, metric and index included: the leaf callbacks add nothing more. */
         if (g.nh || g.ifname != NULL) {
             j.rec->next_hop_touched = 1;
-            j.rec->metric_touched = 1;
+            j.rec->metric_flag = 1;
         }
         return rc;
     }
@@ -1544,7 +1545,7 @@ const char DESC_SOLE_BACKSLASH[] = "Supplied description value only contains a s
 const char DESC_TOO_LONG[] =
     "The length of the supplied description is greater than the maximum length allowed";
 
-/* Native description limit: converted texts of this many characters or more are refused. */
+/* The native description holds at most this many characters. */
 const size_t DESC_MAX = 30;
 
 /* The user message refusing `text`, or NULL when its characters are acceptable. */
@@ -1572,7 +1573,8 @@ const char *description_refusal(const char *text)
 /*
  * Native form of a description: the entity quote at either end becomes a
  * double quote, a backslash escapes the next character (a trailing one is
- * dropped). Stops after DESC_MAX characters; returns how many it wrote.
+ * dropped). Writes what fits into `buf` (always terminated) and returns the
+ * length of the whole converted text.
  */
 size_t convert_description(const char *text, char *buf, size_t bufsz)
 {
@@ -1581,18 +1583,22 @@ size_t convert_description(const char *text, char *buf, size_t bufsz)
     const size_t len = strlen(text);
     size_t o = 0;
     memset(buf, 0, bufsz);
-    for (size_t i = 0; i < len && o < DESC_MAX && o + 1 < bufsz;) {
+    for (size_t i = 0; i < len;) {
+        char c;
         if ((i == 0 || (len >= elen && i == len - elen)) && strncmp(text + i, ENTITY, elen) == 0) {
-            buf[o++] = '"';
+            c = '"';
             i += elen;
         } else if (text[i] == '\\') {
             if (text[i + 1] == '\0')
                 break;
-            buf[o++] = text[i + 1];
+            c = text[i + 1];
             i += 2;
         } else {
-            buf[o++] = text[i++];
+            c = text[i++];
         }
+        if (o + 1 < bufsz)
+            buf[o] = c;
+        o++;
     }
     return o;
 }
@@ -1616,7 +1622,7 @@ cerrno description_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_d
             OCNI_CB_RETURN(id, ctx, YFW_RC_INVALID_REQUEST);
         }
         char native[DESC_MAX + 1];
-        if (convert_description(in->value, native, sizeof native) >= DESC_MAX) {
+        if (convert_description(in->value, native, sizeof native) > DESC_MAX) {
             OCNI_ERR(id, ctx,
                      "Length of the supplied decription is greater than the maximum allowed "
                      "length");
