@@ -1,5 +1,7 @@
 #include "yang_data.h"
 
+#include "host/tree.h"
+
 #include <arpa/inet.h>
 #include <libyang/libyang.h>
 
@@ -169,9 +171,10 @@ Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *par
     const lysc_node *schema = node->schema;
     if (schema == nullptr)
         return Error::internal("opaque node " + node_path(node) + " in a parsed tree");
-    uint8_t flags = 0;
-    if (schema->nodetype == LYS_LIST || lysc_is_key(schema))
-        flags |= YFW_DT_F_LIST;
+    DatatreeSink::Kind kind = schema->nodetype == LYS_LIST     ? DatatreeSink::Kind::kEntry
+                              : lysc_is_key(schema)              ? DatatreeSink::Kind::kKey
+                              : (schema->nodetype & LYD_NODE_TERM) ? DatatreeSink::Kind::kLeaf
+                                                                 : DatatreeSink::Kind::kContainer;
 
     std::string value;
     const char *data_ns = nullptr;
@@ -186,11 +189,10 @@ Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *par
             value = canon != nullptr ? canon : "";
         }
         has_value = true;
-        flags |= YFW_DT_F_VALUE;
     }
     uint32_t my_op = deleted != nullptr && deleted->node == node ? YFW_DT_OP_DELETE : op;
-    zidl_yfw_datatree *self = sink.add(parent, schema->name, has_value ? value.c_str() : nullptr,
-                                       schema->module->ns, data_ns, flags, my_op);
+    zidl_yfw_datatree *self = sink.add(parent, schema->name, kind, has_value ? value.c_str() : nullptr,
+                                       schema->module->ns, data_ns, my_op);
     if (self == nullptr)
         return Error::internal("out of memory while copying " + node_path(node));
     for (const lyd_node *child = lyd_child(node); child != nullptr; child = child->next) {
@@ -199,8 +201,8 @@ Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *par
             return e;
     }
     if (deleted != nullptr && deleted->parent == node && deleted->leaf != nullptr) {
-        if (sink.add(self, deleted->leaf->name, nullptr, deleted->leaf->module->ns, nullptr, 0,
-                     YFW_DT_OP_DELETE) == nullptr)
+        if (sink.add(self, deleted->leaf->name, DatatreeSink::Kind::kLeaf, nullptr, deleted->leaf->module->ns,
+                     nullptr, YFW_DT_OP_DELETE) == nullptr)
             return Error::internal("out of memory while copying " + node_path(node));
     }
     return Error{};
@@ -217,6 +219,23 @@ Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root,
             return e;
     }
     return Error{};
+}
+
+zidl_yfw_datatree *HostTreeSink::add(zidl_yfw_datatree *parent, const char *name, Kind kind, const char *value,
+                                     const char *ns, const char *data_ns, uint32_t op)
+{
+    using host::NodeKind;
+    NodeKind hk = kind == Kind::kEntry ? NodeKind::Entry : kind == Kind::kContainer ? NodeKind::Container : NodeKind::Leaf;
+    zidl_yfw_datatree *n = host::node_add_child(parent, name, hk, value, ns);
+    if (n == nullptr)
+        return nullptr;
+    if (kind == Kind::kKey)
+        host::node_mark_key(n);
+    if (data_ns != nullptr && !host::node_set_data_ns(n, data_ns))
+        return nullptr;
+    if (op != YFW_DT_OP_NONE)
+        host::node_set_op(n, op);
+    return n;
 }
 
 /* ------------------------------------------------------------------ */

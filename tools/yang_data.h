@@ -61,9 +61,17 @@ Error check_canonical_prefixes(const Tree &tree);
  */
 class DatatreeSink {
 public:
+    enum class Kind { kContainer, kEntry, kKey, kLeaf };
     virtual ~DatatreeSink() = default;
-    virtual zidl_yfw_datatree *add(zidl_yfw_datatree *parent, const char *name, const char *value,
-                                   const char *ns, const char *data_ns, uint8_t flags, uint32_t op) = 0;
+    virtual zidl_yfw_datatree *add(zidl_yfw_datatree *parent, const char *name, Kind kind, const char *value,
+                                   const char *ns, const char *data_ns, uint32_t op) = 0;
+};
+
+/* The sink that builds a host tree (host/tree.h). */
+class HostTreeSink : public DatatreeSink {
+public:
+    zidl_yfw_datatree *add(zidl_yfw_datatree *parent, const char *name, Kind kind, const char *value,
+                           const char *ns, const char *data_ns, uint32_t op) override;
 };
 
 /*
