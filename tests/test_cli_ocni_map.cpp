@@ -1,0 +1,304 @@
+/*
+ * The ocni-map command line, run as a user runs it: exit status, messages
+ * and what the store holds afterwards.
+ */
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string env(const char *name, const char *fallback)
+{
+    const char *v = getenv(name);
+    return v != nullptr ? v : fallback;
+}
+
+std::string read_file(const std::string &path)
+{
+    std::ifstream in(path);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+bool exists(const std::string &path)
+{
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+std::string quote(const std::string &s)
+{
+    std::string out = "'";
+    for (char c : s)
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return out + "'";
+}
+
+struct Outcome {
+    int status = -1;
+    std::string out, err;
+};
+
+/* Each test gets a scratch directory as working directory; the store lives in it. */
+class Cli : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char tmpl[] = "/tmp/ocni-cli-test.XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir_ = tmpl;
+        store_ = dir_ + "/store";
+        binary_ = env("OCNI_BINARY_DIR", ".") + "/tools/ocni-map";
+        examples_ = env("OCNI_SOURCE_DIR", ".") + "/examples";
+        ASSERT_TRUE(exists(binary_)) << binary_;
+    }
+    void TearDown() override
+    {
+        std::string cmd = "rm -rf " + quote(dir_);
+        EXPECT_EQ(std::system(cmd.c_str()), 0);
+    }
+
+    /* Runs ocni-map with `args` (already shell-quoted where needed) and optional standard input. */
+    Outcome run(const std::string &args, const std::string &input = "", bool with_store = true)
+    {
+        std::string in = dir_ + "/stdin", out = dir_ + "/stdout", err = dir_ + "/stderr";
+        std::ofstream(in) << input;
+        std::string cmd = "cd " + quote(dir_) + " && " + quote(binary_) +
+                          (with_store ? " --store " + quote(store_) : std::string()) + " " + args + " <" +
+                          quote(in) + " >" + quote(out) + " 2>" + quote(err);
+        int raw = std::system(cmd.c_str());
+        Outcome r;
+        r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+        r.out = read_file(out);
+        r.err = read_file(err);
+        return r;
+    }
+
+    std::string example(const char *name) const { return quote(examples_ + "/" + name); }
+
+    /* Store commands need the walker; until it is built they report so and the test is skipped. */
+    bool engine_missing(const Outcome &r) const
+    {
+        return r.status == 3 && r.err.find("not part of this build") != std::string::npos;
+    }
+
+    std::string dir_, store_, binary_, examples_;
+};
+
+TEST_F(Cli, EveryCommandHasHelp)
+{
+    struct Row {
+        const char *args;
+        const char *usage;
+    } rows[] = {
+        {"--help", "usage: ocni-map [--store DIR]"},
+        {"help", "usage: ocni-map [--store DIR]"},
+        {"edit --help", "usage: ocni-map edit FILE|- [--dry-run]"},
+        {"delete --help", "usage: ocni-map delete PATH"},
+        {"get --help", "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX]"},
+        {"native --help", "usage: ocni-map native"},
+        {"native edit --help", "ocni-map native edit FILE|-"},
+        {"vrf --help", "usage: ocni-map vrf add NAME"},
+        {"vrf list --help", "ocni-map vrf list"},
+    };
+    for (const Row &r : rows) {
+        Outcome res = run(r.args);
+        EXPECT_EQ(res.status, 0) << r.args << ": " << res.err;
+        EXPECT_NE(res.out.find(r.usage), std::string::npos) << r.args << ":\n" << res.out;
+        EXPECT_FALSE(exists(store_)) << "help must not create the store";
+    }
+}
+
+TEST_F(Cli, UsageErrorsExitTwo)
+{
+    struct Row {
+        const char *args;
+        const char *mentions;
+    } rows[] = {
+        {"", "usage: ocni-map"},
+        {"frobnicate", "unknown command frobnicate"},
+        {"get --colour", "unknown option --colour"},
+        {"edit", "usage: ocni-map edit"},
+        {"edit a.json b.json", "usage: ocni-map edit"},
+        {"delete", "usage: ocni-map delete"},
+        {"native edit", "usage: ocni-map native"},
+        {"vrf", "usage: ocni-map vrf"},
+        {"vrf rename red", "unknown vrf command rename"},
+        {"vrf add", "usage: ocni-map vrf"},
+        {"vrf add this-name-is-far-too-long-for-a-vrf-of-the-router", "invalid VRF name"},
+        {"get --vrf", "--vrf needs a name"},
+        {"get --prefix 10.1.1.1/24", "\"10.1.1.0/24\""},
+        {"get --prefix tomato", "invalid prefix \"tomato\""},
+    };
+    for (const Row &r : rows) {
+        Outcome res = run(r.args);
+        EXPECT_EQ(res.status, 2) << r.args;
+        EXPECT_NE((res.out + res.err).find(r.mentions), std::string::npos)
+            << r.args << ":\n" << res.out << res.err;
+        EXPECT_FALSE(exists(store_)) << r.args;
+    }
+}
+
+TEST_F(Cli, GetPrefixNamesTheCanonicalForm)
+{
+    Outcome r = run("get --prefix 2001:DB8::/32");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("\"2001:db8::/32\""), std::string::npos) << r.err;
+}
+
+TEST_F(Cli, InputThatDoesNotParseExitsTwoNamingLineOrPathAndStoresNothing)
+{
+    const std::string proto = "/network-instances/network-instance[name=default]/protocols/protocol[identifier=STATIC][name=DEFAULT]";
+    struct Row {
+        std::string args;
+        std::string input;
+        std::vector<std::string> mentions;
+    } rows[] = {
+        {"edit -", "{\"openconfig-network-instance:network-instances\": {\n  \"network-instance\": [\n", {"line 3"}},
+        {"edit " + example("invalid-leaf.json"), "", {"invalid-leaf.json", "line 20", "config/metric"}},
+        {"edit " + example("invalid-prefix.json"), "", {"\"10.1.1.0/24\"", "static[prefix='10.1.1.1/24']"}},
+        {"edit no-such-file.json", "", {"cannot read no-such-file.json"}},
+        {"edit .", "", {"is a directory"}},
+        {"native edit " + example("01-ipv4-default-next-hop-address.json"), "", {"expected Velmar-ORN-QZ-ip-static-cfg"}},
+        {"native edit -", "{\"Velmar-ORN-QZ-ip-static-cfg:router-static\":{\"vrfs\":{\"vrf\":[{\"vrf-name\":\"\"}]}}}", {"vrf-name"}},
+        {"delete " + quote(proto + "/static-routes/static[prefix=10.0.0.1/24]"), "", {"\"10.0.0.0/24\""}},
+        {"delete " + quote(proto + "/static-routes/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config/weight"), "", {"weight"}},
+        {"delete " + quote("/network-instances/network-instance"), "", {"needs its key \"name\""}},
+    };
+    for (const Row &r : rows) {
+        Outcome res = run(r.args, r.input);
+        EXPECT_EQ(res.status, 2) << r.args << ": " << res.err;
+        for (const std::string &m : r.mentions)
+            EXPECT_NE(res.err.find(m), std::string::npos) << r.args << ": \"" << m << "\" not in:\n" << res.err;
+        EXPECT_TRUE(res.out.empty()) << r.args << ": " << res.out;
+        EXPECT_FALSE(exists(store_)) << r.args << " touched the store";
+    }
+}
+
+TEST_F(Cli, YangDirThatIsMissingIsAnInternalError)
+{
+    Outcome r = run("--yang-dir " + quote(dir_ + "/nothing-here") + " edit " + example("04-ipv6-default-drop.json"));
+    EXPECT_EQ(r.status, 3);
+    EXPECT_NE(r.err.find("nothing-here"), std::string::npos) << r.err;
+}
+
+TEST_F(Cli, PublishedModulesCheckInputTheSameWay)
+{
+    std::string published = env("OCNI_SOURCE_DIR", ".") + "/../shared/openconfig";
+    if (!exists(published + "/release"))
+        GTEST_SKIP() << "published modules not found";
+    Outcome bad = run("--yang-dir " + quote(published) + " edit " + example("invalid-leaf.json"));
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_NE(bad.err.find("config/metric"), std::string::npos) << bad.err;
+    Outcome good = run("--yang-dir " + quote(published) + " edit --dry-run " + example("05-ipv6-red-address.json"));
+    if (engine_missing(good))
+        GTEST_SKIP() << "walker not built: " << good.err;
+    EXPECT_EQ(good.status, 0) << good.err;
+}
+
+/* ------------------------------------------------------------------ */
+/* With the walker                                                     */
+/* ------------------------------------------------------------------ */
+
+TEST_F(Cli, EmptyStoreGetsAnEmptyDocument)
+{
+    Outcome r = run("get");
+    if (engine_missing(r))
+        GTEST_SKIP() << r.err;
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "{}\n");
+    Outcome n = run("native");
+    EXPECT_EQ(n.status, 0) << n.err;
+    EXPECT_EQ(n.out, "{}\n");
+}
+
+TEST_F(Cli, ExamplesApplyAndRefusalsLeaveTheNativeConfigurationUnchanged)
+{
+    Outcome first = run("edit " + example("01-ipv4-default-next-hop-address.json"));
+    if (engine_missing(first))
+        GTEST_SKIP() << first.err;
+    ASSERT_EQ(first.status, 0) << first.err;
+    EXPECT_NE(first.out.find("vrf-next-hop-next-hop-address"), std::string::npos) << first.out;
+    for (const char *name : {"02-ipv4-default-local-link.json", "03-ipv4-red-address-and-interface.json",
+                             "04-ipv6-default-drop.json", "05-ipv6-red-address.json", "06-ipv4-default-route.xml"}) {
+        Outcome r = run(std::string("edit ") + example(name));
+        EXPECT_EQ(r.status, 0) << name << ": " << r.err;
+    }
+    Outcome before = run("native");
+    ASSERT_EQ(before.status, 0) << before.err;
+    EXPECT_NE(before.out.find("\"Velmar-ORN-QZ-ip-static-cfg:router-static\""), std::string::npos);
+    EXPECT_NE(before.out.find("\"vrf-name\": \"red\""), std::string::npos) << before.out;
+
+    Outcome refused = run("edit " + example("refused-description.json"));
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("Supplied description value contains an invalid character"), std::string::npos)
+        << refused.err;
+    for (const char *name : {"invalid-prefix.json", "invalid-leaf.json"})
+        EXPECT_EQ(run(std::string("edit ") + example(name)).status, 2) << name;
+    Outcome dry = run("edit --dry-run " + example("07-metric-change.json"));
+    EXPECT_EQ(dry.status, 0) << dry.err;
+    EXPECT_NE(dry.out.find("50"), std::string::npos) << dry.out;
+
+    Outcome after = run("native");
+    EXPECT_EQ(after.out, before.out);
+}
+
+TEST_F(Cli, GetFedBackIntoAnEmptyStoreGivesTheSameNativeConfiguration)
+{
+    Outcome seed = run("native edit " + example("native-router-cli.json"));
+    if (engine_missing(seed))
+        GTEST_SKIP() << seed.err;
+    ASSERT_EQ(seed.status, 0) << seed.err;
+    for (const char *name : {"01-ipv4-default-next-hop-address.json", "03-ipv4-red-address-and-interface.json",
+                             "05-ipv6-red-address.json"})
+        ASSERT_EQ(run(std::string("edit ") + example(name)).status, 0) << name;
+    Outcome native = run("native");
+    Outcome get = run("get");
+    ASSERT_EQ(get.status, 0) << get.err;
+    EXPECT_NE(get.out.find("##GigabitEthernet0/0/0/3##192.0.2.9##"), std::string::npos) << get.out;
+    EXPECT_NE(get.out.find("##DROP##"), std::string::npos) << get.out;
+
+    std::string first_store = store_;
+    store_ = dir_ + "/store2";
+    Outcome replay = run("edit -", get.out);
+    ASSERT_EQ(replay.status, 0) << replay.err;
+    EXPECT_EQ(run("native").out, native.out);
+    store_ = first_store;
+}
+
+TEST_F(Cli, DeleteRemovesOneNextHopAndNothingElse)
+{
+    Outcome r = run("edit " + example("02-ipv4-default-local-link.json"));
+    if (engine_missing(r))
+        GTEST_SKIP() << r.err;
+    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(run("edit " + example("01-ipv4-default-next-hop-address.json")).status, 0);
+    Outcome del = run("delete " + quote(read_file(examples_ + "/delete-next-hop.path").substr(
+                                  0, read_file(examples_ + "/delete-next-hop.path").find('\n'))));
+    EXPECT_EQ(del.status, 0) << del.err;
+    Outcome native = run("native");
+    EXPECT_EQ(native.out.find("GigabitEthernet0/0/0/1"), std::string::npos) << native.out;
+    EXPECT_NE(native.out.find("192.0.2.1"), std::string::npos) << native.out;
+}
+
+TEST_F(Cli, VrfsAreAddedListedAndDeleted)
+{
+    Outcome add = run("vrf add blue");
+    if (engine_missing(add))
+        GTEST_SKIP() << add.err;
+    EXPECT_EQ(add.status, 0) << add.err;
+    EXPECT_NE(run("vrf list").out.find("blue\n"), std::string::npos);
+    EXPECT_EQ(run("vrf delete blue").status, 0);
+    EXPECT_EQ(run("vrf list").out.find("blue\n"), std::string::npos);
+}
+
+}  // namespace
