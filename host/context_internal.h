@@ -1,0 +1,54 @@
+/*
+ * Framework-private request state behind yfw_req_ctx.fw. Private to the
+ * host library.
+ */
+#ifndef OCNI_HOST_CONTEXT_INTERNAL_H
+#define OCNI_HOST_CONTEXT_INTERNAL_H
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/context.h"
+#include "host/tree_internal.h"
+
+namespace ocni::host::detail {
+
+/*
+ * Output list entries that are current while one input list entry (or the
+ * request as a whole, scope 0) is being mapped: (parent record, list name)
+ * -> entry.
+ */
+struct Scope {
+    NodeRef input;
+    std::map<std::pair<const NodeRec *, std::string>, NodeRef> current;
+};
+
+struct ReqState {
+    std::string vrf;
+    bool has_vrf = false;
+    std::vector<Scope> scopes{Scope{}};
+    NodeRef current_input;
+    std::vector<std::string> error_paths;
+    std::string ancestor_paths[YFW_MAX_ANCESTORS];
+    /* current_list as last seen by the host, and its record */
+    const zidl_yfw_datatree *seen_current_list = nullptr;
+    NodeRef seen_current_ref;
+};
+
+ReqState *state_of(const yfw_req_ctx *rc);
+ReqState *state_of(const yfw_map_ctx *ctx);
+
+/* Makes `entry` the current entry of its list in the innermost scope. */
+void note_current(ReqState *st, NodeRec *entry);
+/* The current entry of list `name` under `parent`, innermost scope first; NULL when none. */
+NodeRec *current_entry(const ReqState *st, const NodeRec *parent, const std::string &name);
+/* Takes note of a current_list the plug-in set since the last framework call. */
+void sync_current_list(yfw_req_ctx *rc);
+/* Points current_list at the current address of its entry after additions. */
+void refresh_current_list(yfw_req_ctx *rc);
+
+} // namespace ocni::host::detail
+
+#endif

@@ -1,0 +1,26 @@
+/*
+ * The interface manager the host simulates: a table of interfaces that
+ * the host and tests fill, looked up by imc_interface_find.
+ */
+#ifndef OCNI_HOST_IFACE_TABLE_H
+#define OCNI_HOST_IFACE_TABLE_H
+
+#include <cstdint>
+#include <string>
+
+#include "imc.h"
+
+namespace ocni::host {
+
+/* Adds (or renumbers) an interface; names are matched exactly. */
+void imc_add_interface(const std::string &name, uint32_t ifindex);
+void imc_remove_interface(const std::string &name);
+void imc_clear();
+/* Makes every call fail with `rc` (0: calls work again). */
+void imc_fail_calls(cerrno rc);
+/* Number of imc_interface_find calls so far. */
+size_t imc_call_count();
+
+} // namespace ocni::host
+
+#endif

@@ -1,0 +1,125 @@
+/*
+ * Path placement: yfw_map_datatree_add_path_flagged. The rule is written
+ * down in host/README.md ("Path placement").
+ */
+#include <cstring>
+
+#include "host/context_internal.h"
+#include "yfw_map.h"
+
+using namespace ocni::host;
+using namespace ocni::host::detail;
+
+namespace {
+
+void split_schema_path(const char *path, std::vector<std::string> &toks)
+{
+    toks.clear();
+    std::string cur;
+    for (const char *p = path;; ++p) {
+        if (*p == '/' || *p == '\0') {
+            if (!cur.empty()) /* a doubled or trailing "/" gives no token */
+                toks.push_back(std::move(cur));
+            cur.clear();
+            if (*p == '\0')
+                break;
+        } else {
+            cur += *p;
+        }
+    }
+}
+
+bool is_key_of_parent(const NodeRec *leaf)
+{
+    const NodeRec *p = leaf->parent;
+    return p != nullptr && p->kind == NodeKind::Entry && p->node->name != nullptr &&
+           list_is_key(p->node->name, leaf->node->name);
+}
+
+cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const char *ns,
+             const char *value, const zidl_yfw_datatree *src, zidl_yfw_datatree **created,
+             uint32_t flag)
+{
+    ReqState *st = state_of(ctx);
+    NodeRec *cur = rec_of(out);
+    if (cur == nullptr)
+        return YFW_RC_MAP_FAILED;
+    std::vector<std::string> toks;
+    split_schema_path(path, toks);
+    if (toks.empty())
+        return YFW_RC_MAP_FAILED;
+    for (const auto &t : toks)
+        if (t.find('[') != std::string::npos) /* schema paths carry no keys */
+            return YFW_RC_MAP_FAILED;
+
+    sync_current_list(ctx->req_ctx);
+    bool made = false;
+    for (size_t i = 0; i < toks.size(); ++i) {
+        const std::string &name = toks[i];
+        const bool last = i + 1 == toks.size();
+        /* A last token with a value is a leaf, whatever the list registry says. */
+        const bool as_list = list_is_known(name) && !(last && value != nullptr);
+        NodeRec *next = nullptr;
+        made = false;
+        if (last && flag == 1) {
+            next = add_child(cur, name.c_str(), as_list ? NodeKind::Entry : NodeKind::Container, nullptr, ns);
+            made = true;
+        } else if (as_list) {
+            next = current_entry(st, cur, name);
+            if (next == nullptr) {
+                next = add_child(cur, name.c_str(), NodeKind::Entry, nullptr, ns);
+                made = true;
+            }
+        } else {
+            next = find_child(cur, name);
+            if (next == nullptr) {
+                NodeKind kind = last && value != nullptr ? NodeKind::Leaf : NodeKind::Container;
+                next = add_child(cur, name.c_str(), kind, nullptr, ns);
+                made = true;
+            }
+        }
+        if (next == nullptr)
+            return YFW_RC_NO_MEMORY;
+        if (made && next->kind == NodeKind::Entry)
+            note_current(st, next);
+        cur = next;
+    }
+    if (ns != nullptr && ns[0] != '\0' && !set_ns(cur, ns))
+        return YFW_RC_NO_MEMORY;
+    if (value != nullptr && !set_value(cur, value))
+        return YFW_RC_NO_MEMORY;
+    if (cur->kind == NodeKind::Leaf && !(cur->node->flags & YFW_DT_F_LIST) && is_key_of_parent(cur))
+        mark_key(cur);
+    if (src != nullptr)
+        node_set_op(cur->node, src->op);
+    if (created != nullptr)
+        *created = cur->node;
+    return YFW_RC_OK;
+}
+
+} // namespace
+
+extern "C" {
+
+cerrno yfw_map_datatree_add_path_flagged(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path,
+                                         const char *ns, const char *value,
+                                         const zidl_yfw_datatree *src, zidl_yfw_datatree **created,
+                                         uint32_t flag, uint32_t add_flag)
+{
+    (void)add_flag; /* paths under a trim-path context are absolute all the same */
+    if (created != nullptr)
+        *created = nullptr;
+    if (ctx == nullptr || ctx->req_ctx == nullptr || out == nullptr || path == nullptr)
+        return YFW_RC_MAP_FAILED;
+    if (ctx->req_ctx->suppress_flag != 0) /* additions made while suppressed are dropped */
+        return YFW_RC_OK;
+    try {
+        cerrno rc = place(ctx, out, path, ns, value, src, created, flag);
+        refresh_current_list(ctx->req_ctx);
+        return rc;
+    } catch (...) {
+        return YFW_RC_NO_MEMORY;
+    }
+}
+
+} // extern "C"

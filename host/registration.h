@@ -1,0 +1,75 @@
+/*
+ * Registration of the mapping plug-in: which exported callback serves
+ * which schema node of the three models, and how the walker calls it.
+ *
+ * All bindings live in one table (registration.cpp). A schema path is the
+ * path of the node without keys ("/router-static/vrfs/vrf/..."). A node
+ * may carry several bindings: the next-hop index leaf has its callback and
+ * a condition callback, an OpenConfig state leaf has an IPv4 and an IPv6
+ * forward member.
+ */
+#ifndef OCNI_HOST_REGISTRATION_H
+#define OCNI_HOST_REGISTRATION_H
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace ocni::host {
+
+/* How the walker calls a callback. */
+enum class CallbackKind : uint8_t {
+    Container, /* (ctx, in, subtrees, out) */
+    List,      /* (ctx, in, out), once per list entry */
+    Leaf,      /* (ctx, in, out) */
+    Condition, /* (ctx, int rows, xpath_list_type_t *): called by the plug-in's own callbacks */
+};
+
+/* Which tree a binding belongs to. */
+enum class Model : uint8_t {
+    OpenConfigEdit,  /* OpenConfig configuration: edits, and requests in read mode */
+    OpenConfigState, /* OpenConfig state leaves of a state request (forward members) */
+    Native,          /* native configuration read back into OpenConfig */
+    Operational,     /* operational answer mapped back into OpenConfig state */
+};
+
+/* Address family a binding is restricted to; Any for bindings of both. */
+enum class Family : uint8_t { Any, IPv4, IPv6 };
+
+struct Binding {
+    Model model;
+    std::string schema_path;
+    std::string callback;
+    CallbackKind kind;
+    Family family;
+};
+
+/* Every binding, in table order. */
+const std::vector<Binding> &registration_table();
+
+/* Callback names of the table without repetition, in table order. */
+std::vector<std::string> registration_callback_names();
+
+/*
+ * Bindings of one model indexed by schema path, for the walker. Lookups
+ * are constant-time; the value lists a node's bindings in table order.
+ */
+class BindingIndex {
+public:
+    explicit BindingIndex(Model model);
+    const std::vector<const Binding *> *find(const std::string &schema_path) const;
+    /* Schema paths with at least one binding below or at them (walk pruning). */
+    bool has_bindings_below(const std::string &schema_path) const;
+
+private:
+    std::unordered_map<std::string, std::vector<const Binding *>> by_path_;
+    std::unordered_map<std::string, bool> prefixes_;
+};
+
+const char *model_name(Model m);
+const char *kind_name(CallbackKind k);
+
+} // namespace ocni::host
+
+#endif

@@ -1,0 +1,810 @@
+/*
+ * Host data trees: contiguous child arrays, stable records, sibling index.
+ */
+#include "host/tree_internal.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <unordered_set>
+
+#include "wos_alloc.h"
+
+namespace ocni::host {
+namespace detail {
+
+namespace {
+
+/* A parent gets a sibling index once it holds this many children. */
+constexpr uint32_t INDEX_THRESHOLD = 8;
+constexpr char KEY_SEP = '\x1f';
+constexpr char KV_SEP = '\x1e';
+
+std::atomic<uint64_t> g_next_serial{1};
+std::mutex g_trees_mu;
+std::unordered_set<uint64_t> g_live_trees;
+
+char *dup_text(const char *s)
+{
+    if (s == nullptr)
+        return nullptr;
+    size_t n = strlen(s) + 1;
+    char *p = static_cast<char *>(malloc(n));
+    if (p != nullptr)
+        memcpy(p, s, n);
+    return p;
+}
+
+/* Frees a node string: the host's own allocation, and a replacement a plug-in hung there. */
+void free_text(char *current, char *own)
+{
+    free(own);
+    if (current != nullptr && current != own)
+        wos_named_free(current);
+}
+
+NodeRec *child_rec(const zidl_yfw_datatree *parent, uint32_t i)
+{
+    return static_cast<NodeRec *>(parent->children[i].fw);
+}
+
+bool grow(NodeRec *p, uint32_t need)
+{
+    uint32_t cap = p->capacity < 4 ? 4 : p->capacity;
+    while (cap < need)
+        cap *= 2;
+    /* One spare zeroed slot: scans that stop at a NULL name stop there. */
+    auto *arr = static_cast<zidl_yfw_datatree *>(calloc(size_t(cap) + 1, sizeof(zidl_yfw_datatree)));
+    if (arr == nullptr)
+        return false;
+    zidl_yfw_datatree *pn = p->node;
+    if (pn->n_children > 0)
+        memcpy(arr, pn->children, sizeof(zidl_yfw_datatree) * pn->n_children);
+    free(pn->children);
+    pn->children = arr;
+    p->capacity = cap;
+    for (uint32_t i = 0; i < pn->n_children; ++i)
+        child_rec(pn, i)->node = &arr[i];
+    return true;
+}
+
+void index_insert(NodeRec *p, NodeRec *r)
+{
+    auto &v = (*p->child_index)[r->key];
+    auto pos = std::lower_bound(v.begin(), v.end(), r,
+                                [](const NodeRec *a, const NodeRec *b) { return a->index < b->index; });
+    v.insert(pos, r);
+}
+
+void index_remove(NodeRec *p, NodeRec *r, const std::string &key)
+{
+    auto it = p->child_index->find(key);
+    if (it == p->child_index->end())
+        return;
+    auto &v = it->second;
+    v.erase(std::remove(v.begin(), v.end(), r), v.end());
+    if (v.empty())
+        p->child_index->erase(it);
+}
+
+void index_add(NodeRec *p, NodeRec *r)
+{
+    if (p->child_index) {
+        index_insert(p, r);
+        return;
+    }
+    if (p->node->n_children < INDEX_THRESHOLD)
+        return;
+    p->child_index = std::make_unique<std::unordered_map<std::string, std::vector<NodeRec *>>>();
+    for (uint32_t i = 0; i < p->node->n_children; ++i) {
+        NodeRec *c = child_rec(p->node, i);
+        (*p->child_index)[c->key].push_back(c);
+    }
+}
+
+void free_contents(zidl_yfw_datatree *n)
+{
+    for (uint32_t i = 0; i < n->n_children; ++i)
+        free_contents(&n->children[i]);
+    free(n->children);
+    auto *r = static_cast<NodeRec *>(n->fw);
+    char *none[4] = {nullptr, nullptr, nullptr, nullptr};
+    char **own = r != nullptr ? r->own : none;
+    free_text(n->name, own[0]);
+    free_text(n->value, own[1]);
+    free_text(n->ns, own[2]);
+    free_text(n->data_ns, own[3]);
+}
+
+void append_segment(std::string &path, const zidl_yfw_datatree *n, const NodeRec *r)
+{
+    path += '/';
+    path += n->name != nullptr ? n->name : "";
+    if (r == nullptr || r->kind != NodeKind::Entry)
+        return;
+    for (uint32_t i = 0; i < n->n_children; ++i) {
+        const zidl_yfw_datatree &c = n->children[i];
+        if (c.name == nullptr)
+            break;
+        if ((c.flags & YFW_DT_F_LIST) && c.value != nullptr) {
+            path += '[';
+            path += c.name;
+            path += '=';
+            path += c.value;
+            path += ']';
+        }
+    }
+}
+
+NodeKind infer_kind(const zidl_yfw_datatree *n)
+{
+    if (auto *r = static_cast<const NodeRec *>(n->fw); r != nullptr && r->node == n)
+        return r->kind;
+    if (n->value != nullptr || (n->flags & YFW_DT_F_VALUE))
+        return NodeKind::Leaf;
+    if (n->flags & YFW_DT_F_LIST)
+        return NodeKind::Entry;
+    return NodeKind::Container;
+}
+
+bool clone_into(NodeRec *dst, const zidl_yfw_datatree *src)
+{
+    for (uint32_t i = 0; i < src->n_children; ++i) {
+        const zidl_yfw_datatree &c = src->children[i];
+        if (c.name == nullptr)
+            break;
+        NodeRec *r = add_child(dst, c.name, infer_kind(&c), c.value, c.ns);
+        if (r == nullptr)
+            return false;
+        if (c.data_ns != nullptr && !set_data_ns(r, c.data_ns))
+            return false;
+        r->node->op = c.op;
+        r->node->flags = uint8_t((c.flags & ~YFW_DT_F_CHILDREN) | (r->node->flags & YFW_DT_F_CHILDREN));
+        r->node->flags2 = c.flags2;
+        if (!clone_into(r, &c))
+            return false;
+        if (r->kind == NodeKind::Entry)
+            rekey(r);
+    }
+    return true;
+}
+
+} // namespace
+
+bool tree_alive(uint64_t serial)
+{
+    std::lock_guard<std::mutex> lk(g_trees_mu);
+    return g_live_trees.count(serial) != 0;
+}
+
+NodeRec *rec_of(const zidl_yfw_datatree *node)
+{
+    if (node == nullptr || node->fw == nullptr)
+        return nullptr;
+    auto *r = static_cast<NodeRec *>(node->fw);
+    return r->node == node ? r : nullptr;
+}
+
+NodeRec *rec_of(NodeRef ref)
+{
+    if (ref.rec == nullptr || !tree_alive(ref.tree))
+        return nullptr;
+    return static_cast<NodeRec *>(ref.rec);
+}
+
+NodeRef ref_of(NodeRec *rec)
+{
+    NodeRef r;
+    if (rec != nullptr) {
+        r.rec = rec;
+        r.tree = rec->tree->serial;
+    }
+    return r;
+}
+
+std::string entry_key(const std::string &name, std::vector<std::pair<std::string, std::string>> keys)
+{
+    std::sort(keys.begin(), keys.end());
+    std::string k = name;
+    k += KEY_SEP;
+    for (const auto &kv : keys) {
+        k += kv.first;
+        k += KV_SEP;
+        k += kv.second;
+        k += KEY_SEP;
+    }
+    return k;
+}
+
+std::string entry_key_of(const NodeRec *entry)
+{
+    std::vector<std::pair<std::string, std::string>> keys;
+    const zidl_yfw_datatree *n = entry->node;
+    for (uint32_t i = 0; i < n->n_children; ++i) {
+        const zidl_yfw_datatree &c = n->children[i];
+        if ((c.flags & YFW_DT_F_LIST) && c.value != nullptr && c.name != nullptr)
+            keys.emplace_back(c.name, c.value);
+    }
+    return entry_key(n->name != nullptr ? n->name : "", std::move(keys));
+}
+
+NodeRec *add_child(NodeRec *p, const char *name, NodeKind kind, const char *value, const char *ns)
+{
+    if (p == nullptr || name == nullptr)
+        return nullptr;
+    zidl_yfw_datatree *pn = p->node;
+    uint32_t n = pn->n_children;
+    if (n + 1 > p->capacity && !grow(p, n + 1))
+        return nullptr;
+    char *nm = dup_text(name);
+    char *val = dup_text(value);
+    char *nsd = (ns != nullptr && ns[0] != '\0') ? dup_text(ns) : nullptr;
+    if (nm == nullptr || (value != nullptr && val == nullptr) ||
+        (ns != nullptr && ns[0] != '\0' && nsd == nullptr)) {
+        free(nm);
+        free(val);
+        free(nsd);
+        return nullptr;
+    }
+    Tree *t = p->tree;
+    t->recs.emplace_back();
+    NodeRec *r = &t->recs.back();
+    zidl_yfw_datatree *c = &pn->children[n];
+    memset(c, 0, sizeof *c);
+    c->name = nm;
+    c->value = val;
+    c->ns = nsd;
+    c->fw = r;
+    c->flags = uint8_t((kind == NodeKind::Entry ? YFW_DT_F_LIST : 0) | (val != nullptr ? YFW_DT_F_VALUE : 0));
+    r->tree = t;
+    r->parent = p;
+    r->node = c;
+    r->index = n;
+    r->kind = kind;
+    r->own[0] = nm;
+    r->own[1] = val;
+    r->own[2] = nsd;
+    r->key = kind == NodeKind::Entry ? entry_key(name, {}) : std::string(name);
+    pn->n_children = n + 1;
+    pn->flags |= YFW_DT_F_CHILDREN;
+    index_add(p, r);
+    return r;
+}
+
+void find_children(const NodeRec *p, const std::string &key, std::vector<NodeRec *> &out)
+{
+    out.clear();
+    if (p == nullptr)
+        return;
+    if (p->child_index) {
+        auto it = p->child_index->find(key);
+        if (it != p->child_index->end())
+            out = it->second;
+        return;
+    }
+    for (uint32_t i = 0; i < p->node->n_children; ++i) {
+        NodeRec *c = child_rec(p->node, i);
+        if (c->key == key)
+            out.push_back(c);
+    }
+}
+
+NodeRec *find_child(const NodeRec *p, const std::string &key)
+{
+    if (p == nullptr)
+        return nullptr;
+    if (p->child_index) {
+        auto it = p->child_index->find(key);
+        return it == p->child_index->end() || it->second.empty() ? nullptr : it->second.front();
+    }
+    for (uint32_t i = 0; i < p->node->n_children; ++i) {
+        NodeRec *c = child_rec(p->node, i);
+        if (c->key == key)
+            return c;
+    }
+    return nullptr;
+}
+
+void rekey(NodeRec *entry)
+{
+    if (entry == nullptr || entry->kind != NodeKind::Entry)
+        return;
+    std::string k = entry_key_of(entry);
+    if (k == entry->key)
+        return;
+    NodeRec *p = entry->parent;
+    std::string old = std::move(entry->key);
+    entry->key = std::move(k);
+    if (p != nullptr && p->child_index) {
+        index_remove(p, entry, old);
+        index_insert(p, entry);
+    }
+}
+
+bool set_value(NodeRec *r, const char *value)
+{
+    zidl_yfw_datatree *n = r->node;
+    if (value != nullptr && n->value != nullptr && strcmp(value, n->value) == 0)
+        return true;
+    char *v = dup_text(value);
+    if (value != nullptr && v == nullptr)
+        return false;
+    free_text(n->value, r->own[1]);
+    n->value = v;
+    r->own[1] = v;
+    if (v != nullptr)
+        n->flags |= YFW_DT_F_VALUE;
+    else
+        n->flags &= uint8_t(~YFW_DT_F_VALUE);
+    if ((n->flags & YFW_DT_F_LIST) && r->kind == NodeKind::Leaf && r->parent != nullptr)
+        rekey(r->parent);
+    return true;
+}
+
+bool set_ns(NodeRec *r, const char *ns)
+{
+    zidl_yfw_datatree *n = r->node;
+    if (ns != nullptr && n->ns != nullptr && strcmp(ns, n->ns) == 0)
+        return true;
+    char *v = (ns != nullptr && ns[0] != '\0') ? dup_text(ns) : nullptr;
+    if (ns != nullptr && ns[0] != '\0' && v == nullptr)
+        return false;
+    free_text(n->ns, r->own[2]);
+    n->ns = v;
+    r->own[2] = v;
+    return true;
+}
+
+bool set_data_ns(NodeRec *r, const char *data_ns)
+{
+    zidl_yfw_datatree *n = r->node;
+    char *v = dup_text(data_ns);
+    if (data_ns != nullptr && v == nullptr)
+        return false;
+    free_text(n->data_ns, r->own[3]);
+    n->data_ns = v;
+    r->own[3] = v;
+    if (v != nullptr)
+        n->flags2 |= YFW_DT_F2_DATA_NS;
+    else
+        n->flags2 &= uint8_t(~YFW_DT_F2_DATA_NS);
+    return true;
+}
+
+void mark_key(NodeRec *leaf)
+{
+    leaf->node->flags |= YFW_DT_F_LIST;
+    if (leaf->parent != nullptr)
+        rekey(leaf->parent);
+}
+
+std::string schema_path(const NodeRec *r)
+{
+    std::vector<const NodeRec *> chain;
+    for (; r != nullptr && r->parent != nullptr; r = r->parent)
+        chain.push_back(r);
+    std::string path;
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+        path += '/';
+        path += (*it)->node->name != nullptr ? (*it)->node->name : "";
+    }
+    return path;
+}
+
+std::string instance_path(const NodeRec *r)
+{
+    std::vector<const NodeRec *> chain;
+    for (; r != nullptr && r->parent != nullptr; r = r->parent)
+        chain.push_back(r);
+    std::string path;
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it)
+        append_segment(path, (*it)->node, *it);
+    return path;
+}
+
+zidl_yfw_datatree *new_tree()
+{
+    auto *root = static_cast<zidl_yfw_datatree *>(calloc(1, sizeof(zidl_yfw_datatree)));
+    char *nm = dup_text("/");
+    if (root == nullptr || nm == nullptr) {
+        free(root);
+        free(nm);
+        return nullptr;
+    }
+    auto *t = new Tree;
+    t->serial = g_next_serial++;
+    t->root = root;
+    t->recs.emplace_back();
+    NodeRec *r = &t->recs.back();
+    r->tree = t;
+    r->node = root;
+    r->own[0] = nm;
+    r->key = "/";
+    root->name = nm;
+    root->fw = r;
+    {
+        std::lock_guard<std::mutex> lk(g_trees_mu);
+        g_live_trees.insert(t->serial);
+    }
+    return root;
+}
+
+} // namespace detail
+
+using namespace detail;
+
+zidl_yfw_datatree *tree_new()
+{
+    try {
+        return new_tree();
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+void tree_free(zidl_yfw_datatree *root)
+{
+    NodeRec *r = rec_of(root);
+    if (r == nullptr || r->parent != nullptr)
+        return;
+    Tree *t = r->tree;
+    {
+        std::lock_guard<std::mutex> lk(g_trees_mu);
+        g_live_trees.erase(t->serial);
+    }
+    free_contents(root);
+    free(root);
+    delete t;
+}
+
+zidl_yfw_datatree *tree_clone(const zidl_yfw_datatree *root)
+{
+    if (root == nullptr)
+        return nullptr;
+    zidl_yfw_datatree *copy = tree_new();
+    if (copy == nullptr)
+        return nullptr;
+    bool ok = false;
+    try {
+        ok = clone_into(rec_of(copy), root);
+    } catch (...) {
+        ok = false;
+    }
+    if (!ok) {
+        tree_free(copy);
+        return nullptr;
+    }
+    return copy;
+}
+
+NodeRef node_ref(const zidl_yfw_datatree *node)
+{
+    return ref_of(rec_of(node));
+}
+
+zidl_yfw_datatree *node_get(NodeRef ref)
+{
+    NodeRec *r = rec_of(ref);
+    return r != nullptr ? r->node : nullptr;
+}
+
+zidl_yfw_datatree *node_parent(const zidl_yfw_datatree *node)
+{
+    NodeRec *r = rec_of(node);
+    return r != nullptr && r->parent != nullptr ? r->parent->node : nullptr;
+}
+
+zidl_yfw_datatree *node_root(const zidl_yfw_datatree *node)
+{
+    NodeRec *r = rec_of(node);
+    return r != nullptr ? r->tree->root : nullptr;
+}
+
+zidl_yfw_datatree *node_add_child(zidl_yfw_datatree *parent, const char *name, NodeKind kind,
+                                  const char *value, const char *ns)
+{
+    try {
+        NodeRec *p = rec_of(parent);
+        NodeRec *r = add_child(p, name, kind, value, ns);
+        return r != nullptr ? r->node : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+zidl_yfw_datatree *node_add_entry(zidl_yfw_datatree *parent, const char *name,
+                                  const std::vector<std::pair<std::string, std::string>> &keys,
+                                  const char *ns, bool *existed)
+{
+    if (existed != nullptr)
+        *existed = false;
+    NodeRec *p = rec_of(parent);
+    if (p == nullptr || name == nullptr)
+        return nullptr;
+    try {
+        if (NodeRec *e = find_child(p, entry_key(name, keys)); e != nullptr) {
+            if (existed != nullptr)
+                *existed = true;
+            return e->node;
+        }
+        NodeRec *e = add_child(p, name, NodeKind::Entry, nullptr, ns);
+        if (e == nullptr)
+            return nullptr;
+        for (const auto &kv : keys) {
+            NodeRec *k = add_child(e, kv.first.c_str(), NodeKind::Leaf, kv.second.c_str(), ns);
+            if (k == nullptr)
+                return nullptr;
+            k->node->flags |= YFW_DT_F_LIST;
+        }
+        rekey(e);
+        return e->node;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+bool node_set_value(zidl_yfw_datatree *node, const char *value)
+{
+    NodeRec *r = rec_of(node);
+    try {
+        return r != nullptr && set_value(r, value);
+    } catch (...) {
+        return false;
+    }
+}
+
+bool node_set_ns(zidl_yfw_datatree *node, const char *ns)
+{
+    NodeRec *r = rec_of(node);
+    return r != nullptr && set_ns(r, ns);
+}
+
+bool node_set_data_ns(zidl_yfw_datatree *node, const char *data_ns)
+{
+    NodeRec *r = rec_of(node);
+    return r != nullptr && set_data_ns(r, data_ns);
+}
+
+void node_set_op(zidl_yfw_datatree *node, uint32_t op)
+{
+    if (node == nullptr)
+        return;
+    node->op = op;
+    node->flags |= YFW_DT_F_OP;
+}
+
+void node_mark_key(zidl_yfw_datatree *leaf)
+{
+    NodeRec *r = rec_of(leaf);
+    if (r == nullptr)
+        return;
+    try {
+        mark_key(r);
+    } catch (...) {
+    }
+}
+
+zidl_yfw_datatree *node_child(const zidl_yfw_datatree *parent, const char *name)
+{
+    if (parent == nullptr || name == nullptr)
+        return nullptr;
+    try {
+        if (NodeRec *p = rec_of(parent); p != nullptr) {
+            if (NodeRec *c = find_child(p, name); c != nullptr)
+                return c->node;
+        }
+    } catch (...) {
+        return nullptr;
+    }
+    for (uint32_t i = 0; i < parent->n_children; ++i) {
+        const zidl_yfw_datatree &c = parent->children[i];
+        if (c.name == nullptr)
+            break;
+        if (strcmp(c.name, name) == 0)
+            return &parent->children[i];
+    }
+    return nullptr;
+}
+
+zidl_yfw_datatree *node_find_entry(const zidl_yfw_datatree *parent, const char *name,
+                                   const std::vector<std::pair<std::string, std::string>> &keys)
+{
+    NodeRec *p = rec_of(parent);
+    if (p == nullptr || name == nullptr)
+        return nullptr;
+    try {
+        NodeRec *e = find_child(p, entry_key(name, keys));
+        return e != nullptr ? e->node : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+std::string node_instance_path(const zidl_yfw_datatree *node)
+{
+    return instance_path(rec_of(node));
+}
+
+std::string node_schema_path(const zidl_yfw_datatree *node)
+{
+    return schema_path(rec_of(node));
+}
+
+bool parse_instance_path(const char *path, std::vector<PathStep> &steps, std::string *err)
+{
+    steps.clear();
+    auto fail = [&](const char *why) {
+        if (err != nullptr)
+            *err = why;
+        steps.clear();
+        return false;
+    };
+    if (path == nullptr)
+        return fail("no path");
+    const char *p = path;
+    while (*p != '\0') {
+        if (*p == '/') {
+            ++p;
+            continue;
+        }
+        PathStep st;
+        while (*p != '\0' && *p != '/' && *p != '[')
+            st.name += *p++;
+        if (st.name.empty())
+            return fail("key without a node name");
+        while (*p == '[') {
+            ++p;
+            std::string k, v;
+            while (*p != '\0' && *p != '=' && *p != ']')
+                k += *p++;
+            if (*p != '=' || k.empty())
+                return fail("key without '='");
+            ++p;
+            if (*p == '\'' || *p == '"') {
+                char q = *p++;
+                while (*p != '\0' && *p != q)
+                    v += *p++;
+                if (*p != q)
+                    return fail("unterminated quoted key value");
+                ++p;
+                if (*p != ']')
+                    return fail("text after a quoted key value");
+            } else {
+                while (*p != '\0' && *p != ']')
+                    v += *p++;
+            }
+            if (*p != ']')
+                return fail("unterminated '['");
+            ++p;
+            st.keys.emplace_back(std::move(k), std::move(v));
+        }
+        if (*p != '\0' && *p != '/')
+            return fail("text after ']'");
+        steps.push_back(std::move(st));
+    }
+    return true;
+}
+
+zidl_yfw_datatree *tree_find(const zidl_yfw_datatree *root, const char *path)
+{
+    try {
+        std::vector<PathStep> steps;
+        if (!parse_instance_path(path, steps))
+            return nullptr;
+        NodeRec *cur = rec_of(root);
+        for (const PathStep &st : steps) {
+            if (cur == nullptr)
+                return nullptr;
+            NodeRec *next = st.keys.empty() ? find_child(cur, st.name) : find_child(cur, entry_key(st.name, st.keys));
+            if (next == nullptr && st.keys.empty()) {
+                zidl_yfw_datatree *c = node_child(cur->node, st.name.c_str());
+                next = rec_of(c);
+            }
+            cur = next;
+        }
+        return cur != nullptr ? cur->node : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+const char *op_name(uint32_t op)
+{
+    switch (op) {
+    case YFW_DT_OP_NONE: return "none";
+    case YFW_DT_OP_MERGE: return "merge";
+    case YFW_DT_OP_CREATE: return "create";
+    case YFW_DT_OP_DELETE: return "delete";
+    case YFW_DT_OP_REMOVE: return "remove";
+    case YFW_DT_OP_REPLACE: return "replace";
+    default: return "op?";
+    }
+}
+
+namespace {
+
+/* Emits the lines below `n`; returns whether any was emitted. */
+bool collect_lines(const zidl_yfw_datatree *n, const std::string &prefix, const DumpOptions &opt,
+                   std::vector<std::string> &out)
+{
+    bool any = false;
+    const NodeRec *pr = rec_of(n);
+    for (uint32_t i = 0; i < n->n_children; ++i) {
+        const zidl_yfw_datatree *c = &n->children[i];
+        if (c->name == nullptr)
+            break;
+        const NodeRec *r = rec_of(c);
+        bool key_leaf = (c->flags & YFW_DT_F_LIST) && c->value != nullptr && pr != nullptr &&
+                        pr->kind == NodeKind::Entry;
+        std::string path = prefix;
+        append_segment(path, c, r);
+        bool has_op = (c->flags & YFW_DT_F_OP) != 0;
+        bool below = collect_lines(c, path, opt, out);
+        /* Key leaves show in their entry's brackets; an entry with nothing else shows alone. */
+        bool show = key_leaf ? (opt.key_leaves || has_op) : (c->value != nullptr || has_op || !below);
+        if (show) {
+            std::string line = path;
+            if (c->value != nullptr) {
+                line += " = ";
+                line += c->value;
+            }
+            if (has_op) {
+                line += " (";
+                line += op_name(c->op);
+                line += ')';
+            }
+            if (opt.ns) {
+                line += " {";
+                line += c->ns != nullptr ? c->ns : "";
+                line += '}';
+                if (c->data_ns != nullptr) {
+                    line += " {";
+                    line += c->data_ns;
+                    line += '}';
+                }
+            }
+            out.push_back(std::move(line));
+        }
+        any = any || show || below;
+    }
+    return any;
+}
+
+} // namespace
+
+std::vector<std::string> tree_lines(const zidl_yfw_datatree *root, const DumpOptions &opt)
+{
+    std::vector<std::string> out;
+    if (root == nullptr)
+        return out;
+    collect_lines(root, "", opt, out);
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+std::string tree_dump(const zidl_yfw_datatree *root, const DumpOptions &opt)
+{
+    std::string s;
+    for (const auto &l : tree_lines(root, opt)) {
+        s += l;
+        s += '\n';
+    }
+    return s;
+}
+
+size_t tree_size(const zidl_yfw_datatree *root)
+{
+    if (root == nullptr)
+        return 0;
+    size_t n = 1;
+    for (uint32_t i = 0; i < root->n_children; ++i) {
+        if (root->children[i].name == nullptr)
+            break;
+        n += tree_size(&root->children[i]);
+    }
+    return n;
+}
+
+} // namespace ocni::host

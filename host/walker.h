@@ -1,0 +1,116 @@
+/*
+ * The walker: what the framework does around the plug-in's callbacks.
+ *
+ * - edit: walks an OpenConfig input tree in schema order and calls the
+ *   edit-direction callbacks; the native output tree is then applied to
+ *   the native configuration in one transaction, or not at all.
+ * - read: builds the native tree from the configuration (narrowed, with a
+ *   filter, to the native paths the edit-direction callbacks ask for in
+ *   read mode) and calls the read-direction callbacks.
+ * - state read: the read, then the operational request (edit-direction
+ *   callbacks in read mode with state), the operational answer built from
+ *   the installed routes, and the reverse callbacks, all into one tree.
+ *
+ * The decisions behind each step are written down in host/WALKER.md.
+ */
+#ifndef OCNI_HOST_WALKER_H
+#define OCNI_HOST_WALKER_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "native_apply.h"
+#include "plugin_loader.h"
+#include "registration.h"
+#include "yfw_types.h"
+
+namespace ocni::host {
+
+class LogSink;
+
+/* Outcome of one request. */
+struct WalkResult {
+    cerrno rc = 0;
+    std::string message;  /* the request's user message (client message) */
+    std::string callback; /* callback that failed */
+    std::string path;     /* error path recorded, else the input node being mapped */
+    bool ok() const { return rc == 0; }
+};
+
+struct WalkerOptions {
+    /* Switches both log levels and the lightweight trace on; lines go to `trace_sink`. */
+    bool trace = false;
+    /* Receives every log and trace line of every request (merged in order), when set. */
+    void (*trace_line)(const char *line, void *arg) = nullptr;
+    void *trace_arg = nullptr;
+};
+
+/* What an edit did. */
+struct EditOutcome {
+    WalkResult result;
+    /* The native changes, one line each ("merge <path> = value", "delete <path>"). */
+    std::vector<std::string> changes;
+    /* VRFs the edit created (network instances carrying their own config/name). */
+    std::vector<std::string> vrfs_created;
+};
+
+/* Read filters; empty strings select everything. */
+struct ReadRequest {
+    bool state = false;
+    std::string vrf;
+    std::string prefix;
+};
+
+class Walker {
+public:
+    Walker(const Plugin &plugin, NativeConfig &config, WalkerOptions opt = {});
+    ~Walker();
+    Walker(const Walker &) = delete;
+    Walker &operator=(const Walker &) = delete;
+
+    /*
+     * Maps an OpenConfig edit (children of `input`: "network-instances").
+     * Nodes carrying YFW_DT_OP_DELETE or YFW_DT_OP_REMOVE are deletes. The
+     * input tree may be extended (deletes of whole subtrees are expanded
+     * into the entries they remove). With `dry_run` nothing is stored.
+     */
+    EditOutcome edit(zidl_yfw_datatree *input, bool dry_run = false);
+
+    /*
+     * Applies a native fragment (children of `input`: "router-static") as
+     * the router's own command line would.
+     */
+    EditOutcome native_edit(const zidl_yfw_datatree *input, bool dry_run = false);
+
+    /*
+     * The OpenConfig configuration (and state) in a new host tree whose
+     * children are "network-instances"; `*out` is null on failure. Free
+     * with tree_free.
+     */
+    WalkResult read(const ReadRequest &req, zidl_yfw_datatree **out);
+
+    /* The native configuration as a new host tree ("router-static"). */
+    zidl_yfw_datatree *native_tree();
+
+    /* The native output tree of the last edit (owned by the walker; null before any). */
+    const zidl_yfw_datatree *last_native_output() const { return last_output_; }
+
+private:
+    struct Run;
+    WalkResult walk_tree(Run &run, const zidl_yfw_datatree *input_root, Model model);
+
+    const Plugin &plugin_;
+    NativeConfig &config_;
+    WalkerOptions opt_;
+    BindingIndex oc_edit_, oc_state_, native_, oper_;
+    zidl_yfw_datatree *last_output_ = nullptr;
+};
+
+/* Name of a result code for messages ("0xaaf2f400"). */
+std::string rc_text(cerrno rc);
+
+} // namespace ocni::host
+
+#endif
