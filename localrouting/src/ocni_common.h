@@ -12,11 +12,18 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <sys/cdefs.h>
+
 #include "yfw_platform.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* The C library's assertion report; declared here so that the context
+ * assertion stays in place in builds with NDEBUG. */
+extern void __assert_fail(const char *assertion, const char *file, unsigned int line,
+                          const char *function) __THROW __attribute__((__noreturn__));
 
 /* Marks a function as part of the library's exported interface. */
 #define OCNI_EXPORT __attribute__((visibility("default")))
