@@ -108,8 +108,8 @@ public:
     /* Forgets what changed since the last commit. */
     void rollback();
 
-    /* The native configuration as a host tree; with `only`, just those VRFs. */
-    zidl_yfw_datatree *to_tree(const std::vector<std::string> *only = nullptr) const;
+    /* The native configuration as a host tree; with `only`, just those routes. */
+    zidl_yfw_datatree *to_tree(const std::set<RouteKey> *only = nullptr) const;
     /* Native path of a route or a next hop, for change lines. */
     static std::string route_path(const RouteKey &k);
     static std::string nh_path(const RouteKey &k, const NhKey &n);

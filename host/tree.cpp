@@ -23,6 +23,7 @@ constexpr char KEY_SEP = '\x1f';
 constexpr char KV_SEP = '\x1e';
 
 std::atomic<uint64_t> g_next_serial{1};
+std::atomic<uint64_t> g_sibling_visits{0};
 std::mutex g_trees_mu;
 std::unordered_set<uint64_t> g_live_trees;
 
@@ -67,6 +68,7 @@ bool grow(NodeRec *p, uint32_t need)
     p->capacity = cap;
     for (uint32_t i = 0; i < pn->n_children; ++i)
         child_rec(pn, i)->node = &arr[i];
+    g_sibling_visits += pn->n_children;
     return true;
 }
 
@@ -102,6 +104,7 @@ void index_add(NodeRec *p, NodeRec *r)
         NodeRec *c = child_rec(p->node, i);
         (*p->child_index)[c->key].push_back(c);
     }
+    g_sibling_visits += p->node->n_children;
 }
 
 void free_contents(zidl_yfw_datatree *n)
@@ -172,6 +175,11 @@ bool clone_into(NodeRec *dst, const zidl_yfw_datatree *src)
 }
 
 } // namespace
+
+uint64_t sibling_visits()
+{
+    return g_sibling_visits.load();
+}
 
 bool tree_alive(uint64_t serial)
 {
@@ -286,6 +294,7 @@ void find_children(const NodeRec *p, const std::string &key, std::vector<NodeRec
     }
     for (uint32_t i = 0; i < p->node->n_children; ++i) {
         NodeRec *c = child_rec(p->node, i);
+        ++g_sibling_visits;
         if (c->key == key)
             out.push_back(c);
     }
@@ -301,6 +310,7 @@ NodeRec *find_child(const NodeRec *p, const std::string &key)
     }
     for (uint32_t i = 0; i < p->node->n_children; ++i) {
         NodeRec *c = child_rec(p->node, i);
+        ++g_sibling_visits;
         if (c->key == key)
             return c;
     }
@@ -600,6 +610,7 @@ zidl_yfw_datatree *node_child(const zidl_yfw_datatree *parent, const char *name)
     }
     for (uint32_t i = 0; i < parent->n_children; ++i) {
         const zidl_yfw_datatree &c = parent->children[i];
+        ++detail::g_sibling_visits;
         if (c.name == nullptr)
             break;
         if (strcmp(c.name, name) == 0)
@@ -792,6 +803,11 @@ std::string tree_dump(const zidl_yfw_datatree *root, const DumpOptions &opt)
         s += '\n';
     }
     return s;
+}
+
+uint64_t tree_sibling_visits()
+{
+    return detail::sibling_visits();
 }
 
 size_t tree_size(const zidl_yfw_datatree *root)

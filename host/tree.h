@@ -114,6 +114,12 @@ std::string tree_dump(const zidl_yfw_datatree *root, const DumpOptions &opt = {}
 /* Number of nodes below and including `root`. */
 size_t tree_size(const zidl_yfw_datatree *root);
 
+/*
+ * Sibling visits made by lookups and array moves since the process began:
+ * proof for tests that additions and lookups stay linear overall.
+ */
+uint64_t tree_sibling_visits();
+
 /* One step of an instance path: a name and its bracketed keys. */
 struct PathStep {
     std::string name;

@@ -97,8 +97,9 @@ public:
     /* The native output tree of the last edit (owned by the walker; null before any). */
     const zidl_yfw_datatree *last_native_output() const { return last_output_; }
 
+    struct Run; /* one request's contexts and walk state (walker.cpp) */
+
 private:
-    struct Run;
     WalkResult walk_tree(Run &run, const zidl_yfw_datatree *input_root, Model model);
 
     const Plugin &plugin_;

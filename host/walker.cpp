@@ -1,0 +1,978 @@
+#include "walker.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <unordered_map>
+
+#include "context.h"
+#include "trace.h"
+#include "tree.h"
+
+namespace ocni::host {
+
+namespace {
+
+constexpr const char *NS_OC_NI = "http://openconfig.net/yang/network-instance";
+constexpr const char *NS_OC_PT = "http://openconfig.net/yang/policy-types";
+constexpr const char *NS_OPER = "urn:velmar:yang:private-ocni-local-routing-oper";
+
+const std::string OC_NI = "/network-instances/network-instance";
+const std::string OC_SR = OC_NI + "/protocols/protocol/static-routes";
+const std::string OC_ST = OC_SR + "/static";
+
+bool is_delete(uint32_t op) { return op == YFW_DT_OP_DELETE || op == YFW_DT_OP_REMOVE; }
+
+template <typename F> void for_children(const zidl_yfw_datatree *n, F f)
+{
+    if (n == nullptr || !(n->flags & YFW_DT_F_CHILDREN) || n->children == nullptr)
+        return;
+    for (uint32_t i = 0; i < n->n_children; ++i) {
+        const zidl_yfw_datatree *c = &n->children[i];
+        if (c->name == nullptr)
+            break;
+        f(c);
+    }
+}
+
+const char *child_value(const zidl_yfw_datatree *n, const char *name)
+{
+    const char *v = nullptr;
+    bool found = false;
+    for_children(n, [&](const zidl_yfw_datatree *c) {
+        if (!found && strcmp(c->name, name) == 0) {
+            v = c->value;
+            found = true;
+        }
+    });
+    return v;
+}
+
+/* Splits "10.0.0.0/24" into a route key of `vrf`; false when it is not address/length. */
+bool route_key_of(const std::string &vrf, const char *prefix, RouteKey &k)
+{
+    if (prefix == nullptr)
+        return false;
+    const char *slash = strchr(prefix, '/');
+    if (slash == nullptr || slash == prefix || slash[1] == '\0')
+        return false;
+    k.vrf = is_default_vrf(vrf) ? std::string("default") : vrf;
+    k.prefix.assign(prefix, slash);
+    k.length = slash + 1;
+    k.ipv4 = k.prefix.find(':') == std::string::npos;
+    return true;
+}
+
+std::string underscored(std::string s)
+{
+    std::replace(s.begin(), s.end(), '/', '_');
+    return s;
+}
+
+} // namespace
+
+std::string rc_text(cerrno rc)
+{
+    char b[16];
+    snprintf(b, sizeof b, "0x%08x", rc);
+    return b;
+}
+
+/* State of one request: its contexts, the tree it builds and the walk position. */
+struct Walker::Run {
+    yfw_request *req = nullptr;
+    yfw_req_ctx *rc = nullptr;
+    yfw_map_ctx *ctx = nullptr;
+    zidl_yfw_datatree *out = nullptr;
+    const BindingIndex *idx = nullptr;
+    const BindingIndex *state_idx = nullptr; /* forward state members, state reads only */
+    Model model = Model::OpenConfigEdit;
+    Family family = Family::Any; /* family of the static entry being walked */
+    WalkResult fail;
+    std::unordered_map<std::string, std::vector<std::string>> keys; /* list keys by list name */
+
+    Run(uint32_t op_type, const WalkerOptions &opt)
+    {
+        req = request_new(op_type);
+        rc = req ? req_ctx_new(req) : nullptr;
+        ctx = rc ? map_ctx_new(rc) : nullptr;
+        if (ctx != nullptr && opt.trace) {
+            ctx->debug_state = DEBUG_ERR | DEBUG_TRC;
+            ctx->ltrace_on = 1;
+        }
+    }
+    ~Run()
+    {
+        map_ctx_free(ctx);
+        req_ctx_free(rc);
+        request_free(req);
+    }
+    bool ok() const { return ctx != nullptr; }
+
+    const std::vector<std::string> &keys_of(const char *list)
+    {
+        auto it = keys.find(list);
+        if (it == keys.end())
+            it = keys.emplace(list, list_keys_of(list)).first;
+        return it->second;
+    }
+    bool is_entry(const zidl_yfw_datatree *n)
+    {
+        return n->value == nullptr && (n->flags & YFW_DT_F_LIST) && !keys_of(n->name).empty();
+    }
+};
+
+Walker::Walker(const Plugin &plugin, NativeConfig &config, WalkerOptions opt)
+    : plugin_(plugin), config_(config), opt_(opt), oc_edit_(Model::OpenConfigEdit),
+      oc_state_(Model::OpenConfigState), native_(Model::Native), oper_(Model::Operational)
+{
+}
+
+Walker::~Walker() { tree_free(last_output_); }
+
+namespace {
+
+/* Forwards the lines of a finished request to the trace receiver. */
+void flush_trace(const WalkerOptions &opt, yfw_map_ctx *ctx)
+{
+    if (opt.trace_line == nullptr || ctx == nullptr)
+        return;
+    for (const std::string &l :
+         merged_texts({map_ctx_err_sink(ctx), map_ctx_trc_sink(ctx), map_ctx_ltrace_sink(ctx)}))
+        opt.trace_line(l.c_str(), opt.trace_arg);
+}
+
+/* The recursive part of a walk, kept apart from the Walker's public interface. */
+class Visitor {
+public:
+    Visitor(Walker::Run &r, const Plugin &p) : r_(r), p_(p) {}
+
+    bool children(const zidl_yfw_datatree *n, std::string &path, bool only_keys);
+    bool node(const zidl_yfw_datatree *n, std::string &path);
+
+private:
+    Walker::Run &r_;
+    const Plugin &p_;
+
+    bool wanted(const std::string &path) const
+    {
+        return r_.idx->has_bindings_below(path) || (r_.state_idx && r_.state_idx->has_bindings_below(path));
+    }
+    unsigned subtrees_of(const zidl_yfw_datatree *n, std::string &path) const
+    {
+        unsigned count = 0;
+        for_children(n, [&](const zidl_yfw_datatree *c) {
+            size_t len = path.size();
+            path += '/';
+            path += c->name;
+            if (wanted(path))
+                ++count;
+            path.resize(len);
+        });
+        return count;
+    }
+    int call(const Binding &b, const zidl_yfw_datatree *n, std::string &path);
+};
+
+/* 0 done, 1 subtree not for this plug-in, -1 failure (recorded in the run). */
+int Visitor::call(const Binding &b, const zidl_yfw_datatree *n, std::string &path)
+{
+    if (b.kind == CallbackKind::Condition)
+        return 0; /* the plug-in's own callbacks consult their condition tables */
+    if (b.family != Family::Any && r_.family != Family::Any && b.family != r_.family)
+        return 0;
+    void *sym = p_.symbol(b.callback);
+    if (sym == nullptr)
+        return 0;
+    cerrno rc;
+    if (b.kind == CallbackKind::Container)
+        rc = reinterpret_cast<ContainerFn>(sym)(r_.ctx, n, subtrees_of(n, path), r_.out);
+    else
+        rc = reinterpret_cast<LeafFn>(sym)(r_.ctx, n, r_.out);
+    if (rc == 0)
+        return 0;
+    if (rc == YFW_RC_NOT_APPLICABLE)
+        return 1;
+    r_.fail.rc = rc;
+    r_.fail.callback = b.callback;
+    if (r_.rc->user_error_msg != nullptr)
+        r_.fail.message = r_.rc->user_error_msg;
+    const std::vector<std::string> &ep = req_error_paths(r_.rc);
+    r_.fail.path = !ep.empty() && !ep.back().empty() ? ep.back() : node_instance_path(n);
+    return -1;
+}
+
+bool Visitor::node(const zidl_yfw_datatree *n, std::string &path)
+{
+    const size_t len = path.size();
+    path += '/';
+    path += n->name;
+    struct Restore {
+        std::string &p;
+        size_t l;
+        ~Restore() { p.resize(l); }
+    } restore{path, len};
+    if (!wanted(path))
+        return true;
+
+    const bool entry = r_.is_entry(n);
+    const Family saved_family = r_.family;
+    if (entry && r_.model == Model::OpenConfigEdit && strcmp(n->name, "network-instance") == 0)
+        req_set_vrf(r_.rc, child_value(n, "name"));
+    if (entry && r_.model == Model::Native && strcmp(n->name, "vrf") == 0)
+        req_set_vrf(r_.rc, child_value(n, "vrf-name"));
+    if (r_.model == Model::Native && strcmp(n->name, "default-vrf") == 0)
+        req_set_vrf(r_.rc, "default");
+    if (entry && strcmp(n->name, "static") == 0) {
+        const char *pfx = child_value(n, "prefix");
+        r_.family = pfx == nullptr ? Family::Any : strchr(pfx, ':') ? Family::IPv6 : Family::IPv4;
+    }
+    if (entry)
+        req_push_input_entry(r_.rc, n);
+    req_set_current_input(r_.rc, n);
+
+    /* A static entry deleted without its prefix stands for every static route of its instance. */
+    const bool whole_instance = entry && is_delete(n->op) && r_.model == Model::OpenConfigEdit &&
+                                strcmp(n->name, "static") == 0 && child_value(n, "prefix") == nullptr;
+    int res = 0;
+    const std::vector<const Binding *> *bs = r_.idx->find(path);
+    const std::vector<const Binding *> *ss = r_.state_idx ? r_.state_idx->find(path) : nullptr;
+    for (const std::vector<const Binding *> *list : {bs, ss}) {
+        if (list == nullptr)
+            continue;
+        for (const Binding *b : *list) {
+            const uint32_t saved_suppress = r_.rc->suppress_flag;
+            if (whole_instance)
+                r_.rc->suppress_flag = 1;
+            res = call(*b, n, path);
+            if (whole_instance)
+                r_.rc->suppress_flag = saved_suppress;
+            if (res != 0)
+                break;
+        }
+        if (res != 0)
+            break;
+    }
+    bool ok = res >= 0;
+    if (res == 0 && (n->flags & YFW_DT_F_CHILDREN)) {
+        req_push_ancestor(r_.rc, path.c_str(), const_cast<zidl_yfw_datatree *>(n));
+        /* Below a deleted entry only its keys are mapped: the entry's removal covers the rest. */
+        ok = children(n, path, entry && is_delete(n->op));
+        req_pop_ancestor(r_.rc);
+    }
+    if (entry)
+        req_pop_input_entry(r_.rc);
+    r_.family = saved_family;
+    return ok;
+}
+
+/*
+ * Children in walk order: the key leaves of an entry in key order, then
+ * the other leaves, then "config" containers, then the other containers
+ * and lists, each group in document order.
+ */
+bool Visitor::children(const zidl_yfw_datatree *n, std::string &path, bool only_keys)
+{
+    const std::vector<std::string> *keys = r_.is_entry(n) ? &r_.keys_of(n->name) : nullptr;
+    std::vector<const zidl_yfw_datatree *> order[4];
+    for_children(n, [&](const zidl_yfw_datatree *c) {
+        bool leaf = !(c->flags & YFW_DT_F_CHILDREN) && (c->value != nullptr || !r_.is_entry(c));
+        bool key = false;
+        if (keys && leaf)
+            key = std::find(keys->begin(), keys->end(), c->name) != keys->end();
+        if (only_keys && !key)
+            return;
+        int rank = key ? 0 : leaf ? 1 : strcmp(c->name, "config") == 0 ? 2 : 3;
+        order[rank].push_back(c);
+    });
+    if (keys && order[0].size() > 1) {
+        std::stable_sort(order[0].begin(), order[0].end(), [&](const zidl_yfw_datatree *a, const zidl_yfw_datatree *b) {
+            return std::find(keys->begin(), keys->end(), a->name) < std::find(keys->begin(), keys->end(), b->name);
+        });
+    }
+    for (auto &group : order)
+        for (const zidl_yfw_datatree *c : group)
+            if (!node(c, path))
+                return false;
+    return true;
+}
+
+} // namespace
+
+WalkResult Walker::walk_tree(Run &run, const zidl_yfw_datatree *input_root, Model model)
+{
+    run.model = model;
+    run.idx = model == Model::OpenConfigEdit ? &oc_edit_ : model == Model::Native ? &native_ : &oper_;
+    run.fail = WalkResult{};
+    Visitor v(run, plugin_);
+    std::string path;
+    path.reserve(256);
+    v.children(input_root, path, false);
+    return run.fail;
+}
+
+/* ---------------------------------------------------------------- */
+/* Edits                                                              */
+/* ---------------------------------------------------------------- */
+
+namespace {
+
+/* Finds or adds the child `name` of `parent` (a container). */
+zidl_yfw_datatree *ensure_container(zidl_yfw_datatree *parent, const char *name, const char *ns)
+{
+    zidl_yfw_datatree *c = node_child(parent, name);
+    return c != nullptr ? c : node_add_child(parent, name, NodeKind::Container, nullptr, ns);
+}
+
+/*
+ * Rewrites deletes of whole subtrees into the entries they remove, so that
+ * each native entry is removed by the callback that owns it:
+ * - all static routes of an instance (the instance, its protocols, the
+ *   STATIC protocol, static-routes): a static entry without prefix,
+ *   deleted, which the static list maps to the removal of the instance's
+ *   prefix lists;
+ * - all instances: the same for every VRF holding routes;
+ * - a route's next-hops container: every stored next hop, deleted by index;
+ * - a route's config container: its set-tag and description;
+ * - a next hop's interface-ref: its interface leaf.
+ * Returns an error text for a delete the mapping cannot express.
+ */
+class DeleteExpander {
+public:
+    explicit DeleteExpander(const NativeConfig &c) : c_(c) {}
+    std::string err;
+
+    void root(zidl_yfw_datatree *root)
+    {
+        zidl_yfw_datatree *nis = node_child(root, "network-instances");
+        if (nis == nullptr)
+            return;
+        if (is_delete(nis->op)) {
+            node_set_op(nis, YFW_DT_OP_NONE);
+            NodeRef nisr = node_ref(nis);
+            for (const std::string &vrf : c_.vrfs_with_routes()) {
+                zidl_yfw_datatree *ni =
+                    node_add_entry(node_get(nisr), "network-instance", {{"name", vrf}}, NS_OC_NI);
+                if (ni != nullptr)
+                    delete_instance_routes(ni);
+            }
+            return;
+        }
+        for (size_t i = 0; i < nis->n_children && err.empty(); ++i) {
+            zidl_yfw_datatree *ni = &node_get(node_ref(nis))->children[i];
+            if (ni->name == nullptr || strcmp(ni->name, "network-instance") != 0)
+                continue;
+            instance(ni);
+        }
+    }
+
+private:
+    const NativeConfig &c_;
+
+    void instance(zidl_yfw_datatree *ni)
+    {
+        const char *name = child_value(ni, "name");
+        if (is_delete(ni->op)) {
+            node_set_op(ni, YFW_DT_OP_NONE);
+            if (name && has_routes(name))
+                delete_instance_routes(ni);
+            return;
+        }
+        zidl_yfw_datatree *ps = node_child(ni, "protocols");
+        if (ps == nullptr)
+            return;
+        if (is_delete(ps->op)) {
+            node_set_op(ps, YFW_DT_OP_NONE);
+            if (name && has_routes(name))
+                delete_instance_routes(ni);
+            return;
+        }
+        NodeRef psr = node_ref(ps);
+        for (size_t i = 0; i < node_get(psr)->n_children && err.empty(); ++i) {
+            zidl_yfw_datatree *p = &node_get(psr)->children[i];
+            if (p->name == nullptr || strcmp(p->name, "protocol") != 0)
+                continue;
+            const char *id = child_value(p, "identifier");
+            if (id == nullptr || strcasecmp(id, "STATIC") != 0)
+                continue;
+            NodeRef pr = node_ref(p);
+            zidl_yfw_datatree *sr = node_child(p, "static-routes");
+            if (is_delete(node_get(pr)->op) || (sr != nullptr && is_delete(sr->op))) {
+                node_set_op(node_get(pr), YFW_DT_OP_NONE);
+                if (sr != nullptr)
+                    node_set_op(sr, YFW_DT_OP_NONE);
+                if (name && has_routes(name))
+                    delete_instance_routes(node_get(node_ref(ni)));
+                continue;
+            }
+            if (sr != nullptr)
+                statics(sr, name ? name : "");
+        }
+    }
+
+    bool has_routes(const std::string &vrf) const
+    {
+        for (const std::string &v : c_.vrfs_with_routes())
+            if (v == vrf || (is_default_vrf(v) && is_default_vrf(vrf)))
+                return true;
+        return false;
+    }
+
+    /* network-instance/protocols/protocol[STATIC][DEFAULT]/static-routes/static (deleted, no prefix). */
+    void delete_instance_routes(zidl_yfw_datatree *ni)
+    {
+        NodeRef nir = node_ref(ni);
+        zidl_yfw_datatree *ps = ensure_container(node_get(nir), "protocols", NS_OC_NI);
+        bool existed = false;
+        zidl_yfw_datatree *p = node_find_entry(ps, "protocol", {{"identifier", "STATIC"}, {"name", "DEFAULT"}});
+        if (p == nullptr)
+            p = node_add_entry(ps, "protocol", {{"identifier", "STATIC"}, {"name", "DEFAULT"}}, NS_OC_NI, &existed);
+        if (p == nullptr)
+            return;
+        if (zidl_yfw_datatree *id = node_child(p, "identifier"))
+            node_set_data_ns(id, NS_OC_PT);
+        zidl_yfw_datatree *sr = ensure_container(p, "static-routes", NS_OC_NI);
+        zidl_yfw_datatree *st = node_add_child(sr, "static", NodeKind::Entry, nullptr, NS_OC_NI);
+        if (st != nullptr)
+            node_set_op(st, YFW_DT_OP_DELETE);
+    }
+
+    void statics(zidl_yfw_datatree *sr, const std::string &vrf)
+    {
+        NodeRef srr = node_ref(sr);
+        for (size_t i = 0; i < node_get(srr)->n_children && err.empty(); ++i) {
+            zidl_yfw_datatree *st = &node_get(srr)->children[i];
+            if (st->name == nullptr || strcmp(st->name, "static") != 0 || is_delete(st->op))
+                continue;
+            NodeRef str = node_ref(st);
+            const char *prefix = child_value(st, "prefix");
+            if (zidl_yfw_datatree *cfg = node_child(st, "config"); cfg != nullptr && is_delete(cfg->op)) {
+                node_set_op(cfg, YFW_DT_OP_NONE);
+                NodeRef cr = node_ref(cfg);
+                for (const char *leaf : {"set-tag", "description"}) {
+                    zidl_yfw_datatree *l = node_child(node_get(cr), leaf);
+                    if (l == nullptr)
+                        l = node_add_child(node_get(cr), leaf, NodeKind::Leaf, nullptr, NS_OC_NI);
+                    if (l != nullptr)
+                        node_set_op(l, YFW_DT_OP_DELETE);
+                }
+            }
+            zidl_yfw_datatree *nhs = node_child(node_get(str), "next-hops");
+            if (nhs == nullptr)
+                continue;
+            if (is_delete(nhs->op)) {
+                node_set_op(nhs, YFW_DT_OP_NONE);
+                RouteKey k;
+                const Route *r = route_key_of(vrf, prefix, k) ? c_.find_route(k) : nullptr;
+                if (r == nullptr)
+                    continue;
+                NodeRef nhsr = node_ref(nhs);
+                for (const auto &nh : r->next_hops) {
+                    zidl_yfw_datatree *e = node_add_entry(node_get(nhsr), "next-hop",
+                                                          {{"index", nh_openconfig_index(nh.first, nh.second)}},
+                                                          NS_OC_NI);
+                    if (e != nullptr)
+                        node_set_op(e, YFW_DT_OP_DELETE);
+                }
+                continue;
+            }
+            next_hops(nhs);
+        }
+    }
+
+    void next_hops(zidl_yfw_datatree *nhs)
+    {
+        NodeRef nhsr = node_ref(nhs);
+        for (size_t i = 0; i < node_get(nhsr)->n_children && err.empty(); ++i) {
+            zidl_yfw_datatree *nh = &node_get(nhsr)->children[i];
+            if (nh->name == nullptr || strcmp(nh->name, "next-hop") != 0 || is_delete(nh->op))
+                continue;
+            NodeRef nhr = node_ref(nh);
+            if (zidl_yfw_datatree *cfg = node_child(nh, "config"); cfg != nullptr && is_delete(cfg->op)) {
+                err = "deleting the config container of a next hop is not supported: delete the next hop, "
+                      "or its leaves one by one";
+                return;
+            }
+            zidl_yfw_datatree *ir = node_child(node_get(nhr), "interface-ref");
+            if (ir == nullptr)
+                continue;
+            zidl_yfw_datatree *ic = node_child(ir, "config");
+            if (is_delete(ir->op) || (ic != nullptr && is_delete(ic->op))) {
+                node_set_op(ir, YFW_DT_OP_NONE);
+                NodeRef irr = node_ref(ir);
+                if (ic != nullptr)
+                    node_set_op(ic, YFW_DT_OP_NONE);
+                ic = ensure_container(node_get(irr), "config", NS_OC_NI);
+                zidl_yfw_datatree *l = node_child(ic, "interface");
+                if (l == nullptr)
+                    l = node_add_child(ic, "interface", NodeKind::Leaf, nullptr, NS_OC_NI);
+                if (l != nullptr)
+                    node_set_op(l, YFW_DT_OP_DELETE);
+            }
+        }
+    }
+};
+
+/* Network instances of an edit that carry their own config/name: the VRFs it creates. */
+std::vector<std::string> vrfs_named(const zidl_yfw_datatree *root)
+{
+    std::vector<std::string> out;
+    for_children(node_child(root, "network-instances"), [&](const zidl_yfw_datatree *ni) {
+        if (strcmp(ni->name, "network-instance") != 0 || is_delete(ni->op))
+            return;
+        const zidl_yfw_datatree *cfg = node_child(ni, "config");
+        const char *name = cfg ? child_value(cfg, "name") : nullptr;
+        if (name != nullptr && *name != '\0' && !is_default_vrf(name))
+            out.push_back(name);
+    });
+    return out;
+}
+
+} // namespace
+
+EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
+{
+    EditOutcome o;
+    tree_free(last_output_);
+    last_output_ = nullptr;
+    {
+        DeleteExpander ex(config_);
+        ex.root(input);
+        if (!ex.err.empty()) {
+            o.result.rc = YFW_RC_INVALID_REQUEST;
+            o.result.message = ex.err;
+            return o;
+        }
+    }
+    Run run(YFW_REQ_EDIT, opt_);
+    run.out = tree_new();
+    if (!run.ok() || run.out == nullptr) {
+        tree_free(run.out);
+        o.result.rc = YFW_RC_NO_MEMORY;
+        o.result.message = "out of memory";
+        return o;
+    }
+    o.result = walk_tree(run, input, Model::OpenConfigEdit);
+    flush_trace(opt_, run.ctx);
+    last_output_ = run.out;
+    if (!o.result.ok())
+        return o;
+
+    std::string err;
+    if (!config_.apply(run.out, o.changes, err)) {
+        o.result.rc = YFW_RC_MAP_FAILED;
+        o.result.message = "the native result does not fit the native model: " + err;
+        o.changes.clear();
+        return o;
+    }
+    for (const std::string &v : vrfs_named(input))
+        if (config_.add_vrf(v, o.changes))
+            o.vrfs_created.push_back(v);
+    if (dry_run) {
+        config_.rollback();
+        return o;
+    }
+    if (!config_.commit(err)) {
+        o.result.rc = SYSDB_RC_FAILED;
+        o.result.message = "store: " + err;
+    }
+    return o;
+}
+
+EditOutcome Walker::native_edit(const zidl_yfw_datatree *input, bool dry_run)
+{
+    EditOutcome o;
+    std::string err;
+    if (!config_.apply(input, o.changes, err)) {
+        o.result.rc = YFW_RC_INVALID_REQUEST;
+        o.result.message = err;
+        return o;
+    }
+    if (dry_run) {
+        config_.rollback();
+        return o;
+    }
+    if (!config_.commit(err)) {
+        o.result.rc = SYSDB_RC_FAILED;
+        o.result.message = "store: " + err;
+    }
+    return o;
+}
+
+zidl_yfw_datatree *Walker::native_tree() { return config_.to_tree(); }
+
+/* ---------------------------------------------------------------- */
+/* Reads                                                              */
+/* ---------------------------------------------------------------- */
+
+namespace {
+
+/*
+ * The routes a read request selects: the native request tree the
+ * edit-direction callbacks built in read mode names VRF bodies, families
+ * and prefix entries; an entry without keys (or a family without
+ * entries) stands for all prefixes below it.
+ */
+void select_routes(const NativeConfig &c, const zidl_yfw_datatree *req, std::set<RouteKey> &sel)
+{
+    auto family = [&](const zidl_yfw_datatree *af, const std::string &vrf, bool v4) {
+        bool all = true;
+        const zidl_yfw_datatree *ps = node_child(node_child(af, "vrf-unicast"), "vrf-prefixes");
+        for_children(ps, [&](const zidl_yfw_datatree *e) {
+            const char *p = child_value(e, "prefix");
+            const char *l = child_value(e, "prefix-length");
+            if (p && l && *p && *l) {
+                all = false;
+                RouteKey k{vrf, v4, p, l};
+                if (c.find_route(k))
+                    sel.insert(k);
+            }
+        });
+        if (!all)
+            return;
+        for (auto it = c.routes().lower_bound(RouteKey{vrf, v4, "", ""});
+             it != c.routes().end() && it->first.vrf == vrf && it->first.ipv4 == v4; ++it)
+            sel.insert(it->first);
+    };
+    auto body = [&](const zidl_yfw_datatree *b, const std::string &vrf) {
+        const zidl_yfw_datatree *af = node_child(b, "address-family");
+        const zidl_yfw_datatree *v4 = node_child(af, "vrfipv4");
+        const zidl_yfw_datatree *v6 = node_child(af, "vrfipv6");
+        if (v4)
+            family(v4, vrf, true);
+        if (v6)
+            family(v6, vrf, false);
+    };
+    const zidl_yfw_datatree *rs = node_child(req, "router-static");
+    if (const zidl_yfw_datatree *d = node_child(rs, "default-vrf"))
+        body(d, "default");
+    for_children(node_child(rs, "vrfs"), [&](const zidl_yfw_datatree *v) {
+        const char *name = child_value(v, "vrf-name");
+        if (name != nullptr)
+            body(v, name);
+    });
+}
+
+/* OpenConfig request for one instance (and prefix): what a filtered read asks for. */
+zidl_yfw_datatree *filter_request(const std::string &vrf, const std::string &prefix)
+{
+    zidl_yfw_datatree *root = tree_new();
+    if (root == nullptr)
+        return nullptr;
+    zidl_yfw_datatree *nis = node_add_child(root, "network-instances", NodeKind::Container, nullptr, NS_OC_NI);
+    zidl_yfw_datatree *ni = node_add_entry(nis, "network-instance", {{"name", vrf}}, NS_OC_NI);
+    zidl_yfw_datatree *ps = node_add_child(ni, "protocols", NodeKind::Container, nullptr, NS_OC_NI);
+    zidl_yfw_datatree *p = node_add_entry(ps, "protocol", {{"identifier", "STATIC"}, {"name", "DEFAULT"}}, NS_OC_NI);
+    if (zidl_yfw_datatree *id = node_child(p, "identifier"))
+        node_set_data_ns(id, NS_OC_PT);
+    zidl_yfw_datatree *sr = node_add_child(p, "static-routes", NodeKind::Container, nullptr, NS_OC_NI);
+    if (prefix.empty())
+        node_add_child(sr, "static", NodeKind::Entry, nullptr, NS_OC_NI);
+    else
+        node_add_entry(sr, "static", {{"prefix", prefix}}, NS_OC_NI);
+    return root;
+}
+
+/*
+ * The state request: the static entries and next hops of the configuration
+ * just read, by their keys only.
+ */
+zidl_yfw_datatree *state_request(const zidl_yfw_datatree *config)
+{
+    zidl_yfw_datatree *root = tree_new();
+    if (root == nullptr)
+        return nullptr;
+    const zidl_yfw_datatree *nis = node_child(config, "network-instances");
+    if (nis == nullptr)
+        return root;
+    NodeRef rnis = node_ref(node_add_child(root, "network-instances", NodeKind::Container, nullptr, NS_OC_NI));
+    for_children(nis, [&](const zidl_yfw_datatree *ni) {
+        const char *name = child_value(ni, "name");
+        const zidl_yfw_datatree *sr = nullptr;
+        for_children(node_child(ni, "protocols"), [&](const zidl_yfw_datatree *p) {
+            const char *id = child_value(p, "identifier");
+            if (id && strcasecmp(id, "STATIC") == 0)
+                sr = node_child(p, "static-routes");
+        });
+        if (name == nullptr || sr == nullptr)
+            return;
+        NodeRef rni = node_ref(node_add_entry(node_get(rnis), "network-instance", {{"name", name}}, NS_OC_NI));
+        NodeRef rps = node_ref(node_add_child(node_get(rni), "protocols", NodeKind::Container, nullptr, NS_OC_NI));
+        zidl_yfw_datatree *rp = node_add_entry(node_get(rps), "protocol",
+                                               {{"identifier", "STATIC"}, {"name", "DEFAULT"}}, NS_OC_NI);
+        if (zidl_yfw_datatree *id = node_child(rp, "identifier"))
+            node_set_data_ns(id, NS_OC_PT);
+        NodeRef rsr = node_ref(node_add_child(rp, "static-routes", NodeKind::Container, nullptr, NS_OC_NI));
+        for_children(sr, [&](const zidl_yfw_datatree *st) {
+            const char *prefix = child_value(st, "prefix");
+            if (prefix == nullptr)
+                return;
+            NodeRef rst = node_ref(node_add_entry(node_get(rsr), "static", {{"prefix", prefix}}, NS_OC_NI));
+            const zidl_yfw_datatree *nhs = node_child(st, "next-hops");
+            if (nhs == nullptr)
+                return;
+            NodeRef rnhs =
+                node_ref(node_add_child(node_get(rst), "next-hops", NodeKind::Container, nullptr, NS_OC_NI));
+            for_children(nhs, [&](const zidl_yfw_datatree *nh) {
+                const char *index = child_value(nh, "index");
+                if (index != nullptr)
+                    node_add_entry(node_get(rnhs), "next-hop", {{"index", index}}, NS_OC_NI);
+            });
+        });
+    });
+    return root;
+}
+
+/* Adds a leaf under `parent` when `value` is set. */
+void leaf(NodeRef parent, const char *name, const std::string *value)
+{
+    if (value != nullptr)
+        node_add_child(node_get(parent), name, NodeKind::Leaf, value->c_str(), NS_OPER);
+}
+
+/*
+ * The router's operational answer to an operational request: every route
+ * the request names (every route of the instance and family when it names
+ * no prefix) with its state, from the installed (= configured) routes.
+ */
+zidl_yfw_datatree *operational_answer(const NativeConfig &c, const zidl_yfw_datatree *request)
+{
+    /* (family, vrf) -> prefixes asked for; an empty set asks for all. */
+    std::map<std::pair<bool, std::string>, std::set<std::string>> asked;
+    std::set<std::pair<bool, std::string>> all;
+    const zidl_yfw_datatree *ocni = node_child(request, "ocni");
+    for (bool v4 : {true, false}) {
+        const zidl_yfw_datatree *af = node_child(ocni, v4 ? "vrfipv4" : "vrfipv6");
+        for_children(node_child(af, "network-instances"), [&](const zidl_yfw_datatree *ni) {
+            const char *name = child_value(ni, "name");
+            std::string vrf = name ? (is_default_vrf(name) ? "default" : name) : "default";
+            auto &set = asked[{v4, vrf}];
+            const zidl_yfw_datatree *sr = node_child(node_child(node_child(ni, "protocols"), "protocol"),
+                                                     "static-routes");
+            bool any = false;
+            for_children(sr, [&](const zidl_yfw_datatree *rt) {
+                if (strcmp(rt->name, "static-route") != 0)
+                    return;
+                any = true;
+                const char *p = child_value(rt, "prefix");
+                if (p == nullptr || *p == '\0')
+                    all.insert({v4, vrf});
+                else
+                    set.insert(p);
+            });
+            if (!any)
+                all.insert({v4, vrf});
+        });
+    }
+    zidl_yfw_datatree *root = tree_new();
+    if (root == nullptr)
+        return nullptr;
+    NodeRef top = node_ref(node_add_child(root, "ocni", NodeKind::Container, nullptr, NS_OPER));
+    NodeRef fam[2];
+    for (const auto &a : asked) {
+        const bool v4 = a.first.first;
+        const std::string &vrf = a.first.second;
+        std::vector<std::pair<const RouteKey *, const Route *>> routes;
+        if (all.count(a.first)) {
+            for (auto it = c.routes().lower_bound(RouteKey{vrf, v4, "", ""});
+                 it != c.routes().end() && it->first.vrf == vrf && it->first.ipv4 == v4; ++it)
+                routes.emplace_back(&it->first, &it->second);
+        } else {
+            for (const std::string &p : a.second) {
+                RouteKey k;
+                if (!route_key_of(vrf, p.c_str(), k) || k.ipv4 != v4)
+                    continue;
+                auto it = c.routes().find(k);
+                if (it != c.routes().end())
+                    routes.emplace_back(&it->first, &it->second);
+            }
+        }
+        if (routes.empty())
+            continue;
+        NodeRef &f = fam[v4 ? 0 : 1];
+        if (!f) {
+            NodeRef af = node_ref(node_add_child(node_get(top), v4 ? "vrfipv4" : "vrfipv6", NodeKind::Container,
+                                                 nullptr, NS_OPER));
+            f = node_ref(node_add_child(node_get(af), "network-instances", NodeKind::Container, nullptr, NS_OPER));
+        }
+        NodeRef ni = node_ref(node_add_entry(node_get(f), "network-instance", {{"name", vrf}}, NS_OPER));
+        NodeRef ps = node_ref(node_add_child(node_get(ni), "protocols", NodeKind::Container, nullptr, NS_OPER));
+        NodeRef p = node_ref(node_add_child(node_get(ps), "protocol", NodeKind::Container, nullptr, NS_OPER));
+        NodeRef sr = node_ref(node_add_child(node_get(p), "static-routes", NodeKind::Container, nullptr, NS_OPER));
+        for (const auto &rt : routes) {
+            const std::string key = underscored(rt.first->prefix + "/" + rt.first->length);
+            NodeRef e = node_ref(node_add_entry(node_get(sr), "static-route", {{"prefix", key}}, NS_OPER));
+            /* Route-wide values come from the next hops; the last one that carries them stands. */
+            const std::string *tag = nullptr, *desc = nullptr;
+            for (const auto &nh : rt.second->next_hops) {
+                auto t = nh.second.find("tag");
+                if (t != nh.second.end())
+                    tag = &t->second;
+                auto d = nh.second.find("description");
+                if (d != nh.second.end())
+                    desc = &d->second;
+            }
+            NodeRef srs = node_ref(
+                node_add_child(node_get(e), "static-routes-state", NodeKind::Container, nullptr, NS_OPER));
+            leaf(srs, "prefix", &key);
+            leaf(srs, "set-tag", tag);
+            leaf(srs, "description", desc);
+            if (rt.second->next_hops.empty())
+                continue;
+            NodeRef nhs = node_ref(node_add_child(node_get(e), "next-hops", NodeKind::Container, nullptr, NS_OPER));
+            for (const auto &nh : rt.second->next_hops) {
+                const NhKey &k = nh.first;
+                const std::string index = underscored(nh_openconfig_index(k, nh.second));
+                NodeRef n = node_ref(node_add_entry(node_get(nhs), "next-hop", {{"index", index}}, NS_OPER));
+                NodeRef st = node_ref(node_add_child(node_get(n), "state", NodeKind::Container, nullptr, NS_OPER));
+                leaf(st, "index", &index);
+                std::string hop = k.table == NhTable::Interface ? (k.interface == "Null0" ? "DROP" : "LOCAL_LINK")
+                                                                  : k.address;
+                leaf(st, "next-hop", &hop);
+                auto m = nh.second.find("metric");
+                leaf(st, "metric", m != nh.second.end() ? &m->second : nullptr);
+                if (k.table != NhTable::Address && k.interface != "Null0") {
+                    size_t dot = k.interface.find('.');
+                    std::string ifname = underscored(k.interface.substr(0, dot));
+                    std::string sub = dot == std::string::npos || dot + 1 == k.interface.size()
+                                          ? std::string("0")
+                                          : k.interface.substr(dot + 1);
+                    NodeRef ir = node_ref(
+                        node_add_child(node_get(n), "interface-ref", NodeKind::Container, nullptr, NS_OPER));
+                    NodeRef irs =
+                        node_ref(node_add_child(node_get(ir), "state", NodeKind::Container, nullptr, NS_OPER));
+                    leaf(irs, "interface", &ifname);
+                    leaf(irs, "subinterface", &sub);
+                }
+                auto b = nh.second.find("bfd-fast-detect");
+                if (b != nh.second.end()) {
+                    NodeRef eb = node_ref(
+                        node_add_child(node_get(n), "enable-bfd", NodeKind::Container, nullptr, NS_OPER));
+                    NodeRef ebs =
+                        node_ref(node_add_child(node_get(eb), "state", NodeKind::Container, nullptr, NS_OPER));
+                    leaf(ebs, "enabled", &b->second);
+                }
+            }
+        }
+    }
+    return root;
+}
+
+} // namespace
+
+WalkResult Walker::read(const ReadRequest &req, zidl_yfw_datatree **out)
+{
+    *out = nullptr;
+    const uint32_t op_type = req.state ? YFW_REQ_READ_STATE : YFW_REQ_READ;
+    WalkResult res;
+
+    /* 1. The native tree to read: all of it, or what the filter's request paths name. */
+    zidl_yfw_datatree *native = nullptr;
+    if (req.vrf.empty() && req.prefix.empty()) {
+        native = config_.to_tree();
+    } else {
+        std::vector<std::string> vrfs;
+        if (!req.vrf.empty())
+            vrfs.push_back(req.vrf);
+        else
+            vrfs = config_.vrfs_with_routes();
+        std::set<RouteKey> sel;
+        for (const std::string &vrf : vrfs) {
+            zidl_yfw_datatree *rq = filter_request(vrf, req.prefix);
+            Run run(YFW_REQ_READ, opt_);
+            run.out = tree_new();
+            if (rq == nullptr || !run.ok() || run.out == nullptr) {
+                tree_free(rq);
+                tree_free(run.out);
+                res.rc = YFW_RC_NO_MEMORY;
+                res.message = "out of memory";
+                return res;
+            }
+            res = walk_tree(run, rq, Model::OpenConfigEdit);
+            flush_trace(opt_, run.ctx);
+            if (res.ok())
+                select_routes(config_, run.out, sel);
+            tree_free(rq);
+            tree_free(run.out);
+            if (!res.ok())
+                return res;
+        }
+        /* Build the native tree of the selected routes only. */
+        native = config_.to_tree(&sel);
+    }
+    if (native == nullptr) {
+        res.rc = YFW_RC_NO_MEMORY;
+        res.message = "out of memory";
+        return res;
+    }
+
+    /* 2. The read-direction callbacks over the native tree. */
+    zidl_yfw_datatree *result = tree_new();
+    {
+        Run run(op_type, opt_);
+        run.out = result;
+        if (!run.ok() || result == nullptr) {
+            tree_free(native);
+            tree_free(result);
+            res.rc = YFW_RC_NO_MEMORY;
+            res.message = "out of memory";
+            return res;
+        }
+        res = walk_tree(run, native, Model::Native);
+        flush_trace(opt_, run.ctx);
+    }
+    tree_free(native);
+    if (!res.ok() || !req.state) {
+        if (!res.ok()) {
+            tree_free(result);
+            return res;
+        }
+        *out = result;
+        return res;
+    }
+
+    /* 3. State: the operational request, the router's answer, the reverse callbacks. */
+    zidl_yfw_datatree *srq = state_request(result);
+    zidl_yfw_datatree *oper_req = tree_new();
+    zidl_yfw_datatree *answer = nullptr;
+    {
+        Run run(YFW_REQ_READ_STATE, opt_);
+        run.out = oper_req;
+        run.state_idx = &oc_state_;
+        if (srq != nullptr && oper_req != nullptr && run.ok()) {
+            res = walk_tree(run, srq, Model::OpenConfigEdit);
+            flush_trace(opt_, run.ctx);
+        } else {
+            res.rc = YFW_RC_NO_MEMORY;
+        }
+    }
+    tree_free(srq);
+    if (res.ok())
+        answer = operational_answer(config_, oper_req);
+    tree_free(oper_req);
+    if (res.ok() && answer != nullptr) {
+        Run run(YFW_REQ_READ_STATE, opt_);
+        run.out = result;
+        if (run.ok()) {
+            res = walk_tree(run, answer, Model::Operational);
+            flush_trace(opt_, run.ctx);
+        } else {
+            res.rc = YFW_RC_NO_MEMORY;
+        }
+    } else if (res.ok()) {
+        res.rc = YFW_RC_NO_MEMORY;
+    }
+    tree_free(answer);
+    if (!res.ok()) {
+        if (res.message.empty() && res.rc == YFW_RC_NO_MEMORY)
+            res.message = "out of memory";
+        tree_free(result);
+        return res;
+    }
+    *out = result;
+    return res;
+}
+
+} // namespace ocni::host
