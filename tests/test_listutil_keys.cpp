@@ -1,0 +1,424 @@
+/*
+ * Keyed list utilities: finding list entries by up to ten keys, creating
+ * them with their key leaves, ancestors of the request, key data, the trim
+ * path and the current-list pointer.
+ */
+#include <string>
+
+#include "host/alloc.h"
+#include "host/context.h"
+#include "host_fixture.h"
+#include "tree_builder.h"
+#include "ymap_ni_static_util.h"
+
+using namespace ocni::host;
+using namespace ocni::test;
+
+namespace {
+
+const char *const PROTO_LIST = "/network-instances/network-instance/protocols/protocol";
+const char *const OTHER_NS = "urn:test:other";
+
+class ListUtil : public HostFixture {
+protected:
+    /* Network instance "red" with three protocol entries. */
+    void SetUp() override
+    {
+        tree_ = build_tree(R"(
+            /network-instances/network-instance[name=red]/protocols/protocol[identifier=BGP][name=core]/config/name = core
+            /network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]/config/name = DEFAULT
+            /network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC][name=extra]
+        )",
+                           OCNI_NS_OC_NI);
+    }
+
+    zidl_yfw_datatree *proto(const char *id, const char *name) const
+    {
+        std::string p = std::string("/network-instances/network-instance[name=red]/protocols/protocol[identifier=") +
+                        id + "][name=" + name + "]";
+        return tree_find(tree_.get(), p.c_str());
+    }
+
+    cerrno search(const char *id, const char *name, zidl_yfw_datatree **found, const char *ns = nullptr)
+    {
+        const char *values[] = {id, name};
+        const char *names[] = {"identifier", "name"};
+        return ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, tree_.get(), found, PROTO_LIST, 2,
+                                                                values, names, ns);
+    }
+
+    TreePtr tree_;
+};
+
+/* ------------------------------------------------------------------ */
+/* Searching                                                           */
+/* ------------------------------------------------------------------ */
+
+TEST_F(ListUtil, SearchFindsTheEntryWhoseKeysAllMatch)
+{
+    struct Row {
+        const char *id, *name;
+        const char *want_id, *want_name; /* null: no entry */
+    } rows[] = {
+        {"STATIC", "DEFAULT", "STATIC", "DEFAULT"},
+        {"STATIC", "extra", "STATIC", "extra"},
+        {"BGP", "core", "BGP", "core"},
+        /* A null key value matches any value of that key. */
+        {"BGP", nullptr, "BGP", "core"},
+        {nullptr, "extra", "STATIC", "extra"},
+        {nullptr, nullptr, "BGP", "core"},
+        {"OSPF", "DEFAULT", nullptr, nullptr},
+        {"STATIC", "core", nullptr, nullptr},
+        {"static", "DEFAULT", nullptr, nullptr},
+    };
+    for (const Row &r : rows) {
+        zidl_yfw_datatree *found = nullptr;
+        cerrno rc = search(r.id, r.name, &found, OCNI_NS_OC_NI);
+        const std::string what = std::string(r.id ? r.id : "*") + "/" + (r.name ? r.name : "*");
+        if (r.want_id == nullptr) {
+            EXPECT_EQ(rc, YFW_RC_MAP_FAILED) << what;
+            EXPECT_EQ(found, nullptr) << what;
+        } else {
+            EXPECT_EQ(rc, YFW_RC_OK) << what;
+            EXPECT_EQ(found, proto(r.want_id, r.want_name)) << what;
+        }
+    }
+}
+
+TEST_F(ListUtil, MissingPathRecordsAnErrorPath)
+{
+    zidl_yfw_datatree *found = nullptr;
+    const char *values[] = {"x"};
+    const char *names[] = {"name"};
+    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found,
+                                                       "/network-instances/vlans/vlan", 1, values, names,
+                                                       nullptr),
+              YFW_RC_MAP_FAILED);
+    EXPECT_EQ(h.error_paths().size(), 1u);
+    /* A known path with no matching entry records nothing. */
+    const char *bad[] = {"blue"};
+    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found,
+                                                       "/network-instances/network-instance", 1, bad, names,
+                                                       nullptr),
+              YFW_RC_MAP_FAILED);
+    EXPECT_EQ(h.error_paths().size(), 1u);
+    EXPECT_EQ(alloc_live(OCNI_TAG_MAP_US), 0u);
+}
+
+TEST_F(ListUtil, SearchWithNamespaceRefusesAnEntryOfAnotherModule)
+{
+    /* The list's first entry is in the wanted module, the matching one is not. */
+    TreePtr t = build_tree(R"(
+        /a/item[k=1]/v = one
+    )",
+                           OCNI_NS_OC_NI);
+    TreeBuilder extra(OTHER_NS);
+    zidl_yfw_datatree *a = tree_find(t.get(), "/a");
+    ASSERT_NE(a, nullptr);
+    node_add_entry(a, "item", {{"k", "2"}}, OTHER_NS);
+    zidl_yfw_datatree *found = nullptr;
+    const char *values[] = {"2"};
+    const char *names[] = {"k"};
+    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, t.get(), &found, "/a/item", 1, values,
+                                                               names, OCNI_NS_OC_NI),
+              YFW_RC_NO_MEMORY);
+    /* Without a namespace it is found. */
+    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, t.get(), &found, "/a/item", 1, values,
+                                                               names, nullptr),
+              YFW_RC_OK);
+    ASSERT_NE(found, nullptr);
+    EXPECT_STREQ(found->ns, OTHER_NS);
+    /* The one-key form is the same search. */
+    found = nullptr;
+    EXPECT_EQ(ni_static_yfw_map_search_subtree_list(h.ctx, t.get(), &found, "/a/item", "1", "k", OCNI_NS_OC_NI),
+              YFW_RC_OK);
+    EXPECT_EQ(found, tree_find(t.get(), "/a/item[k=1]"));
+}
+
+TEST_F(ListUtil, ElevenKeysAreRefusedBeforeTheTreeIsTouched)
+{
+    const char *values[11] = {};
+    const char *names[11] = {"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"};
+    zidl_yfw_datatree *found = nullptr;
+    const size_t before = tree_size(tree_.get());
+    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 11, values, names,
+                                                       nullptr),
+              YFW_RC_NO_MEMORY);
+    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 11,
+                                                               values, names, nullptr),
+              YFW_RC_NO_MEMORY);
+    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, h.out, &found, nullptr, PROTO_LIST,
+                                                                      11, values, names, OCNI_NS_OC_NI),
+              YFW_RC_NO_MEMORY);
+    EXPECT_EQ(found, nullptr);
+    EXPECT_EQ(tree_size(tree_.get()), before);
+    EXPECT_TRUE(h.out_lines().empty());
+    EXPECT_TRUE(h.error_paths().empty());
+    /* Ten keys are allowed. */
+    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 10, values, names,
+                                                       nullptr),
+              YFW_RC_MAP_FAILED);
+}
+
+/* ------------------------------------------------------------------ */
+/* Matching one entry                                                  */
+/* ------------------------------------------------------------------ */
+
+/* A hand-made entry with key leaves, for shapes the host never builds. */
+struct RawEntry {
+    zidl_yfw_datatree kids[3] = {};
+    zidl_yfw_datatree entry = {};
+    RawEntry()
+    {
+        static char n_id[] = "identifier", n_name[] = "name", n_cfg[] = "config";
+        static char v_id[] = "STATIC", v_name[] = "DEFAULT", n_proto[] = "protocol";
+        static char ns[] = OCNI_NS_OC_NI;
+        kids[0] = {n_id, v_id, 0, 0, nullptr, ns, nullptr, YFW_DT_F_LIST | YFW_DT_F_VALUE, 0, 0, 0, nullptr};
+        kids[1] = {n_name, v_name, 0, 0, nullptr, ns, nullptr, YFW_DT_F_LIST | YFW_DT_F_VALUE, 0, 0, 0, nullptr};
+        kids[2] = {n_cfg, nullptr, 0, 0, nullptr, ns, nullptr, 0, 0, 0, 0, nullptr};
+        entry = {n_proto, nullptr, 0, 3, kids, ns, nullptr, YFW_DT_F_LIST | YFW_DT_F_CHILDREN, 0, 0, 0, nullptr};
+    }
+};
+
+TEST(ListUtilMatch, KeyMatchResultCodes)
+{
+    const char *names[] = {"identifier", "name"};
+    const char *values[] = {"STATIC", "DEFAULT"};
+    const char *wild[] = {nullptr, nullptr};
+    struct Row {
+        const char *what;
+        void (*shape)(RawEntry &);
+        int8_t nkeys;
+        const char **values;
+        const char *ns;
+        cerrno rc;
+    } rows[] = {
+        {"all keys", [](RawEntry &) {}, 2, values, nullptr, YFW_RC_OK},
+        {"wildcards", [](RawEntry &) {}, 2, wild, nullptr, YFW_RC_OK},
+        {"wildcards in the module", [](RawEntry &) {}, 2, wild, OCNI_NS_OC_NI, YFW_RC_OK},
+        {"wildcard of another module", [](RawEntry &) {}, 2, wild, OTHER_NS, YFW_RC_MAP_FAILED},
+        {"no keys", [](RawEntry &) {}, 0, values, nullptr, YFW_RC_MAP_FAILED},
+        {"no children bit", [](RawEntry &e) { e.entry.flags = YFW_DT_F_LIST; }, 2, values, nullptr,
+         YFW_RC_MAP_FAILED},
+        {"children missing", [](RawEntry &e) { e.entry.children = nullptr; }, 2, values, nullptr,
+         YFW_RC_NO_MEMORY},
+        {"no children", [](RawEntry &e) { e.entry.n_children = 0; }, 1, values, nullptr, YFW_RC_MAP_FAILED},
+        {"fewer children than keys", [](RawEntry &e) { e.entry.n_children = 1; }, 2, values, nullptr,
+         YFW_RC_MAP_FAILED},
+        {"unnamed child ends the scan", [](RawEntry &e) { e.kids[1].name = nullptr; }, 2, values, nullptr,
+         YFW_RC_MAP_FAILED},
+        {"key without value bit", [](RawEntry &e) { e.kids[1].flags = YFW_DT_F_LIST; }, 2, values, nullptr,
+         YFW_RC_MAP_FAILED},
+    };
+    for (const Row &r : rows) {
+        RawEntry e;
+        r.shape(e);
+        zidl_yfw_datatree *match = nullptr;
+        EXPECT_EQ(ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &match, r.nkeys, names, r.values, r.ns),
+                  r.rc)
+            << r.what;
+        if (r.rc == YFW_RC_OK) {
+            EXPECT_EQ(match, &e.kids[1]) << r.what; /* the last matching key leaf */
+        }
+    }
+}
+
+TEST(ListUtilMatch, ChildByNameAndKeyData)
+{
+    RawEntry e;
+    zidl_yfw_datatree *child = nullptr;
+    EXPECT_EQ(ni_static_yfw_map_find_child(&e.entry, &child, "config", nullptr), YFW_RC_OK);
+    EXPECT_EQ(child, &e.kids[2]);
+    EXPECT_EQ(ni_static_yfw_map_find_child(&e.entry, &child, "config", OTHER_NS), YFW_RC_MAP_FAILED);
+    EXPECT_EQ(ni_static_yfw_map_find_child(&e.entry, &child, "state", nullptr), YFW_RC_MAP_FAILED);
+
+    char *value = nullptr;
+    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &value), YFW_RC_OK);
+    EXPECT_STREQ(value, "DEFAULT");
+    /* Only key leaves count. */
+    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "config", &value), YFW_RC_MAP_FAILED);
+
+    RawEntry bare;
+    bare.entry.flags = YFW_DT_F_LIST;
+    EXPECT_EQ(ni_static_yfw_map_find_child(&bare.entry, &child, "config", nullptr), YFW_RC_MAP_FAILED);
+    bare.entry.flags |= YFW_DT_F_CHILDREN;
+    bare.entry.children = nullptr;
+    EXPECT_EQ(ni_static_yfw_map_find_child(&bare.entry, &child, "config", nullptr), YFW_RC_NO_MEMORY);
+    bare.entry.n_children = 0;
+    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&bare.entry, "name", &value), YFW_RC_MAP_FAILED);
+}
+
+TEST_F(ListUtil, BrokenChildArrayIsRefusedWithAClientMessage)
+{
+    h.logging(true, true);
+    RawEntry e;
+    zidl_yfw_datatree parent = e.entry;
+    parent.children = nullptr; /* count 3, no array */
+    zidl_yfw_datatree *p = &parent;
+    const char *names[] = {"identifier"};
+    const char *values[] = {"STATIC"};
+    EXPECT_EQ(ni_static_yfw_map_iterate_list_multi_keys(h.ctx, &p, 1, names, values, PROTO_LIST, nullptr),
+              YFW_RC_INVALID_REQUEST);
+    EXPECT_EQ(p, &parent);
+    EXPECT_EQ(h.user_msg(), "Failed to get subtrees");
+    EXPECT_EQ(alloc_tag_of(h.rc->user_error_msg), OCNI_TAG_MAP);
+    const std::string c = "ctx=" + h.ctx_text() + ",";
+    EXPECT_EQ(h.log_lines(), (Lines{"ERR: YFW: " + c + "Failed to get subtrees!", "TRC: YFW: " + c + "End"}));
+}
+
+/* ------------------------------------------------------------------ */
+/* Find or create                                                      */
+/* ------------------------------------------------------------------ */
+
+struct CreateCase {
+    uint32_t op_type;
+    const char *parent; /* parent path or null */
+    Lines expected;
+};
+
+TEST_F(ListUtil, FindOrCreateAddsKeysConfigAndStateOnce)
+{
+    const std::string P = "/network-instances/network-instance/protocols/protocol[identifier=STATIC][name=DEFAULT]";
+    const Lines config = {P + "/config/identifier = STATIC", P + "/config/name = DEFAULT"};
+    Lines state = config;
+    for (const char *l : {"/state/default-metric = 1", "/state/enabled = true", "/state/identifier = STATIC",
+                          "/state/name = DEFAULT"})
+        state.push_back(P + l);
+    const CreateCase cases[] = {
+        {YFW_REQ_READ, nullptr, config},
+        {YFW_REQ_READ_STATE, nullptr, state},
+        {YFW_REQ_READ_STATE, "/network-instances/network-instance", state},
+    };
+    for (const CreateCase &c : cases) {
+        h.reset(c.op_type);
+        const char *values[] = {"STATIC", "DEFAULT"};
+        const char *names[] = {"identifier", "name"};
+        const char *list = c.parent != nullptr ? "protocols/protocol" : PROTO_LIST;
+        zidl_yfw_datatree *first = nullptr;
+        zidl_yfw_datatree *second = nullptr;
+        EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, h.out, &first, c.parent, list, 2,
+                                                                          values, names, OCNI_NS_OC_NI),
+                  YFW_RC_OK);
+        ASSERT_NE(first, nullptr);
+        const NodeRef ref = node_ref(first);
+        /* The list path is searched below the root given; with a parent path
+         * that root is the parent's node. */
+        zidl_yfw_datatree *root = c.parent != nullptr ? h.out_node(c.parent) : h.out;
+        ASSERT_NE(root, nullptr);
+        EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, root, &second, c.parent, list, 2,
+                                                                          values, names, OCNI_NS_OC_NI),
+                  YFW_RC_OK);
+        EXPECT_EQ(second, node_get(ref));
+        EXPECT_EQ(h.out_lines(), c.expected) << c.op_type;
+        /* Every identifier leaf holds a policy-types identity. */
+        for (const char *leaf : {"/identifier", "/config/identifier"}) {
+            const zidl_yfw_datatree *n = h.out_node(P + leaf);
+            ASSERT_NE(n, nullptr) << leaf;
+            EXPECT_STREQ(n->data_ns, OCNI_NS_OC_PT) << leaf;
+        }
+        EXPECT_EQ(h.out_node(P + "/name")->data_ns, nullptr);
+        /* Working paths are freed; the trim path of a parent path is released. */
+        EXPECT_EQ(alloc_live(OCNI_TAG_SEARCH), 0u);
+        EXPECT_EQ(alloc_live(OCNI_TAG_MAP_US), 0u);
+        EXPECT_EQ(h.rc->trim_path, nullptr);
+    }
+}
+
+TEST_F(ListUtil, FindOrCreateOneKeyAndNamespaceMismatch)
+{
+    zidl_yfw_datatree *entry = nullptr;
+    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, h.out, &entry, nullptr,
+                                                           "/network-instances/network-instance", "blue", "name",
+                                                           OCNI_NS_OC_NI),
+              YFW_RC_OK);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(h.out_lines(), (Lines{"/network-instances/network-instance[name=blue]/config/name = blue"}));
+    /* Found again, but asked for in another module: refused, nothing added. */
+    TreePtr t = build_tree("/a/item[k=1]/v = one", OTHER_NS);
+    zidl_yfw_datatree *a = tree_find(t.get(), "/a");
+    node_add_entry(a, "item", {{"k", "2"}}, OCNI_NS_OC_NI);
+    const size_t before = tree_size(t.get());
+    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, t.get(), &entry, nullptr, "/a/item", "2", "k",
+                                                           OTHER_NS),
+              YFW_RC_NO_MEMORY);
+    EXPECT_EQ(tree_size(t.get()), before);
+}
+
+TEST_F(ListUtil, FindOrCreateReportsARefusedPathAllocation)
+{
+    zidl_yfw_datatree *entry = nullptr;
+    alloc_fail_nth(OCNI_TAG_SEARCH, 1);
+    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, h.out, &entry, nullptr,
+                                                           "/network-instances/network-instance", "blue", "name",
+                                                           OCNI_NS_OC_NI),
+              YFW_RC_NO_MEMORY);
+    alloc_fail_nth("", 0);
+    EXPECT_TRUE(h.out_lines().empty());
+}
+
+/* ------------------------------------------------------------------ */
+/* Request state                                                       */
+/* ------------------------------------------------------------------ */
+
+TEST_F(ListUtil, AncestorsByLevel)
+{
+    zidl_yfw_datatree *ni = tree_find(tree_.get(), "/network-instances/network-instance[name=red]");
+    zidl_yfw_datatree *p = proto("STATIC", "DEFAULT");
+    ASSERT_TRUE(req_push_ancestor(h.rc, "/network-instances", tree_find(tree_.get(), "/network-instances")));
+    ASSERT_TRUE(req_push_ancestor(h.rc, "/network-instances/network-instance", ni));
+    ASSERT_TRUE(req_push_ancestor(h.rc, "/network-instances/network-instance/protocols/protocol", p));
+    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_datatree(h.ctx, 1), p);
+    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_datatree(h.ctx, 2), ni);
+    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_datatree(h.ctx, 4), nullptr);
+
+    char *value = nullptr;
+    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 2, "/network-instances/network-instance", nullptr,
+                                                       "name", &value),
+              YFW_RC_OK);
+    EXPECT_STREQ(value, "red");
+    /* From a deeper level the entry is found among the node's parents. */
+    value = nullptr;
+    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 1, PROTO_LIST, nullptr, "identifier", &value),
+              YFW_RC_OK);
+    EXPECT_STREQ(value, "STATIC");
+    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 4, PROTO_LIST, nullptr, "identifier", &value),
+              YFW_RC_MAP_FAILED);
+    EXPECT_EQ(alloc_live(OCNI_TAG_SEARCH), 0u);
+}
+
+TEST_F(ListUtil, TrimPathAndCurrentList)
+{
+    EXPECT_EQ(ni_static_yfw_map_set_trim_path_list_ctx(nullptr, "/a", nullptr), YFW_RC_NO_MEMORY);
+    EXPECT_EQ(ni_static_yfw_map_set_trim_path_list_ctx(h.ctx, "/network-instances", nullptr), YFW_RC_OK);
+    EXPECT_STREQ(h.rc->trim_path, "/network-instances");
+    EXPECT_EQ(ni_static_yfw_map_set_trim_path_list_ctx(h.ctx, "/router-static", nullptr), YFW_RC_OK);
+    EXPECT_STREQ(h.rc->trim_path, "/router-static");
+    EXPECT_EQ(alloc_live(OCNI_TAG_TRIM), 1u); /* the first copy was released */
+    alloc_fail_nth(OCNI_TAG_TRIM, 1);
+    EXPECT_EQ(ni_static_yfw_map_set_trim_path_list_ctx(h.ctx, "/x", nullptr), YFW_RC_NO_MEMORY);
+    alloc_fail_nth("", 0);
+    EXPECT_EQ(h.rc->trim_path, nullptr);
+
+    zidl_yfw_datatree *p = proto("BGP", "core");
+    ni_static_yfw_map_update_ctx_current_list_ptr(h.ctx, p);
+    EXPECT_EQ(ni_static_yfw_map_get_ctx_current_list_ptr(h.ctx), p);
+    EXPECT_EQ(h.rc->current_list, p);
+}
+
+TEST(ListUtilNamespace, DataNamespaceIsSetOnceAndCopied)
+{
+    RawEntry e;
+    zidl_yfw_datatree &leaf = e.kids[0];
+    oc_ni_set_data_namespace(nullptr, OCNI_NS_OC_PT); /* ignored */
+    oc_ni_set_data_namespace(&leaf, OCNI_NS_OC_PT);
+    ASSERT_NE(leaf.data_ns, nullptr);
+    EXPECT_STREQ(leaf.data_ns, OCNI_NS_OC_PT);
+    EXPECT_TRUE(leaf.flags2 & YFW_DT_F2_DATA_NS);
+    EXPECT_EQ(alloc_tag_of(leaf.data_ns), OCNI_TAG_NS);
+    char *first = leaf.data_ns;
+    oc_ni_set_data_namespace(&leaf, OCNI_NS_OC_PT);
+    EXPECT_EQ(leaf.data_ns, first); /* unchanged: no second copy */
+    wos_named_free(first);
+}
+
+} // namespace
