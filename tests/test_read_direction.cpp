@@ -687,3 +687,159 @@ TEST_F(ReadFixture, IndexMetricAndBfdFollowTheReadPathRule)
 }
 
 } // namespace
+
+/* ------------------------------------------------------------------ */
+/* Round trip: generated indexes are recognised by the edit direction   */
+/* ------------------------------------------------------------------ */
+
+#include "host/store.h"
+#include "host/store_layout.h"
+#include "ymap_ocni_openconfig_local_routing_man_util.h"
+
+namespace {
+
+struct RoundTripCase {
+    const char *name;
+    NativeNextHop stored;  /* the next hop as the router's own command line stored it */
+    std::string native;    /* the same next hop in the native tree */
+    /* what an OpenConfig request naming that next hop carries */
+    const char *interface;
+    const char *subinterface;
+    const char *next_hop;
+};
+
+NativeNextHop stored_next_hop(bool ipv4, const char *prefix, int len, const char *ifname, const char *addr)
+{
+    NativeNextHop n;
+    n.ipv4 = ipv4;
+    n.prefix = prefix;
+    n.prefix_length = len;
+    n.interface = ifname;
+    n.address = addr;
+    n.tag = 42;
+    n.metric = 3;
+    return n;
+}
+
+std::vector<RoundTripCase> round_trip_cases()
+{
+    const std::string e4 = v4_entry(DEF_V4) + TBL;
+    const std::string e6 = v6_entry(DEF_V6) + TBL;
+    return {
+        {"InterfaceWithSubinterface", stored_next_hop(true, "192.0.2.0", 24, "GigabitEthernet0/0/0/1.100", ""),
+         e4 + "vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]", "GigabitEthernet0/0/0/1",
+         "100", nullptr},
+        {"Drop", stored_next_hop(true, "192.0.2.0", 24, "Null0", ""),
+         e4 + "vrf-next-hop-interface-name[interface-name=Null0]", nullptr, nullptr, "DROP"},
+        {"InterfaceAndAddress", stored_next_hop(true, "192.0.2.0", 24, "GigabitEthernet0/0/0/2", "192.0.2.1"),
+         e4 + "vrf-next-hop-interface-name-next-hop-address[interface-name=GigabitEthernet0/0/0/2]"
+              "[next-hop-address=192.0.2.1]",
+         "GigabitEthernet0/0/0/2", nullptr, "192.0.2.1"},
+        {"Address", stored_next_hop(true, "192.0.2.0", 24, "", "192.0.2.9"),
+         e4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]", nullptr, nullptr, "192.0.2.9"},
+        {"AddressV6", stored_next_hop(false, "2001:db8::", 64, "", "2001:db8::9"),
+         e6 + "vrf-next-hop-next-hop-address[next-hop-address=2001:db8::9]", nullptr, nullptr, "2001:db8::9"},
+    };
+}
+
+class RoundTrip : public ReadFixture, public ::testing::WithParamInterface<int> {
+protected:
+    void TearDown() override { store_reset(); }
+
+    /* The index the read direction gives the only next hop of the output. */
+    std::string generated_index()
+    {
+        const std::string marker = "/config/index = ";
+        std::string index;
+        for (const std::string &l : out()) {
+            size_t at = l.find(marker);
+            if (at != std::string::npos && l.find("/next-hops/next-hop[") != std::string::npos) {
+                EXPECT_TRUE(index.empty()) << "more than one next hop";
+                index = l.substr(at + marker.size());
+            }
+        }
+        return index;
+    }
+
+    /* The edit direction's index lookup for `index`, with the request's next-hop data. */
+    cerrno lookup(const RoundTripCase &c, const std::string &index, const char *prefix_text)
+    {
+        request(YFW_REQ_EDIT);
+        h.set_vrf("default");
+        auto *rec = static_cast<ocni_route_common_data *>(calloc(1, sizeof(ocni_route_common_data)));
+        h.rc->common_data_ptr = rec;
+        prefix_ = prefix_text;
+        rec->is_ipv4 = c.stored.ipv4 ? 1u : 0u;
+        rec->prefix = prefix_.data();
+        rec->interface = const_cast<char *>(c.interface);
+        rec->subinterface = const_cast<char *>(c.subinterface);
+        rec->next_hop = const_cast<char *>(c.next_hop);
+        rec->has_interface = c.interface != nullptr;
+        rec->has_next_hop = c.next_hop != nullptr;
+        rec->vrf_label = OCNI_VRF_LABEL_UNSET;
+        oc_input_ = build_tree("/network-instances/network-instance[name=default]" + PROTO +
+                                   "/static-routes/static[prefix=" + prefix_ + "]/next-hops/next-hop[index=" +
+                                   index + "]/config/index = " + index,
+                               OCNI_NS_OC_NI);
+        const zidl_yfw_datatree *entry =
+            tree_find(oc_input_.get(), (st("default", prefix_) + "/next-hops/next-hop[index=" + index + "]").c_str());
+        EXPECT_NE(entry, nullptr);
+        h.enter(entry);
+        return ocni_do_index_lookup_on_sysdb(h.ctx, entry, h.out);
+    }
+
+    std::string prefix_;
+    TreePtr oc_input_;
+};
+
+TEST_P(RoundTrip, GeneratedIndexFindsTheStoredNextHop)
+{
+    const RoundTripCase c = round_trip_cases()[GetParam()];
+    const std::string prefix = c.stored.prefix + "/" + std::to_string(c.stored.prefix_length);
+    store_reset();
+    ASSERT_EQ(store_write_next_hop(c.stored), 0u);
+
+    request(YFW_REQ_READ);
+    walk_text(c.native);
+    ASSERT_TRUE(failures().empty());
+    const std::string index = generated_index();
+    ASSERT_FALSE(index.empty());
+
+    EXPECT_EQ(lookup(c, index, prefix.c_str()), 0u) << index << " " << h.user_msg();
+    const ocni_route_common_data *rec = ocni_rec(h.ctx);
+    ASSERT_NE(rec, nullptr);
+    EXPECT_EQ(rec->index_found, 1u) << index;
+    EXPECT_EQ(rec->tag, 42u);
+    EXPECT_EQ(rec->route_metric, 3u);
+    EXPECT_STREQ(rec->native_interface, c.stored.interface.c_str());
+    EXPECT_STREQ(rec->native_address, c.stored.address.c_str());
+    EXPECT_TRUE(h.error_paths().empty());
+}
+
+TEST_P(RoundTrip, GeneratedIndexOfANewNextHopIsAccepted)
+{
+    const RoundTripCase c = round_trip_cases()[GetParam()];
+    const std::string prefix = c.stored.prefix + "/" + std::to_string(c.stored.prefix_length);
+    store_reset();
+    /* The route exists with another next hop only. */
+    NativeNextHop other = c.stored;
+    other.interface = "Loopback9";
+    other.address = "";
+    ASSERT_EQ(store_write_next_hop(other), 0u);
+
+    request(YFW_REQ_READ);
+    walk_text(c.native);
+    const std::string index = generated_index();
+    ASSERT_FALSE(index.empty());
+    EXPECT_EQ(lookup(c, index, prefix.c_str()), SYSDB_RC_NOT_FOUND) << index;
+    ASSERT_NE(ocni_rec(h.ctx), nullptr);
+    EXPECT_EQ(ocni_rec(h.ctx)->index_found, 1u) << index;
+    EXPECT_TRUE(h.error_paths().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Tables, RoundTrip, ::testing::Range(0, static_cast<int>(round_trip_cases().size())),
+                         [](const ::testing::TestParamInfo<int> &i) {
+                             return std::string(round_trip_cases()[i.param].name);
+                         });
+
+} // namespace
