@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "store.h"
+#include "store_layout.h"
 #include "tree.h"
 
 namespace ocni::host {
@@ -490,10 +492,18 @@ bool NativeConfig::add_vrf(const std::string &vrf, std::vector<std::string> &cha
     return true;
 }
 
-bool NativeConfig::remove_vrf(const std::string &vrf, std::vector<std::string> &changes)
+bool NativeConfig::remove_vrf(const std::string &vrf, std::vector<std::string> &changes, std::string &err)
 {
-    if (!vrfs_.erase(vrf))
+    if (!vrfs_.count(vrf)) {
+        err = "VRF " + vrf + " is not configured";
         return false;
+    }
+    if (routes_.lower_bound(RouteKey{vrf, true, "", ""}) != routes_.end() &&
+        routes_.lower_bound(RouteKey{vrf, true, "", ""})->first.vrf == vrf) {
+        err = "VRF " + vrf + " still holds static routes";
+        return false;
+    }
+    vrfs_.erase(vrf);
     if (!vrfs_added_.erase(vrf))
         vrfs_removed_.insert(vrf);
     changes.push_back("delete vrf " + vrf);
@@ -509,7 +519,7 @@ bool NativeConfig::commit(std::string &err)
             /* A route left without next hops stays: the native prefix entry exists on its own. */
             now.emplace(u.first, it == routes_.end() ? std::nullopt : std::optional<Route>(it->second));
         }
-        if (!backend_->commit(now, vrfs_added_, vrfs_removed_, err)) {
+        if (!backend_->commit(now, routes_, vrfs_added_, vrfs_removed_, err)) {
             rollback();
             return false;
         }
@@ -596,5 +606,264 @@ zidl_yfw_datatree *NativeConfig::to_tree(const std::set<RouteKey> *only) const
     }
     return root;
 }
+
+/* ---------------------------------------------------------------- */
+/* The backend over the host's store engine                          */
+/* ---------------------------------------------------------------- */
+
+namespace {
+
+const std::string NATIVE_ROOT = "/host/native/route/";
+constexpr char SEP = '\x1f';
+
+std::string native_key(const RouteKey &k)
+{
+    return NATIVE_ROOT + k.vrf + SEP + (k.ipv4 ? '4' : '6') + SEP + k.prefix + SEP + k.length;
+}
+
+bool parse_native_key(const std::string &key, RouteKey &k)
+{
+    std::vector<std::string> parts;
+    size_t pos = NATIVE_ROOT.size();
+    for (;;) {
+        size_t sep = key.find(SEP, pos);
+        parts.push_back(key.substr(pos, sep == std::string::npos ? std::string::npos : sep - pos));
+        if (sep == std::string::npos)
+            break;
+        pos = sep + 1;
+    }
+    if (parts.size() != 4 || (parts[1] != "4" && parts[1] != "6"))
+        return false;
+    k = RouteKey{parts[0], parts[1] == "4", parts[2], parts[3]};
+    return true;
+}
+
+void put_str(std::string &b, const std::string &s)
+{
+    uint32_t n = static_cast<uint32_t>(s.size());
+    b.append(reinterpret_cast<const char *>(&n), sizeof n);
+    b += s;
+}
+
+bool get_str(const std::string &b, size_t &pos, std::string &s)
+{
+    uint32_t n;
+    if (pos + sizeof n > b.size())
+        return false;
+    memcpy(&n, b.data() + pos, sizeof n);
+    pos += sizeof n;
+    if (pos + n > b.size())
+        return false;
+    s.assign(b, pos, n);
+    pos += n;
+    return true;
+}
+
+/* A route's next hops: per next hop its table, keys and leaves. */
+std::string encode_route(const Route &r)
+{
+    std::string b;
+    for (const auto &nh : r.next_hops) {
+        b += static_cast<char>('0' + static_cast<int>(nh.first.table));
+        put_str(b, nh.first.interface);
+        put_str(b, nh.first.address);
+        put_str(b, std::to_string(nh.second.size()));
+        for (const auto &l : nh.second) {
+            put_str(b, l.first);
+            put_str(b, l.second);
+        }
+    }
+    return b;
+}
+
+bool decode_route(const std::string &b, Route &r)
+{
+    size_t pos = 0;
+    while (pos < b.size()) {
+        int t = b[pos++] - '0';
+        if (t < 0 || t > 2)
+            return false;
+        NhKey k;
+        k.table = static_cast<NhTable>(t);
+        std::string count;
+        if (!get_str(b, pos, k.interface) || !get_str(b, pos, k.address) || !get_str(b, pos, count))
+            return false;
+        NhLeaves leaves;
+        for (unsigned long i = 0, n = strtoul(count.c_str(), nullptr, 10); i < n; ++i) {
+            std::string name, value;
+            if (!get_str(b, pos, name) || !get_str(b, pos, value))
+                return false;
+            leaves.emplace(std::move(name), std::move(value));
+        }
+        r.next_hops.emplace(std::move(k), std::move(leaves));
+    }
+    return true;
+}
+
+int int_leaf(const NhLeaves &l, const char *name, int dflt)
+{
+    auto it = l.find(name);
+    if (it == l.end())
+        return dflt;
+    if (it->second == "true")
+        return 1;
+    if (it->second == "false")
+        return 0;
+    return static_cast<int>(strtol(it->second.c_str(), nullptr, 10));
+}
+
+std::string str_leaf(const NhLeaves &l, const char *name)
+{
+    auto it = l.find(name);
+    return it == l.end() ? std::string() : it->second;
+}
+
+NativeNextHop projection(const RouteKey &k, const NhKey &n, const NhLeaves &l)
+{
+    NativeNextHop nh;
+    nh.vrf = k.vrf;
+    nh.ipv4 = k.ipv4;
+    nh.prefix = k.prefix;
+    nh.prefix_length = atoi(k.length.c_str());
+    nh.interface = n.interface;
+    nh.address = n.address;
+    nh.bfd_fast_detect = int_leaf(l, "bfd-fast-detect", 0);
+    nh.minimum_interval = int_leaf(l, "minimum-interval", 0);
+    nh.detect_multiplier = int_leaf(l, "detect-multiplier", 0);
+    nh.metric = int_leaf(l, "metric", 0);
+    nh.tag = int_leaf(l, "tag", 0);
+    nh.permanent = int_leaf(l, "permanent", 0);
+    nh.vrf_label = int_leaf(l, "vrf-lable", VRF_LABEL_UNSET);
+    nh.tunnel_id = int_leaf(l, "tunnel-id", 0);
+    nh.object_name = str_leaf(l, "object-name");
+    nh.description = str_leaf(l, "description");
+    nh.load_metric = int_leaf(l, "load-metric", 0);
+    nh.index = str_leaf(l, "index");
+    return nh;
+}
+
+/* Lengths sharing one store key ("0x20" stands for 26 and for 32), by key. */
+const std::map<std::string, std::vector<int>> &length_groups()
+{
+    static const std::map<std::string, std::vector<int>> groups = [] {
+        std::map<std::string, std::vector<int>> g;
+        for (int len = 0; len <= 128; ++len)
+            g[prefix_length_key(len)].push_back(len);
+        return g;
+    }();
+    return groups;
+}
+
+class EngineBackend : public StoreBackend {
+public:
+    bool load(std::map<RouteKey, Route> &routes, std::set<std::string> &vrfs, std::string &err) override
+    {
+        std::shared_ptr<StoreEngine> e = store_engine();
+        bool bad = false;
+        cerrno rc = e->scan(NATIVE_ROOT, prefix_end(NATIVE_ROOT), [&](const std::string &key, const std::string &v) {
+            RouteKey k;
+            Route r;
+            if (!parse_native_key(key, k) || !decode_route(v, r)) {
+                err = "damaged native record " + key.substr(NATIVE_ROOT.size());
+                bad = true;
+                return false;
+            }
+            routes.emplace_hint(routes.end(), std::move(k), std::move(r));
+            return true;
+        });
+        const std::string vrf_root = std::string(RSI_ROOT) + "vrf/";
+        if (rc == YFW_RC_OK && !bad)
+            rc = e->scan(vrf_root, prefix_end(vrf_root), [&](const std::string &key, const std::string &) {
+                size_t end = key.find('/', vrf_root.size());
+                if (end != std::string::npos && end > vrf_root.size())
+                    vrfs.insert(key.substr(vrf_root.size(), end - vrf_root.size()));
+                return true;
+            });
+        if (rc != YFW_RC_OK && err.empty())
+            err = "cannot read the store";
+        return rc == YFW_RC_OK && !bad;
+    }
+
+    bool commit(const std::map<RouteKey, std::optional<Route>> &changed, const std::map<RouteKey, Route> &all,
+                const std::set<std::string> &vrfs_added, const std::set<std::string> &vrfs_removed,
+                std::string &err) override
+    {
+        std::shared_ptr<StoreEngine> e = store_engine();
+        if (e->begin() != YFW_RC_OK) {
+            err = "cannot begin a store transaction";
+            return false;
+        }
+        if (!write(*e, changed, all, vrfs_added, vrfs_removed, err)) {
+            e->abort();
+            return false;
+        }
+        if (e->commit() != YFW_RC_OK) {
+            err = "store commit failed";
+            return false;
+        }
+        return true;
+    }
+
+private:
+    static bool write(StoreEngine &e, const std::map<RouteKey, std::optional<Route>> &changed,
+                      const std::map<RouteKey, Route> &all, const std::set<std::string> &vrfs_added,
+                      const std::set<std::string> &vrfs_removed, std::string &err)
+    {
+        /* Store directories to rewrite whole, with the routes that share each. */
+        std::map<std::string, RouteKey> dirs;
+        for (const auto &c : changed) {
+            const RouteKey &k = c.first;
+            cerrno rc = c.second ? e.put(native_key(k), encode_route(*c.second)) : e.del(native_key(k));
+            if (rc != YFW_RC_OK && rc != SYSDB_RC_NOT_FOUND) {
+                err = "cannot write " + NativeConfig::route_path(k);
+                return false;
+            }
+            std::string dir = route_next_hop_dir(k.vrf, k.ipv4, k.prefix, atoi(k.length.c_str()));
+            if (dir.empty()) {
+                err = "not a prefix of its family: " + NativeConfig::route_path(k);
+                return false;
+            }
+            dirs.emplace(std::move(dir), k);
+        }
+        for (const auto &d : dirs) {
+            const std::string full = STATIC_ROOT + d.first;
+            std::vector<std::string> old;
+            e.scan(full, prefix_end(full), [&](const std::string &key, const std::string &) {
+                old.push_back(key);
+                return true;
+            });
+            for (const std::string &key : old)
+                e.del(key);
+            const RouteKey &k = d.second;
+            auto g = length_groups().find(prefix_length_key(atoi(k.length.c_str())));
+            for (int len : g->second) {
+                auto it = all.find(RouteKey{k.vrf, k.ipv4, k.prefix, std::to_string(len)});
+                if (it == all.end())
+                    continue;
+                for (const auto &nh : it->second.next_hops) {
+                    if (store_write_next_hop(projection(it->first, nh.first, nh.second)) != YFW_RC_OK) {
+                        err = "cannot write " + NativeConfig::nh_path(it->first, nh.first);
+                        return false;
+                    }
+                }
+            }
+        }
+        for (const std::string &v : vrfs_added)
+            if (store_add_vrf(v) != YFW_RC_OK) {
+                err = "cannot add VRF " + v;
+                return false;
+            }
+        for (const std::string &v : vrfs_removed)
+            if (cerrno rc = store_remove_vrf(v); rc != YFW_RC_OK && rc != SYSDB_RC_NOT_FOUND) {
+                err = "cannot remove VRF " + v;
+                return false;
+            }
+        return true;
+    }
+};
+
+} // namespace
+
+std::unique_ptr<StoreBackend> make_engine_backend() { return std::make_unique<EngineBackend>(); }
 
 } // namespace ocni::host

@@ -68,13 +68,21 @@ public:
     /* Every route and VRF kept; false with `err` when the store cannot be read. */
     virtual bool load(std::map<RouteKey, Route> &routes, std::set<std::string> &vrfs, std::string &err) = 0;
     /*
-     * One transaction: for each route, its new content (nullopt: removed);
-     * VRFs added and removed.
+     * One transaction: for each route changed, its new content (nullopt:
+     * removed); VRFs added and removed. `all` is the whole configuration
+     * after the change.
      */
-    virtual bool commit(const std::map<RouteKey, std::optional<Route>> &routes,
-                        const std::set<std::string> &vrfs_added, const std::set<std::string> &vrfs_removed,
-                        std::string &err) = 0;
+    virtual bool commit(const std::map<RouteKey, std::optional<Route>> &changed,
+                        const std::map<RouteKey, Route> &all, const std::set<std::string> &vrfs_added,
+                        const std::set<std::string> &vrfs_removed, std::string &err) = 0;
 };
+
+/*
+ * The backend over the host's store engine in use (store_engine()): native
+ * records under "/host/native/", next hops in the configuration-store
+ * layout the plug-in reads, VRFs in the VRF store.
+ */
+std::unique_ptr<StoreBackend> make_engine_backend();
 
 class NativeConfig {
 public:
@@ -100,8 +108,9 @@ public:
      * model; the configuration is then unchanged.
      */
     bool apply(const zidl_yfw_datatree *root, std::vector<std::string> &changes, std::string &err);
+    /* VRF registry. add_vrf is false when the VRF is known already; remove_vrf refuses a VRF holding routes. */
     bool add_vrf(const std::string &vrf, std::vector<std::string> &changes);
-    bool remove_vrf(const std::string &vrf, std::vector<std::string> &changes);
+    bool remove_vrf(const std::string &vrf, std::vector<std::string> &changes, std::string &err);
 
     /* Writes what changed since the last commit or rollback in one transaction. */
     bool commit(std::string &err);

@@ -1,13 +1,492 @@
-/* Configuration store client (filled in below the engine interface). */
+/*
+ * Configuration store client (sysdb.h) over the store engine in use, and
+ * packed tuples.
+ *
+ * Lookup paths are relative to the connection's bind root. A component
+ * holding a regular-expression character is matched as a POSIX extended
+ * expression against a whole stored component; the literal components
+ * before the first such pattern bound an ordered range scan, so a lookup
+ * under one route never visits the rest of the store.
+ */
 #include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <regex.h>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/store.h"
 #include "sysdb.h"
 
-extern "C" {
-cerrno _sysdb_bind(sysdb_connid_t *, const char *, uint32_t) { return SYSDB_RC_FAILED; }
-cerrno sysdb_datalist(sysdb_connid_t, const char *, const char *, uint32_t *, sysdb_datalist_t **, uint32_t) { return SYSDB_RC_FAILED; }
-cerrno sysdb_find_data(sysdb_connid_t, const char *, const char *, uint32_t, uint32_t *, sysdb_datalist_t **) { return SYSDB_RC_FAILED; }
-cerrno sysdb_datalist_next(sysdb_datalist_t *, const char **, const void **, uint32_t *) { return SYSDB_RC_NOT_FOUND; }
-void sysdb_datalist_free(sysdb_datalist_t *) {}
-cerrno tuple_unpack(const void *, uint32_t, const char *, ...) { return SYSDB_RC_FAILED; }
-cerrno tuple_pack(void **, uint32_t *, const char *, ...) { return SYSDB_RC_FAILED; }
+struct sysdb_conn {
+    std::string root; /* always ends in "/" */
+    uint32_t mode = 0;
+};
+
+struct sysdb_datalist {
+    std::vector<std::pair<std::string, std::string>> items; /* full path, packed tuple */
+    size_t pos = 0;
+};
+
+namespace ocni::host {
+namespace {
+
+struct StoreState {
+    std::mutex mu;
+    std::shared_ptr<StoreEngine> engine;
+    cerrno bind_fail_rc = 0;
+    unsigned bind_fail_count = 0;
+    size_t binds = 0;
+    std::vector<std::unique_ptr<sysdb_conn>> conns; /* live for the whole process */
+};
+
+StoreState &state()
+{
+    static StoreState *s = new StoreState;
+    return *s;
 }
+
+/* One component of a lookup path: literal text or a compiled pattern. */
+class Component {
+public:
+    explicit Component(std::string text) : text_(std::move(text))
+    {
+        pattern_ = text_.find_first_of(".*+?[](){}|^$\\") != std::string::npos;
+    }
+    Component(const Component &) = delete;
+    Component &operator=(const Component &) = delete;
+    ~Component()
+    {
+        if (compiled_)
+            regfree(&re_);
+    }
+
+    bool is_pattern() const { return pattern_; }
+    const std::string &text() const { return text_; }
+
+    bool compile()
+    {
+        if (!pattern_)
+            return true;
+        std::string anchored = "^(" + text_ + ")$";
+        compiled_ = regcomp(&re_, anchored.c_str(), REG_EXTENDED | REG_NOSUB) == 0;
+        return compiled_;
+    }
+
+    bool matches(const std::string &s) const
+    {
+        if (!pattern_)
+            return s == text_;
+        return regexec(&re_, s.c_str(), 0, nullptr, 0) == 0;
+    }
+
+private:
+    std::string text_;
+    bool pattern_ = false;
+    bool compiled_ = false;
+    regex_t re_;
+};
+
+std::vector<std::string> split(const std::string &s)
+{
+    std::vector<std::string> out;
+    std::string cur;
+    for (char c : s) {
+        if (c == '/') {
+            if (!cur.empty())
+                out.push_back(std::move(cur));
+            cur.clear();
+        } else {
+            cur += c;
+        }
+    }
+    if (!cur.empty())
+        out.push_back(std::move(cur));
+    return out;
+}
+
+/* A parsed lookup: its components and the literal key prefix that bounds the scan. */
+struct Lookup {
+    std::vector<std::unique_ptr<Component>> comps;
+    std::string scan_prefix;
+};
+
+cerrno prepare(const sysdb_conn *conn, const char *path, Lookup &lk)
+{
+    for (auto &c : split(path))
+        lk.comps.push_back(std::make_unique<Component>(std::move(c)));
+    lk.scan_prefix = conn->root;
+    bool literal = true;
+    for (auto &c : lk.comps) {
+        if (!c->compile())
+            return SYSDB_RC_INVALID_ARG;
+        if (c->is_pattern())
+            literal = false;
+        if (literal)
+            lk.scan_prefix += c->text() + "/";
+    }
+    return YFW_RC_OK;
+}
+
+/*
+ * Visits the stored keys at or below the nodes the lookup matches, with
+ * their components below the bind root; the engine's result.
+ */
+template <class Fn>
+cerrno visit(const sysdb_conn *conn, const Lookup &lk, Fn &&fn)
+{
+    std::shared_ptr<StoreEngine> engine = store_engine();
+    const size_t n = lk.comps.size();
+    return engine->scan(lk.scan_prefix, prefix_end(lk.scan_prefix),
+                        [&](const std::string &key, const std::string &value) {
+                            std::vector<std::string> kc = split(key.substr(conn->root.size()));
+                            if (kc.size() < n)
+                                return true;
+                            for (size_t i = 0; i < n; ++i)
+                                if (!lk.comps[i]->matches(kc[i]))
+                                    return true;
+                            fn(key, value, kc, !key.empty() && key.back() == '/');
+                            return true;
+                        });
+}
+
+bool valid_conn(const sysdb_conn *conn)
+{
+    StoreState &s = state();
+    std::lock_guard<std::mutex> lk(s.mu);
+    for (const auto &c : s.conns)
+        if (c.get() == conn)
+            return true;
+    return false;
+}
+
+} // namespace
+
+std::string prefix_end(const std::string &prefix)
+{
+    std::string end = prefix;
+    while (!end.empty()) {
+        unsigned char last = static_cast<unsigned char>(end.back());
+        if (last != 0xff) {
+            end.back() = static_cast<char>(last + 1);
+            return end;
+        }
+        end.pop_back();
+    }
+    return end;
+}
+
+void store_use_engine(std::shared_ptr<StoreEngine> engine)
+{
+    StoreState &s = state();
+    std::lock_guard<std::mutex> lk(s.mu);
+    s.engine = std::move(engine);
+}
+
+std::shared_ptr<StoreEngine> store_engine()
+{
+    StoreState &s = state();
+    std::lock_guard<std::mutex> lk(s.mu);
+    if (!s.engine)
+        s.engine = make_memory_engine();
+    return s.engine;
+}
+
+void store_reset()
+{
+    StoreState &s = state();
+    std::lock_guard<std::mutex> lk(s.mu);
+    s.engine = make_memory_engine();
+    s.bind_fail_rc = 0;
+    s.bind_fail_count = 0;
+}
+
+void store_fail_binds(cerrno rc, unsigned count)
+{
+    StoreState &s = state();
+    std::lock_guard<std::mutex> lk(s.mu);
+    s.bind_fail_rc = rc;
+    s.bind_fail_count = count;
+}
+
+size_t store_bind_count()
+{
+    StoreState &s = state();
+    std::lock_guard<std::mutex> lk(s.mu);
+    return s.binds;
+}
+
+TupleWriter &TupleWriter::d(int v)
+{
+    auto u = static_cast<uint32_t>(v);
+    buf_ += 'd';
+    for (int i = 0; i < 4; ++i)
+        buf_ += static_cast<char>((u >> (8 * i)) & 0xff);
+    return *this;
+}
+
+TupleWriter &TupleWriter::s(const std::string &v)
+{
+    auto n = static_cast<uint32_t>(v.size());
+    buf_ += 's';
+    for (int i = 0; i < 4; ++i)
+        buf_ += static_cast<char>((n >> (8 * i)) & 0xff);
+    buf_ += v;
+    return *this;
+}
+
+} // namespace ocni::host
+
+using namespace ocni::host;
+
+namespace {
+
+/* Fields of a tuple format: 'd' and 's'; empty on a malformed format. */
+std::string fields_of(const char *fmt)
+{
+    std::string f;
+    for (const char *p = fmt; *p != '\0'; p += 2) {
+        if (p[0] != '%' || (p[1] != 'd' && p[1] != 's'))
+            return std::string();
+        f += p[1];
+    }
+    return f;
+}
+
+uint32_t read_u32(const unsigned char *p)
+{
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+
+sysdb_datalist_t *new_list(std::vector<std::pair<std::string, std::string>> &&items)
+{
+    auto *l = new struct sysdb_datalist;
+    l->items = std::move(items);
+    return l;
+}
+
+} // namespace
+
+extern "C" {
+
+cerrno _sysdb_bind(sysdb_connid_t *conn, const char *root, uint32_t mode)
+{
+    if (conn == nullptr || root == nullptr || root[0] != '/')
+        return SYSDB_RC_INVALID_ARG;
+    try {
+        StoreState &s = state();
+        std::lock_guard<std::mutex> lk(s.mu);
+        ++s.binds;
+        if (s.bind_fail_count > 0) {
+            --s.bind_fail_count;
+            return s.bind_fail_rc;
+        }
+        auto c = std::make_unique<sysdb_conn>();
+        c->root = root;
+        if (c->root.back() != '/')
+            c->root += '/';
+        c->mode = mode;
+        *conn = c.get();
+        s.conns.push_back(std::move(c));
+        return YFW_RC_OK;
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+cerrno sysdb_datalist(sysdb_connid_t conn, const char *path, const char *pattern, uint32_t *count,
+                      sysdb_datalist_t **list, uint32_t flags)
+{
+    (void)flags;
+    if (list != nullptr)
+        *list = nullptr;
+    if (conn == nullptr || path == nullptr || !valid_conn(conn))
+        return SYSDB_RC_INVALID_ARG;
+    try {
+        Lookup lk;
+        if (cerrno rc = prepare(conn, path, lk); rc != YFW_RC_OK)
+            return rc;
+        Component pat(pattern != nullptr && pattern[0] != '\0' ? pattern : ".*");
+        if (!pat.compile())
+            return SYSDB_RC_INVALID_ARG;
+        const size_t n = lk.comps.size();
+        bool found = false;
+        std::set<std::string> seen;
+        std::vector<std::pair<std::string, std::string>> items;
+        cerrno rc = visit(conn, lk, [&](const std::string &key, const std::string &value,
+                                        const std::vector<std::string> &kc, bool dir) {
+            found = true;
+            if (kc.size() == n || !pat.matches(kc[n]))
+                return;
+            if (kc.size() == n + 1 && !dir) {
+                items.emplace_back(key, value);
+                return;
+            }
+            std::string child = conn->root;
+            for (size_t i = 0; i <= n; ++i)
+                child += kc[i] + "/";
+            if (seen.insert(child).second)
+                items.emplace_back(child, std::string());
+        });
+        if (rc != YFW_RC_OK)
+            return rc;
+        if (!found)
+            return SYSDB_RC_NOT_FOUND;
+        if (count != nullptr)
+            *count = static_cast<uint32_t>(items.size());
+        if (list != nullptr)
+            *list = new_list(std::move(items));
+        return YFW_RC_OK;
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+cerrno sysdb_find_data(sysdb_connid_t conn, const char *path, const char *item, uint32_t flags,
+                       uint32_t *count, sysdb_datalist_t **list)
+{
+    if (list != nullptr)
+        *list = nullptr;
+    if (conn == nullptr || path == nullptr || !valid_conn(conn))
+        return SYSDB_RC_INVALID_ARG;
+    try {
+        Lookup lk;
+        if (cerrno rc = prepare(conn, path, lk); rc != YFW_RC_OK)
+            return rc;
+        const size_t n = lk.comps.size();
+        const size_t plen = strlen(path);
+        const bool children = n == 0 || (plen > 0 && path[plen - 1] == '/');
+        const std::string narrow = item != nullptr ? item : "";
+        bool found = false;
+        std::vector<std::pair<std::string, std::string>> items;
+        cerrno rc = visit(conn, lk, [&](const std::string &key, const std::string &value,
+                                        const std::vector<std::string> &kc, bool dir) {
+            found = true;
+            if (dir)
+                return;
+            size_t want = children ? n + 1 : n;
+            if (kc.size() != want || (!narrow.empty() && kc[want - 1] != narrow))
+                return;
+            items.emplace_back(key, value);
+        });
+        if (rc != YFW_RC_OK)
+            return rc;
+        if (!found) {
+            if (count != nullptr)
+                *count = 0;
+            return SYSDB_RC_NOT_FOUND;
+        }
+        if (count != nullptr)
+            *count = static_cast<uint32_t>(items.size());
+        if ((flags & SYSDB_FIND_LIST) && list != nullptr)
+            *list = new_list(std::move(items));
+        return YFW_RC_OK;
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+cerrno sysdb_datalist_next(sysdb_datalist_t *list, const char **path, const void **tuple, uint32_t *tuple_len)
+{
+    if (list == nullptr)
+        return SYSDB_RC_INVALID_ARG;
+    if (list->pos >= list->items.size())
+        return SYSDB_RC_NOT_FOUND;
+    const auto &it = list->items[list->pos++];
+    if (path != nullptr)
+        *path = it.first.c_str();
+    if (tuple != nullptr)
+        *tuple = it.second.data();
+    if (tuple_len != nullptr)
+        *tuple_len = static_cast<uint32_t>(it.second.size());
+    return YFW_RC_OK;
+}
+
+void sysdb_datalist_free(sysdb_datalist_t *list)
+{
+    delete list;
+}
+
+cerrno tuple_unpack(const void *tuple, uint32_t len, const char *fmt, ...)
+{
+    if (fmt == nullptr || (tuple == nullptr && len > 0))
+        return SYSDB_RC_INVALID_ARG;
+    std::string fields = fields_of(fmt);
+    if (fields.empty() && fmt[0] != '\0')
+        return SYSDB_RC_INVALID_ARG;
+    const auto *p = static_cast<const unsigned char *>(tuple);
+    const unsigned char *end = p + len;
+    cerrno rc = YFW_RC_OK;
+    va_list ap;
+    va_start(ap, fmt);
+    for (char f : fields) {
+        if (p == end) /* fields past the end of the tuple are left as they are */
+            break;
+        if (end - p < 5 || char(*p) != f) {
+            rc = SYSDB_RC_INVALID_ARG;
+            break;
+        }
+        uint32_t v = read_u32(p + 1);
+        p += 5;
+        if (f == 'd') {
+            int *out = va_arg(ap, int *);
+            if (out != nullptr)
+                *out = static_cast<int>(v);
+            continue;
+        }
+        char *out = va_arg(ap, char *);
+        size_t size = va_arg(ap, size_t);
+        if (uint64_t(end - p) < v) {
+            rc = SYSDB_RC_INVALID_ARG;
+            break;
+        }
+        if (out != nullptr && size > 0) {
+            size_t n = v < size - 1 ? v : size - 1;
+            memcpy(out, p, n);
+            out[n] = '\0';
+        }
+        p += v;
+    }
+    va_end(ap);
+    return rc;
+}
+
+cerrno tuple_pack(void **tuple, uint32_t *len, const char *fmt, ...)
+{
+    if (tuple == nullptr || len == nullptr || fmt == nullptr)
+        return SYSDB_RC_INVALID_ARG;
+    *tuple = nullptr;
+    *len = 0;
+    std::string fields = fields_of(fmt);
+    if (fields.empty() && fmt[0] != '\0')
+        return SYSDB_RC_INVALID_ARG;
+    try {
+        TupleWriter w;
+        va_list ap;
+        va_start(ap, fmt);
+        for (char f : fields) {
+            if (f == 'd') {
+                w.d(va_arg(ap, int));
+            } else {
+                const char *s = va_arg(ap, const char *);
+                w.s(s != nullptr ? s : "");
+            }
+        }
+        va_end(ap);
+        void *buf = malloc(w.bytes().size() + 1);
+        if (buf == nullptr)
+            return SYSDB_RC_FAILED;
+        memcpy(buf, w.bytes().data(), w.bytes().size());
+        *tuple = buf;
+        *len = static_cast<uint32_t>(w.bytes().size());
+        return YFW_RC_OK;
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+} // extern "C"

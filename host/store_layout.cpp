@@ -1,0 +1,292 @@
+/*
+ * Native static-route layout of the store: the next-hop writer and reader
+ * and the VRF store.
+ */
+#include "host/store_layout.h"
+
+#include <cstdio>
+#include <strings.h>
+
+#include "host/store.h"
+#include "qz_addr.h"
+#include "sysdb.h"
+
+namespace ocni::host {
+namespace {
+
+std::string slash_to_underscore(std::string s)
+{
+    for (char &c : s)
+        if (c == '/')
+            c = '_';
+    return s;
+}
+
+std::string underscore_to_slash(std::string s)
+{
+    for (char &c : s)
+        if (c == '_')
+            c = '/';
+    return s;
+}
+
+std::string part(const std::string &s)
+{
+    return s.empty() ? std::string(EMPTY_KEY_PART) : s;
+}
+
+std::string unpart(const std::string &s)
+{
+    return s == EMPTY_KEY_PART ? std::string() : s;
+}
+
+std::vector<std::string> split_on(const std::string &s, char sep)
+{
+    std::vector<std::string> out;
+    size_t b = 0;
+    for (;;) {
+        size_t e = s.find(sep, b);
+        out.push_back(s.substr(b, e == std::string::npos ? std::string::npos : e - b));
+        if (e == std::string::npos)
+            return out;
+        b = e + 1;
+    }
+}
+
+std::string address_text(const std::string &hex)
+{
+    ip_addr_t a;
+    if (hex_string2ip_addr(hex.c_str(), &a) != 0)
+        return std::string();
+    return ip_addr_string(&a);
+}
+
+/* Parses one stored next hop back from its full path and tuple; false when it is not one. */
+bool parse_next_hop(const std::string &path, const std::string &tuple, NativeNextHop &nh)
+{
+    std::string rel = path.substr(sizeof STATIC_ROOT - 1);
+    std::vector<std::string> c = split_on(rel, '/');
+    /* ord_x NAME address ipvN unicast ord_c default route HEX LEN ROUTE nexthop KEY */
+    if (c.size() != 13 || c[2] != "address" || c[7] != "route" || c[11] != "nexthop")
+        return false;
+    nh = NativeNextHop();
+    nh.vrf = c[1];
+    nh.ipv4 = c[3] == "ipv4";
+    nh.prefix = address_text(c[8]);
+    int hexlen = 0;
+    if (sscanf(c[9].c_str(), "0x%d", &hexlen) != 1)
+        return false;
+    /* The length key's decimal digits are the length's hexadecimal digits. */
+    int len = 0;
+    for (char ch : std::to_string(hexlen))
+        len = len * 16 + (ch - '0');
+    nh.prefix_length = len;
+    std::vector<std::string> k = split_on(c[12], ',');
+    if (k.size() != 4)
+        return false;
+    nh.interface = underscore_to_slash(unpart(k[0]));
+    nh.address = unpart(k[1]).empty() ? std::string() : address_text(k[1]);
+    nh.third = unpart(k[2]);
+    nh.fourth = unpart(k[3]);
+    char obj[64] = "", desc[64] = "", index[256] = "";
+    cerrno rc = tuple_unpack(tuple.data(), uint32_t(tuple.size()), "%d%d%d%d%d%d%d%d%s%s%d%s",
+                             &nh.bfd_fast_detect, &nh.minimum_interval, &nh.detect_multiplier, &nh.metric,
+                             &nh.tag, &nh.permanent, &nh.vrf_label, &nh.tunnel_id, obj, sizeof obj, desc,
+                             sizeof desc, &nh.load_metric, index, sizeof index);
+    nh.object_name = obj;
+    nh.description = desc;
+    nh.index = index;
+    return rc == YFW_RC_OK;
+}
+
+cerrno scan_next_hops(const std::string &prefix, std::vector<NativeNextHop> &out)
+{
+    out.clear();
+    return store_engine()->scan(prefix, prefix_end(prefix), [&](const std::string &key, const std::string &value) {
+        NativeNextHop nh;
+        if (!key.empty() && key.back() != '/' && parse_next_hop(key, value, nh))
+            out.push_back(std::move(nh));
+        return true;
+    });
+}
+
+} // namespace
+
+std::string prefix_length_key(int length)
+{
+    int dec = 0;
+    int scale = 1;
+    for (int v = length > 0 ? length : 0; v > 0; v /= 16) {
+        dec += (v % 16) * scale;
+        scale *= 10;
+    }
+    char buf[16];
+    snprintf(buf, sizeof buf, "0x%d", dec);
+    return buf;
+}
+
+std::string hex_address(const std::string &text, bool ipv4)
+{
+    ip_addr_t a;
+    if (qz_inet_pton(ipv4 ? QZ_AF_INET : QZ_AF_INET6, text.c_str(), &a) != 1)
+        return std::string();
+    char hex[QZ_HEX_ADDR_LEN];
+    if (ip_addr2hex_string(&a, hex, sizeof hex) != 0)
+        return std::string();
+    return hex;
+}
+
+std::string vrf_component(const std::string &vrf)
+{
+    if (vrf.empty() || strcasecmp(vrf.c_str(), "default") == 0)
+        return "ord_d/default";
+    return "ord_v/" + vrf;
+}
+
+std::string route_next_hop_dir(const std::string &vrf, bool ipv4, const std::string &prefix, int length)
+{
+    std::string hex = hex_address(prefix, ipv4);
+    if (hex.empty())
+        return std::string();
+    return vrf_component(vrf) + (ipv4 ? "/address/ipv4" : "/address/ipv6") + "/unicast/ord_c/default/route/" +
+           hex + "/" + prefix_length_key(length) + "/" + ROUTE_COMPONENT + "/nexthop/";
+}
+
+std::string next_hop_key(const NativeNextHop &nh)
+{
+    std::string addr;
+    if (!nh.address.empty()) {
+        addr = hex_address(nh.address, nh.ipv4);
+        if (addr.empty())
+            return std::string();
+    }
+    return part(slash_to_underscore(nh.interface)) + "," + part(addr) + "," + part(nh.third) + "," +
+           part(nh.fourth);
+}
+
+std::string next_hop_tuple(const NativeNextHop &nh)
+{
+    TupleWriter w;
+    w.d(nh.bfd_fast_detect)
+        .d(nh.minimum_interval)
+        .d(nh.detect_multiplier)
+        .d(nh.metric)
+        .d(nh.tag)
+        .d(nh.permanent)
+        .d(nh.vrf_label)
+        .d(nh.tunnel_id)
+        .s(nh.object_name)
+        .s(nh.description)
+        .d(nh.load_metric)
+        .s(nh.index);
+    return w.bytes();
+}
+
+cerrno store_write_next_hop(const NativeNextHop &nh)
+{
+    try {
+        std::string dir = route_next_hop_dir(nh.vrf, nh.ipv4, nh.prefix, nh.prefix_length);
+        std::string key = next_hop_key(nh);
+        if (dir.empty() || key.empty())
+            return SYSDB_RC_INVALID_ARG;
+        return store_engine()->put(STATIC_ROOT + dir + key, next_hop_tuple(nh));
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+cerrno store_delete_next_hop(const NativeNextHop &nh)
+{
+    try {
+        std::string dir = route_next_hop_dir(nh.vrf, nh.ipv4, nh.prefix, nh.prefix_length);
+        std::string key = next_hop_key(nh);
+        if (dir.empty() || key.empty())
+            return SYSDB_RC_INVALID_ARG;
+        return store_engine()->del(STATIC_ROOT + dir + key);
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+cerrno store_read_next_hops(const std::string &vrf, bool ipv4, const std::string &prefix, int length,
+                            std::vector<NativeNextHop> &out)
+{
+    try {
+        std::string dir = route_next_hop_dir(vrf, ipv4, prefix, length);
+        if (dir.empty())
+            return SYSDB_RC_INVALID_ARG;
+        return scan_next_hops(STATIC_ROOT + dir, out);
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+cerrno store_all_next_hops(std::vector<NativeNextHop> &out)
+{
+    try {
+        return scan_next_hops(STATIC_ROOT, out);
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+cerrno store_add_vrf(const std::string &name)
+{
+    if (name.empty() || name.find('/') != std::string::npos)
+        return SYSDB_RC_INVALID_ARG;
+    try {
+        return store_engine()->put(std::string(RSI_ROOT) + "vrf/" + name + "/name", TupleWriter().s(name).bytes());
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+cerrno store_add_empty_vrf(const std::string &name)
+{
+    if (name.empty() || name.find('/') != std::string::npos)
+        return SYSDB_RC_INVALID_ARG;
+    try {
+        return store_engine()->put(std::string(RSI_ROOT) + "vrf/" + name + "/", std::string());
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+cerrno store_remove_vrf(const std::string &name)
+{
+    if (name.empty() || name.find('/') != std::string::npos)
+        return SYSDB_RC_INVALID_ARG;
+    try {
+        std::string dir = std::string(RSI_ROOT) + "vrf/" + name + "/";
+        std::vector<std::string> keys;
+        auto engine = store_engine();
+        engine->scan(dir, prefix_end(dir), [&](const std::string &k, const std::string &) {
+            keys.push_back(k);
+            return true;
+        });
+        if (keys.empty())
+            return SYSDB_RC_NOT_FOUND;
+        for (const auto &k : keys)
+            engine->del(k);
+        return YFW_RC_OK;
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+bool store_has_vrf(const std::string &name)
+{
+    try {
+        std::string dir = std::string(RSI_ROOT) + "vrf/" + name + "/";
+        bool any = false;
+        store_engine()->scan(dir, prefix_end(dir), [&](const std::string &, const std::string &) {
+            any = true;
+            return false;
+        });
+        return any;
+    } catch (...) {
+        return false;
+    }
+}
+
+} // namespace ocni::host

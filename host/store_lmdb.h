@@ -1,0 +1,33 @@
+/*
+ * Persistent store engine: the configuration kept in an LMDB environment
+ * in a directory of its own, so that it survives restarts.
+ *
+ * A transaction (begin .. commit) is one LMDB write transaction: a process
+ * killed at any moment leaves the store as before or as after it, never
+ * in between. Each commit is a durable sync (about half a millisecond), so
+ * callers make one per edit, never one per route. Writes made outside a
+ * transaction are committed one by one.
+ */
+#ifndef OCNI_HOST_STORE_LMDB_H
+#define OCNI_HOST_STORE_LMDB_H
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "store.h"
+
+namespace ocni::host {
+
+/* Address space reserved for the store: far beyond a million routes, and sparse on disk. */
+constexpr size_t LMDB_MAP_SIZE = size_t(1) << 36;
+
+/*
+ * Opens (creating it when missing) the store in directory `dir`; null with
+ * `err` set when the directory or the environment cannot be opened.
+ */
+std::shared_ptr<StoreEngine> open_lmdb_engine(const std::string &dir, std::string &err);
+
+} // namespace ocni::host
+
+#endif
