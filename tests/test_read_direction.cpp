@@ -566,6 +566,54 @@ TEST_F(ReadFixture, InterfaceSplitCutsTheInputOnlyWhereIntended)
 /* Result codes and traces                                             */
 /* ------------------------------------------------------------------ */
 
+TEST_F(ReadFixture, LightweightTraceNamesTheExportedTwin)
+{
+    request(YFW_REQ_READ);
+    h.ltrace(true);
+    TreeBuilder b(OCNI_NS_NATIVE);
+    const std::string path = v6_entry(NAMED_V6) + "/prefix";
+    b.add(path, "2001:db8::");
+    EXPECT_EQ(h.call(ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlg_routerstatic_vrfprefix_prefix_namedvrf,
+                     b.node(path)),
+              0u);
+    const Lines lt = h.ltrace_lines();
+    ASSERT_EQ(lt.size(), 2u);
+    const std::string name = "ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlg_routerstatic_vrfprefix_prefix_namedvrf";
+    EXPECT_NE(lt[0].find(": TRC: " + name + ":"), std::string::npos) << lt[0];
+    EXPECT_NE(lt[0].find("ctx=" + h.ctx_text() + ",Start"), std::string::npos) << lt[0];
+    EXPECT_NE(lt[1].find(",End"), std::string::npos) << lt[1];
+}
+
+TEST_F(ReadFixture, OverlongInterfaceNamesAreCutNeverOverrun)
+{
+    const std::string longname = "GigabitEthernet" + std::string(200, '9') + ".12345678901";
+    for (const char *table : {"vrf-next-hop-interface-name", "vrf-next-hop-interface-name-next-hop-address"}) {
+        request(YFW_REQ_READ);
+        const std::string e = v4_entry(DEF_V4) + TBL + table + "[interface-name=" + longname + "]";
+        walk_text(std::string(table) == "vrf-next-hop-interface-name" ? e : e.substr(0, e.size() - 1) +
+                                                                              "][next-hop-address=192.0.2.1]");
+        EXPECT_TRUE(failures().empty()) << table;
+        size_t indexes = 0;
+        for (const std::string &l : out()) {
+            const std::string marker = "/config/index = ";
+            size_t at = l.find(marker);
+            if (at == std::string::npos)
+                continue;
+            ++indexes;
+            const std::string index = l.substr(at + marker.size());
+            EXPECT_EQ(index.size(), 128u) << table;
+            EXPECT_EQ(index.rfind("##GigabitEthernet999", 0), 0u) << table;
+        }
+        EXPECT_EQ(indexes, 1u) << table;
+        /* The subinterface keeps at most nine characters. */
+        for (const std::string &l : out()) {
+            if (l.find("/interface-ref/config/subinterface = ") != std::string::npos) {
+                EXPECT_NE(l.find("= 123456789"), std::string::npos) << l;
+            }
+        }
+    }
+}
+
 TEST_F(ReadFixture, NullArgumentsFailWithAnErrorPathAndNoEndTrace)
 {
     const LeafCb leaves[] = {
