@@ -330,7 +330,8 @@ struct NextHopCase {
     std::string table;   /* table entry below it, with keys, and leaves */
     uint32_t op_type;
     bool withhold;
-    Lines expected;      /* lines below the static entry, without the parents */
+    std::string index;   /* OpenConfig key of the next hop; "" for none */
+    Lines leaves;        /* "<leaf> = <value>" below the next hop ("^" marks the static entry) */
 };
 
 std::string v4_entry(const std::string &root)
@@ -342,113 +343,90 @@ std::string v6_entry(const std::string &root)
     return root + "[prefix=2001:db8::][prefix-length=64]";
 }
 
+/* Leaves of a next hop read with configuration: its index, next hop and interface. */
+Lines config_leaves(const std::string &index, const std::string &next_hop, const char *ifname = nullptr,
+                    const char *subif = nullptr)
+{
+    Lines l = {"config/index = " + index, "config/next-hop = " + next_hop};
+    if (ifname != nullptr) {
+        l.push_back(std::string("interface-ref/config/interface = ") + ifname);
+        l.push_back(std::string("interface-ref/config/subinterface = ") + subif);
+    }
+    return l;
+}
+
+Lines plus(Lines a, const Lines &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
 std::vector<NextHopCase> next_hop_cases()
 {
-    const std::string S4 = "192.0.2.0/24";
-    const std::string S6 = "2001:db8::/64";
-    auto n4 = [&](const std::string &idx) { return nh("default", S4, idx); };
-    auto r4 = [&](const std::string &idx) { return nh("red", S4, idx); };
-    auto n6 = [&](const std::string &idx) { return nh("default", S6, idx); };
+    const std::string e4 = v4_entry(DEF_V4) + TBL;
+    const std::string e6 = v6_entry(DEF_V6) + TBL;
     const std::string gi = "##GigabitEthernet0/0/0/1.100##";
+    const std::string gia = "##GigabitEthernet0/0/0/1.5##192.0.2.1##";
+    const std::string a9 = "##192.0.2.9##";
     return {
-        {"InterfaceWithSubinterfaceV4", v4_entry(DEF_V4),
-         "vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]", YFW_REQ_READ, false,
-         {n4(gi) + "/config/index = " + gi, n4(gi) + "/config/next-hop = LOCAL_LINK",
-          n4(gi) + "/interface-ref/config/interface = GigabitEthernet0/0/0/1",
-          n4(gi) + "/interface-ref/config/subinterface = 100"}},
-        {"InterfaceWithoutSubinterfaceV6Named", v6_entry(NAMED_V6),
-         "vrf-next-hop-interface-name[interface-name=Loopback7]", YFW_REQ_READ, false,
-         {nh("red", S6, "##Loopback7##") + "/config/index = ##Loopback7##",
-          nh("red", S6, "##Loopback7##") + "/config/next-hop = LOCAL_LINK",
-          nh("red", S6, "##Loopback7##") + "/interface-ref/config/interface = Loopback7",
-          nh("red", S6, "##Loopback7##") + "/interface-ref/config/subinterface = 0"}},
-        {"InterfaceDotAtEndIsSubinterfaceZero", v4_entry(DEF_V4),
-         "vrf-next-hop-interface-name[interface-name=Bundle-Ether5.]", YFW_REQ_READ, false,
-         {n4("##Bundle-Ether5.##") + "/config/index = ##Bundle-Ether5.##",
-          n4("##Bundle-Ether5.##") + "/config/next-hop = LOCAL_LINK",
-          n4("##Bundle-Ether5.##") + "/interface-ref/config/interface = Bundle-Ether5",
-          n4("##Bundle-Ether5.##") + "/interface-ref/config/subinterface = 0"}},
-        {"Null0IsDrop", v4_entry(DEF_V4), "vrf-next-hop-interface-name[interface-name=Null0]",
-         YFW_REQ_READ, false,
-         {n4("##DROP##") + "/config/index = ##DROP##", n4("##DROP##") + "/config/next-hop = DROP"}},
-        {"Null0IsDropV6", v6_entry(DEF_V6), "vrf-next-hop-interface-name[interface-name=Null0]",
-         YFW_REQ_READ, false,
-         {n6("##DROP##") + "/config/index = ##DROP##", n6("##DROP##") + "/config/next-hop = DROP"}},
-        {"OtherCaseOfNull0IsAnInterface", v4_entry(DEF_V4),
-         "vrf-next-hop-interface-name[interface-name=NULL0]", YFW_REQ_READ, false,
-         {n4("##NULL0##") + "/config/index = ##NULL0##", n4("##NULL0##") + "/config/next-hop = LOCAL_LINK",
-          n4("##NULL0##") + "/interface-ref/config/interface = NULL0",
-          n4("##NULL0##") + "/interface-ref/config/subinterface = 0"}},
+        {"InterfaceWithSubinterfaceV4", e4, "vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]",
+         YFW_REQ_READ, false, gi, config_leaves(gi, "LOCAL_LINK", "GigabitEthernet0/0/0/1", "100")},
+        {"InterfaceWithoutSubinterfaceV6Named", v6_entry(NAMED_V6) + TBL,
+         "vrf-next-hop-interface-name[interface-name=Loopback7]", YFW_REQ_READ, false, "##Loopback7##",
+         config_leaves("##Loopback7##", "LOCAL_LINK", "Loopback7", "0")},
+        {"InterfaceDotAtEndIsSubinterfaceZero", e4, "vrf-next-hop-interface-name[interface-name=Bundle-Ether5.]",
+         YFW_REQ_READ, false, "##Bundle-Ether5.##",
+         config_leaves("##Bundle-Ether5.##", "LOCAL_LINK", "Bundle-Ether5", "0")},
+        {"Null0IsDrop", e4, "vrf-next-hop-interface-name[interface-name=Null0]", YFW_REQ_READ, false, "##DROP##",
+         config_leaves("##DROP##", "DROP")},
+        {"Null0IsDropV6", e6, "vrf-next-hop-interface-name[interface-name=Null0]", YFW_REQ_READ, false, "##DROP##",
+         config_leaves("##DROP##", "DROP")},
+        {"OtherCaseOfNull0IsAnInterface", e4, "vrf-next-hop-interface-name[interface-name=NULL0]", YFW_REQ_READ,
+         false, "##NULL0##", config_leaves("##NULL0##", "LOCAL_LINK", "NULL0", "0")},
         /* A state read with configuration withheld: the IPv4 interface table
          * still makes the entry and its index, the IPv6 one makes nothing. */
-        {"InterfaceV4StateWithheld", v4_entry(NAMED_V4),
-         "vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]", YFW_REQ_READ_STATE,
-         true, {r4(gi) + "/config/index = " + gi}},
-        {"InterfaceV6StateWithheld", v6_entry(DEF_V6),
-         "vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]", YFW_REQ_READ_STATE,
-         true, {}},
-        {"InterfaceAndAddressV4", v4_entry(DEF_V4),
+        {"InterfaceV4StateWithheld", v4_entry(NAMED_V4) + TBL,
+         "vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]", YFW_REQ_READ_STATE, true, gi,
+         {"config/index = " + gi}},
+        {"InterfaceV6StateWithheld", e6, "vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]",
+         YFW_REQ_READ_STATE, true, "", {}},
+        {"InterfaceAndAddressV4", e4,
          "vrf-next-hop-interface-name-next-hop-address[interface-name=GigabitEthernet0/0/0/1.5]"
          "[next-hop-address=192.0.2.1]",
-         YFW_REQ_READ, false,
-         {n4("##GigabitEthernet0/0/0/1.5##192.0.2.1##") +
-              "/config/index = ##GigabitEthernet0/0/0/1.5##192.0.2.1##",
-          n4("##GigabitEthernet0/0/0/1.5##192.0.2.1##") + "/config/next-hop = 192.0.2.1",
-          n4("##GigabitEthernet0/0/0/1.5##192.0.2.1##") +
-              "/interface-ref/config/interface = GigabitEthernet0/0/0/1",
-          n4("##GigabitEthernet0/0/0/1.5##192.0.2.1##") + "/interface-ref/config/subinterface = 5"}},
-        {"InterfaceAndAddressV6", v6_entry(DEF_V6),
-         "vrf-next-hop-interface-name-next-hop-address[interface-name=Bundle-Ether1]"
-         "[next-hop-address=2001:DB8::0:1]",
-         YFW_REQ_READ, false,
-         {n6("##Bundle-Ether1##2001:DB8::0:1##") + "/config/index = ##Bundle-Ether1##2001:DB8::0:1##",
-          n6("##Bundle-Ether1##2001:DB8::0:1##") + "/config/next-hop = 2001:DB8::0:1",
-          n6("##Bundle-Ether1##2001:DB8::0:1##") + "/interface-ref/config/interface = Bundle-Ether1",
-          n6("##Bundle-Ether1##2001:DB8::0:1##") + "/interface-ref/config/subinterface = 0"}},
-        {"AddressV4", v4_entry(DEF_V4), "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]",
-         YFW_REQ_READ, false,
-         {n4("##192.0.2.9##") + "/config/index = ##192.0.2.9##",
-          n4("##192.0.2.9##") + "/config/next-hop = 192.0.2.9"}},
-        {"AddressV6KeepsNativeText", v6_entry(DEF_V6),
-         "vrf-next-hop-next-hop-address[next-hop-address=2001:0DB8::9]", YFW_REQ_READ, false,
-         {n6("##2001:0DB8::9##") + "/config/index = ##2001:0DB8::9##",
-          n6("##2001:0DB8::9##") + "/config/next-hop = 2001:0DB8::9"}},
-        {"AddressWithheldAddsNothing", v4_entry(DEF_V4),
-         "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]", YFW_REQ_READ_STATE, true, {}},
+         YFW_REQ_READ, false, gia, config_leaves(gia, "192.0.2.1", "GigabitEthernet0/0/0/1", "5")},
+        {"InterfaceAndAddressV6", e6,
+         "vrf-next-hop-interface-name-next-hop-address[interface-name=Bundle-Ether1][next-hop-address=2001:DB8::0:1]",
+         YFW_REQ_READ, false, "##Bundle-Ether1##2001:DB8::0:1##",
+         config_leaves("##Bundle-Ether1##2001:DB8::0:1##", "2001:DB8::0:1", "Bundle-Ether1", "0")},
+        {"AddressV4", e4, "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]", YFW_REQ_READ, false, a9,
+         config_leaves(a9, "192.0.2.9")},
+        {"AddressV6KeepsNativeText", e6, "vrf-next-hop-next-hop-address[next-hop-address=2001:0DB8::9]",
+         YFW_REQ_READ, false, "##2001:0DB8::9##", config_leaves("##2001:0DB8::9##", "2001:0DB8::9")},
+        {"AddressWithheldAddsNothing", e4, "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]",
+         YFW_REQ_READ_STATE, true, "", {}},
         /* A native index replaces the generated one as the key. */
-        {"NativeIndexReplacesGenerated", v4_entry(DEF_V4),
-         "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/index = 7", YFW_REQ_READ, false,
-         {n4("7") + "/config/index = 7", n4("7") + "/config/next-hop = 192.0.2.9"}},
-        {"NativeIndexOnInterfaceAndAddress", v4_entry(DEF_V4),
+        {"NativeIndexReplacesGenerated", e4, "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/index = 7",
+         YFW_REQ_READ, false, "7", config_leaves("7", "192.0.2.9")},
+        {"NativeIndexOnInterfaceAndAddress", e4,
          "vrf-next-hop-interface-name-next-hop-address[interface-name=Gi0/1][next-hop-address=10.0.0.1]"
          "/index = uplink",
-         YFW_REQ_READ, false,
-         {n4("uplink") + "/config/index = uplink", n4("uplink") + "/config/next-hop = 10.0.0.1",
-          n4("uplink") + "/interface-ref/config/interface = Gi0/1",
-          n4("uplink") + "/interface-ref/config/subinterface = 0"}},
-        {"MetricAndBfdConfigRead", v4_entry(DEF_V4),
-         "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/metric = 5\n" + v4_entry(DEF_V4) + TBL +
+         YFW_REQ_READ, false, "uplink", config_leaves("uplink", "10.0.0.1", "Gi0/1", "0")},
+        {"MetricAndBfdConfigRead", e4,
+         "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/metric = 5\n" + e4 +
              "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/bfd-fast-detect = false",
-         YFW_REQ_READ, false,
-         {n4("##192.0.2.9##") + "/config/index = ##192.0.2.9##",
-          n4("##192.0.2.9##") + "/config/metric = 5",
-          n4("##192.0.2.9##") + "/config/next-hop = 192.0.2.9",
-          n4("##192.0.2.9##") + "/enable-bfd/config/enabled = false"}},
-        {"MetricAndBfdStateRead", v4_entry(DEF_V4),
-         "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/metric = 5\n" + v4_entry(DEF_V4) + TBL +
+         YFW_REQ_READ, false, a9,
+         plus(config_leaves(a9, "192.0.2.9"), {"config/metric = 5", "enable-bfd/config/enabled = false"})},
+        {"MetricAndBfdStateRead", e4,
+         "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/metric = 5\n" + e4 +
              "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/bfd-fast-detect = true",
-         YFW_REQ_READ_STATE, false,
-         {n4("##192.0.2.9##") + "/config/index = ##192.0.2.9##",
-          n4("##192.0.2.9##") + "/config/metric = 5",
-          n4("##192.0.2.9##") + "/config/next-hop = 192.0.2.9",
-          n4("##192.0.2.9##") + "/enable-bfd/config/enabled = true",
-          n4("##192.0.2.9##") + "/enable-bfd/state/enabled = true"}},
-        {"TagAndDescriptionGoToTheRoute", v4_entry(DEF_V4),
-         "vrf-next-hop-interface-name[interface-name=Null0]/tag = 0x2a\n" + v4_entry(DEF_V4) + TBL +
+         YFW_REQ_READ_STATE, false, a9,
+         plus(config_leaves(a9, "192.0.2.9"),
+              {"config/metric = 5", "enable-bfd/config/enabled = true", "enable-bfd/state/enabled = true"})},
+        {"TagAndDescriptionGoToTheRoute", e4,
+         "vrf-next-hop-interface-name[interface-name=Null0]/tag = 0x2a\n" + e4 +
              "vrf-next-hop-interface-name[interface-name=Null0]/description = \"core\"",
-         YFW_REQ_READ, false,
-         {st("default", S4) + "/config/description = \"core\"", st("default", S4) + "/config/set-tag = 0x2a",
-          n4("##DROP##") + "/config/index = ##DROP##", n4("##DROP##") + "/config/next-hop = DROP"}},
+         YFW_REQ_READ, false, "##DROP##",
+         plus(config_leaves("##DROP##", "DROP"), {"^config/description = \"core\"", "^config/set-tag = 0x2a"})},
     };
 }
 
@@ -458,7 +436,7 @@ TEST_P(NextHopRead, BuildsTheOpenConfigNextHop)
 {
     const NextHopCase c = next_hop_cases()[GetParam()];
     request(c.op_type, c.withhold);
-    walk_text(c.entry + TBL + c.table);
+    walk_text(c.entry + c.table);
     EXPECT_TRUE(failures().empty()) << failures()[0].callback;
     /* Keep the lines below the static entries only; the parents are tested above. */
     Lines got;
@@ -466,7 +444,13 @@ TEST_P(NextHopRead, BuildsTheOpenConfigNextHop)
         if (l.find("/static-routes/static[") != std::string::npos &&
             l.find("/config/prefix = ") == std::string::npos)
             got.push_back(l);
-    EXPECT_EQ(got, sorted(c.expected));
+    const bool named = c.entry.find("/vrfs/vrf[") != std::string::npos;
+    const bool v4 = c.entry.find("vrfipv4") != std::string::npos;
+    const std::string s = st(named ? "red" : "default", v4 ? "192.0.2.0/24" : "2001:db8::/64");
+    Lines want;
+    for (const std::string &l : c.leaves)
+        want.push_back(l[0] == '^' ? s + "/" + l.substr(1) : s + "/next-hops/next-hop[index=" + c.index + "]/" + l);
+    EXPECT_EQ(got, sorted(want));
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, NextHopRead, ::testing::Range(0, static_cast<int>(next_hop_cases().size())),
