@@ -12,6 +12,8 @@
 
 #include "host/native_apply.h"
 #include "host/plugin_loader.h"
+#include "host/store.h"
+#include "host/store_layout.h"
 #include "host/tree.h"
 #include "host/walker.h"
 #include "tree_builder.h"
@@ -63,6 +65,8 @@ protected:
         tree_free(out);
         return l;
     }
+
+    void TearDown() override { store_reset(); }
 
     std::unique_ptr<Plugin> plugin_;
     NativeConfig config_;
@@ -134,6 +138,36 @@ TEST_F(WalkerRead, StateReadAddsProtocolStateAndBfdState)
                                     n + "/enable-bfd/config/enabled = true", n + "/enable-bfd/state/enabled = true"}) {
         EXPECT_NE(std::find(lines.begin(), lines.end(), want), lines.end()) << want;
     }
+}
+
+TEST_F(WalkerRead, RoutesEditedThroughOpenConfigReadBackUnderTheirIndex)
+{
+    std::vector<std::string> changes;
+    ASSERT_TRUE(config_.add_vrf("red", changes));
+    /* The plug-in asks the VRF store whether the network instance exists. */
+    ASSERT_EQ(store_add_vrf("red"), 0u);
+    const std::string s = NI + "[name=red]" + PROTO + "/static-routes/static[prefix=172.16.0.0/12]";
+    const std::string n = s + "/next-hops/next-hop[index=10]";
+    const std::string d = s + "/next-hops/next-hop[index=discard]";
+    TreePtr in = build_tree(s + "/config/prefix = 172.16.0.0/12\n" + n + "/config/index = 10\n" + n +
+                                "/config/next-hop = 198.51.100.1\n" + n + "/config/metric = 5\n" + n +
+                                "/interface-ref/config/interface = GigabitEthernet0/0/0/2\n" + d +
+                                "/config/index = discard\n" + d + "/config/next-hop = DROP\n",
+                            OCNI_NS_OC_NI);
+    EditOutcome r = walker_->edit(in.get());
+    ASSERT_TRUE(r.result.ok()) << r.result.message << " " << r.result.callback << " " << r.result.path;
+
+    const Lines lines = read(false, "red");
+    for (const std::string &want : {s + "/config/prefix = 172.16.0.0/12", n + "/config/index = 10",
+                                    n + "/config/next-hop = 198.51.100.1", n + "/config/metric = 5",
+                                    n + "/interface-ref/config/interface = GigabitEthernet0/0/0/2",
+                                    n + "/interface-ref/config/subinterface = 0", d + "/config/index = discard",
+                                    d + "/config/next-hop = DROP"}) {
+        EXPECT_NE(std::find(lines.begin(), lines.end(), want), lines.end()) << want;
+    }
+    /* No next hop is left under a generated index. */
+    for (const std::string &l : lines)
+        EXPECT_EQ(l.find("[index=##"), std::string::npos) << l;
 }
 
 } // namespace
