@@ -57,8 +57,14 @@ cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const c
     for (size_t i = 0; i < toks.size(); ++i) {
         const std::string &name = toks[i];
         const bool last = i + 1 == toks.size();
-        /* A last token with a value is a leaf, whatever the list registry says. */
-        const bool as_list = list_is_known(name) && !(last && value != nullptr);
+        /*
+         * A last token with a value is a leaf, whatever the list registry
+         * says, and so is anything directly below "config" or "state"
+         * (config/next-hop is a leaf, next-hops/next-hop a list).
+         */
+        const char *here = cur->node->name != nullptr ? cur->node->name : "";
+        const bool under_leaf_container = strcmp(here, "config") == 0 || strcmp(here, "state") == 0;
+        const bool as_list = list_is_known(name) && !(last && value != nullptr) && !under_leaf_container;
         NodeRec *next = nullptr;
         made = false;
         if (last && flag == 1) {

@@ -92,6 +92,21 @@ TEST_F(PlacementTest, FlagOneAlwaysCreatesANewEntryOrContainer)
     EXPECT_NE(h.out_node("/router-static/vrfs/vrf[vrf-name=blue]"), nullptr);
 }
 
+TEST_F(PlacementTest, ListNamesBelowConfigOrStateAreLeaves)
+{
+    TreePtr in = build_tree("/x (delete)");
+    ASSERT_EQ(add(NH, nullptr, 1), YFW_RC_OK);
+    ASSERT_EQ(add(std::string(NH) + "/index", "1"), YFW_RC_OK);
+    zidl_yfw_datatree *leaf = nullptr;
+    ASSERT_EQ(add(std::string(NH) + "/config/next-hop", nullptr, 0, tree_find(in.get(), "/x"), &leaf), YFW_RC_OK);
+    ASSERT_NE(leaf, nullptr);
+    EXPECT_EQ(leaf->flags & YFW_DT_F_LIST, 0);
+    ASSERT_EQ(add(std::string(NH) + "/state/next-hop", "DROP", 0, nullptr, &leaf), YFW_RC_OK);
+    EXPECT_EQ(leaf->flags & YFW_DT_F_LIST, 0);
+    const std::string e = "/network-instances/network-instance/protocols/protocol/static-routes/static/next-hops/next-hop[index=1]";
+    EXPECT_EQ(h.out_lines(), (Lines{e + "/config/next-hop (delete)", e + "/state/next-hop = DROP"}));
+}
+
 TEST_F(PlacementTest, KeyChangeReindexesTheEntry)
 {
     ASSERT_EQ(add("/router-static/vrfs/vrf", nullptr, 1), YFW_RC_OK);

@@ -13,6 +13,7 @@
 
 #include "qz_addr.h"
 #include "sysdb.h"
+#include "ymap_ocni_openconfig_local_routing_man_util.h"
 
 using namespace ocni::host;
 
@@ -41,20 +42,7 @@ private:
     std::shared_ptr<StoreEngine> inner_;
 };
 
-/* The plug-in's length key arithmetic, as its lookups apply it. */
-int dec_to_hex(int n)
-{
-    int r = 0, pos = 0;
-    for (; n > 0; n /= 16, ++pos) {
-        int p = 1;
-        for (int i = 0; i < pos; ++i)
-            p *= 10;
-        r += (n % 16) * p;
-    }
-    return r;
-}
-
-/* The lookup path the plug-in builds for a route's next hops. */
+/* The lookup path the plug-in builds for a route's next hops, with its own length arithmetic. */
 std::string lookup_path(const char *vrf, bool ipv4, const char *prefix, int len)
 {
     ip_addr_t a;
@@ -62,7 +50,7 @@ std::string lookup_path(const char *vrf, bool ipv4, const char *prefix, int len)
     char hex[QZ_HEX_ADDR_LEN];
     EXPECT_EQ(ip_addr2hex_string(&a, hex, sizeof hex), 0);
     char lenkey[5];
-    snprintf(lenkey, sizeof lenkey, "0x%d", dec_to_hex(len));
+    snprintf(lenkey, sizeof lenkey, "0x%d", int(ocni_dec_to_hex(len)));
     char path[250];
     snprintf(path, sizeof path, "%s%s", strcasecmp(vrf, "default") == 0 ? "ord_d/default" : "ord_v/", strcasecmp(vrf, "default") == 0 ? "" : vrf);
     char tail[250];
@@ -111,6 +99,12 @@ TEST(PrefixLengthKey, HexDigitsReadAsDecimal)
                                                  {8, "0x8"},   {0, "0x0"},   {128, "0x80"}, {127, "0x85"}};
     for (const auto &r : rows)
         EXPECT_EQ(prefix_length_key(r.first), r.second) << r.first;
+    /* The same keys as the plug-in's lookups build, for every length. */
+    for (int len = 0; len <= 128; ++len) {
+        char key[5];
+        snprintf(key, sizeof key, "0x%d", int(ocni_dec_to_hex(len)));
+        EXPECT_EQ(prefix_length_key(len), key) << len;
+    }
 }
 
 TEST_F(StoreTest, NextHopWrittenByTheHostRoundTripsThroughThePluginsLookup)
