@@ -819,6 +819,8 @@ struct nh_given {
 cerrno create_entry(const nh_job &j, const nh_given &g)
 {
     ocni_route_common_data *rec = j.rec;
+    /* Nothing stored: no label, and the request's own metric. */
+    rec->vrf_label = OCNI_VRF_LABEL_UNSET;
     if (rec->metric != NULL && !rec->metric_deleted)
         rec->route_metric = (uint32_t)strtoul(rec->metric, NULL, 10);
     if (g.nh && g.ifname != NULL)
