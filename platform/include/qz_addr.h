@@ -35,6 +35,7 @@ int hex_string2ip_addr(const char *hex, ip_addr_t *addr);
 const char *ip_addr_string(const ip_addr_t *addr);
 
 /* Numeric-only getaddrinfo (never a name lookup). */
+struct addrinfo;
 int getaddrinfo_qz(const char *node, const char *service, const struct addrinfo *hints,
                    struct addrinfo **res);
 void freeaddrinfo_qz(struct addrinfo *res);
