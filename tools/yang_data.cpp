@@ -93,13 +93,20 @@ Error print_json(const Tree &tree, std::string &out)
         out = "{}\n";
         return Error{};
     }
-    char *mem = nullptr;
-    if (lyd_print_mem(&mem, tree.get(), LYD_JSON, LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS || mem == nullptr) {
-        free(mem);
+    /*
+     * Printed through a callback into a string that grows geometrically:
+     * libyang's own memory output reallocates to the exact size on every
+     * write, which is quadratic where realloc cannot grow in place.
+     */
+    auto append = [](void *arg, const void *buf, size_t count) -> ssize_t {
+        static_cast<std::string *>(arg)->append(static_cast<const char *>(buf), count);
+        return static_cast<ssize_t>(count);
+    };
+    out.reserve(4096);
+    if (lyd_print_clb(append, &out, tree.get(), LYD_JSON, LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS) {
+        out.clear();
         return Error::internal("cannot print the data tree as JSON");
     }
-    out = mem;
-    free(mem);
     return Error{};
 }
 
