@@ -728,6 +728,13 @@ cerrno add_entry_keys(const nh_job &j, nh_list l, const char *addr, const char *
     return rc;
 }
 
+/* "##...##": an index the read direction made up from the entry's keys. */
+bool is_generated_index(const char *index)
+{
+    const size_t n = index != NULL ? strlen(index) : 0;
+    return n >= 4 && strncmp(index, "##", 2) == 0 && strcmp(index + n - 2, "##") == 0;
+}
+
 /*
  * Writes a whole entry: list node, keys, the OpenConfig index (unless the
  * index was found or generated) and the route attributes of the record.
@@ -739,7 +746,11 @@ cerrno write_entry(const nh_job &j, nh_list l, const char *addr, const char *ifn
     ocni_route_common_data *rec = j.rec;
     char path[OCNI_PATH_LEN];
     cerrno rc = add_entry_keys(j, l, addr, ifname);
-    if (!rec->index_found) {
+    /*
+     * A generated index names the entry by its keys and is never stored; an
+     * ordinary index found in the store moves with the entry it names.
+     */
+    if (!rec->index_found || !is_generated_index(rec->index)) {
         nh_leaf_path(j, l, "index", path);
         rc = add(j.ctx, j.out, path, OCNI_NS_NATIVE, rec->index, j.in, 0);
     }

@@ -1,0 +1,600 @@
+/*
+ * OpenConfig static-route edits mapped to native next hops. The host walks
+ * each edit as the framework does (schema order, one callback per node)
+ * against a store seeded through the host's native configuration and its
+ * next-hop writer; the tests read back the native configuration, the
+ * native output tree with its edit operations, the client message and
+ * the result code.
+ */
+#include <dlfcn.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/native_apply.h"
+#include "host/plugin_loader.h"
+#include "host/store.h"
+#include "host/store_layout.h"
+#include "host/tree.h"
+#include "host/walker.h"
+#include "tree_builder.h"
+
+#include "ocni_common.h"
+
+using namespace ocni::host;
+using namespace ocni::test;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+/* ------------------------------------------------------------------ */
+/* Paths                                                               */
+/* ------------------------------------------------------------------ */
+
+bool is_v4(const std::string &prefix)
+{
+    return prefix.find(':') == std::string::npos;
+}
+
+/* OpenConfig static entry of a prefix ("10.1.0.0/16") in a network instance. */
+std::string oc_static(const std::string &vrf, const std::string &prefix)
+{
+    return "/network-instances/network-instance[name=" + vrf +
+           "]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=" +
+           prefix + "]";
+}
+
+std::string oc_nh(const std::string &vrf, const std::string &prefix, const std::string &index)
+{
+    return oc_static(vrf, prefix) + "/next-hops/next-hop[index=" + index + "]";
+}
+
+/* Native next-hop table of a route, ending in "/". */
+std::string table(const std::string &vrf, const std::string &prefix)
+{
+    const size_t slash = prefix.find('/');
+    const std::string root = vrf == "default" ? "/router-static/default-vrf"
+                                              : "/router-static/vrfs/vrf[vrf-name=" + vrf + "]";
+    return root + "/address-family/" + (is_v4(prefix) ? "vrfipv4" : "vrfipv6") +
+           "/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=" + prefix.substr(0, slash) +
+           "][prefix-length=" + prefix.substr(slash + 1) + "]/vrf-route/vrf-next-hop-table/";
+}
+
+std::string if_entry(const std::string &ifname)
+{
+    return "vrf-next-hop-interface-name[interface-name=" + ifname + "]";
+}
+
+std::string both_entry(const std::string &ifname, const std::string &addr)
+{
+    return "vrf-next-hop-interface-name-next-hop-address[interface-name=" + ifname +
+           "][next-hop-address=" + addr + "]";
+}
+
+std::string addr_entry(const std::string &addr)
+{
+    return "vrf-next-hop-next-hop-address[next-hop-address=" + addr + "]";
+}
+
+/* Prefixes every line with `base`. */
+Lines under(const std::string &base, const Lines &tails)
+{
+    Lines l;
+    for (const std::string &t : tails)
+        l.push_back(base + t);
+    std::sort(l.begin(), l.end());
+    return l;
+}
+
+std::string join(const Lines &lines)
+{
+    std::string s;
+    for (const std::string &l : lines)
+        s += l + "\n";
+    return s;
+}
+
+/* ------------------------------------------------------------------ */
+/* Fixture                                                             */
+/* ------------------------------------------------------------------ */
+
+class EditWalk : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        store_reset();
+        ASSERT_EQ(store_add_vrf("red"), YFW_RC_OK);
+        backend_ = make_engine_backend();
+        config_ = std::make_unique<NativeConfig>(backend_.get());
+        std::string err;
+        ASSERT_TRUE(config_->open(err)) << err;
+        plugin_ = Plugin::from_lookup(
+            [](const std::string &name) { return dlsym(RTLD_DEFAULT, name.c_str()); }, err);
+        ASSERT_TRUE(plugin_) << err;
+        walker_ = std::make_unique<Walker>(*plugin_, *config_);
+    }
+    void TearDown() override
+    {
+        walker_.reset();
+        config_.reset();
+        backend_.reset();
+        store_reset();
+    }
+
+    EditOutcome edit(const Lines &lines)
+    {
+        TreePtr in = build_tree(join(lines), OCNI_NS_OC_NI);
+        return walker_->edit(in.get());
+    }
+
+    /* Stores native next hops as the router's own command line would. */
+    void seed(const Lines &lines)
+    {
+        TreePtr in = build_tree(join(lines), OCNI_NS_NATIVE);
+        EditOutcome o = walker_->native_edit(in.get());
+        ASSERT_TRUE(o.result.ok()) << o.result.message;
+    }
+
+    /* The native configuration's next-hop lines. */
+    Lines next_hops()
+    {
+        zidl_yfw_datatree *t = walker_->native_tree();
+        Lines all = tree_lines(t);
+        tree_free(t);
+        Lines l;
+        for (const std::string &s : all)
+            if (s.find("/vrf-next-hop-table/") != std::string::npos)
+                l.push_back(s);
+        return l;
+    }
+
+    /* Next hops as the plug-in's lookups see them in the store. */
+    std::vector<std::string> stored()
+    {
+        std::vector<NativeNextHop> all;
+        EXPECT_EQ(store_all_next_hops(all), YFW_RC_OK);
+        std::vector<std::string> s;
+        for (const NativeNextHop &n : all)
+            s.push_back(n.vrf + " " + n.prefix + " [" + n.interface + "][" + n.address + "] index=" +
+                        n.index + " metric=" + std::to_string(n.metric) + " tag=" +
+                        std::to_string(n.tag) + " description=" + n.description);
+        return s;
+    }
+
+    /* Output lines of the last edit whose operation is `op` ("remove", "delete"). */
+    Lines output_with(const std::string &op)
+    {
+        Lines l;
+        for (const std::string &s : tree_lines(walker_->last_native_output()))
+            if (s.size() > op.size() + 3 && s.compare(s.size() - op.size() - 2, op.size() + 2, "(" + op + ")") == 0)
+                l.push_back(s);
+        return l;
+    }
+
+    std::unique_ptr<StoreBackend> backend_;
+    std::unique_ptr<NativeConfig> config_;
+    std::unique_ptr<Plugin> plugin_;
+    std::unique_ptr<Walker> walker_;
+};
+
+/* ------------------------------------------------------------------ */
+/* New next hops                                                       */
+/* ------------------------------------------------------------------ */
+
+struct NewCase {
+    const char *name;
+    std::string vrf;
+    std::string prefix;
+    Lines leaves;   /* below the next-hop entry of index 7 */
+    Lines expected; /* below the route's next-hop table */
+};
+
+std::vector<NewCase> new_cases()
+{
+    return {
+        {"AddressDefaultV4", "default", "10.1.0.0/16",
+         {"/config/next-hop = 10.0.0.1"},
+         {addr_entry("10.0.0.1") + "/index = 7"}},
+        {"InterfaceDefaultV4", "default", "10.1.0.0/16",
+         {"/interface-ref/config/interface = GigabitEthernet0/0/0/0"},
+         {if_entry("GigabitEthernet0/0/0/0") + "/index = 7"}},
+        {"AddressAndInterfaceNamedV4", "red", "10.1.0.0/16",
+         {"/config/next-hop = 10.0.0.1", "/interface-ref/config/interface = GigabitEthernet0/0/0/0",
+          "/config/metric = 20"},
+         {both_entry("GigabitEthernet0/0/0/0", "10.0.0.1") + "/index = 7",
+          both_entry("GigabitEthernet0/0/0/0", "10.0.0.1") + "/metric = 20"}},
+        {"DropNamedV4", "red", "10.1.0.0/16",
+         {"/config/next-hop = DROP"},
+         {if_entry("Null0") + "/index = 7"}},
+        {"LocalLinkDefaultV6", "default", "2001:db8::/64",
+         {"/config/next-hop = LOCAL_LINK", "/interface-ref/config/interface = GigabitEthernet0/0/0/2"},
+         {if_entry("GigabitEthernet0/0/0/2") + "/index = 7"}},
+        {"AddressNamedV6", "red", "2001:db8::/64",
+         {"/config/next-hop = 2001:db8::1"},
+         {addr_entry("2001:db8::1") + "/index = 7"}},
+        {"InterfaceAndAddressDefaultV6", "default", "2001:db8::/64",
+         {"/config/next-hop = 2001:db8::1", "/interface-ref/config/interface = Bundle-Ether1"},
+         {both_entry("Bundle-Ether1", "2001:db8::1") + "/index = 7"}},
+        {"SubinterfaceJoinsTheName", "default", "10.1.0.0/16",
+         {"/interface-ref/config/interface = Bundle1", "/interface-ref/config/subinterface = 5"},
+         {if_entry("Bundle1.5") + "/index = 7"}},
+        {"SubinterfaceZeroIsNoSuffix", "red", "10.1.0.0/16",
+         {"/interface-ref/config/interface = Bundle1", "/interface-ref/config/subinterface = 0"},
+         {if_entry("Bundle1") + "/index = 7"}},
+        {"DropDefaultV6", "default", "2001:db8::/64",
+         {"/config/next-hop = DROP"},
+         {if_entry("Null0") + "/index = 7"}},
+    };
+}
+
+class NewNextHop : public EditWalk, public ::testing::WithParamInterface<int> {};
+
+TEST_P(NewNextHop, BecomesOneEntryOfItsTable)
+{
+    const NewCase c = new_cases()[GetParam()];
+    Lines in = {oc_static(c.vrf, c.prefix) + "/config/prefix = " + c.prefix,
+                oc_nh(c.vrf, c.prefix, "7") + "/config/index = 7"};
+    for (const std::string &l : c.leaves)
+        in.push_back(oc_nh(c.vrf, c.prefix, "7") + l);
+
+    EditOutcome o = edit(in);
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message << " at " << o.result.path;
+    EXPECT_EQ(o.result.message, "");
+    EXPECT_EQ(next_hops(), under(table(c.vrf, c.prefix), c.expected));
+    EXPECT_EQ(output_with("remove"), Lines{});
+    EXPECT_EQ(stored().size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Edit, NewNextHop, ::testing::Range(0, (int)new_cases().size()),
+                         [](const ::testing::TestParamInfo<int> &i) {
+                             return std::string(new_cases()[i.param].name);
+                         });
+
+/* ------------------------------------------------------------------ */
+/* Changes of a stored next hop                                        */
+/* ------------------------------------------------------------------ */
+
+const std::string P4 = "10.1.0.0/16";
+
+struct ChangeCase {
+    const char *name;
+    std::string vrf;
+    Lines stored;   /* the stored entry's lines below the table (index 1) */
+    Lines leaves;   /* the edit, below next-hop[index=1] */
+    Lines expected; /* the table afterwards */
+    bool removes;   /* the old entry is removed in the output */
+};
+
+std::vector<ChangeCase> change_cases()
+{
+    const Lines kept = {"/metric = 5", "/tag = 9", "/description = core"};
+    auto with = [&](const std::string &entry, const Lines &extra = {}) {
+        Lines l;
+        for (const std::string &k : kept)
+            l.push_back(entry + k);
+        for (const std::string &e : extra)
+            l.push_back(entry + e);
+        return l;
+    };
+    auto plus_index = [&](const std::string &entry) { return with(entry, {"/index = 1"}); };
+    return {
+        {"InterfaceAddedToAddress", "default", plus_index(addr_entry("10.0.0.1")),
+         {"/interface-ref/config/interface = GigabitEthernet0/0/0/1"},
+         plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")), true},
+        {"InterfaceChangedKeepsAddress", "red", plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")),
+         {"/interface-ref/config/interface = GigabitEthernet0/0/0/2"},
+         plus_index(both_entry("GigabitEthernet0/0/0/2", "10.0.0.1")), true},
+        {"AddressChangedKeepsInterface", "default", plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")),
+         {"/config/next-hop = 10.0.0.2"},
+         plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.2")), true},
+        {"AddressChangedAlone", "red", plus_index(addr_entry("10.0.0.1")),
+         {"/config/next-hop = 10.0.0.2"},
+         plus_index(addr_entry("10.0.0.2")), true},
+        {"InterfaceChangedAlone", "default", plus_index(if_entry("GigabitEthernet0/0/0/1")),
+         {"/interface-ref/config/interface = GigabitEthernet0/0/0/3"},
+         plus_index(if_entry("GigabitEthernet0/0/0/3")), true},
+        {"DropBecomesAddress", "default", plus_index(if_entry("Null0")),
+         {"/config/next-hop = 10.0.0.9"},
+         plus_index(addr_entry("10.0.0.9")), true},
+        {"AddressBecomesDrop", "red", plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")),
+         {"/config/next-hop = DROP"},
+         plus_index(if_entry("Null0")), true},
+        {"SameNextHopChangesNothing", "default", plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")),
+         {"/config/next-hop = 10.0.0.1", "/interface-ref/config/interface = GigabitEthernet0/0/0/1"},
+         plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")), false},
+        {"SameAddressChangesNothing", "default", plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")),
+         {"/config/next-hop = 10.0.0.1"},
+         plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")), false},
+        {"MetricAloneRewritesTheMetric", "default", plus_index(addr_entry("10.0.0.1")),
+         {"/config/metric = 30"},
+         {addr_entry("10.0.0.1") + "/description = core", addr_entry("10.0.0.1") + "/index = 1",
+          addr_entry("10.0.0.1") + "/metric = 30", addr_entry("10.0.0.1") + "/tag = 9"},
+         false},
+        {"SubinterfaceDeleteDropsTheSuffix", "default", plus_index(if_entry("Bundle1.5")),
+         {"/interface-ref/config/subinterface (delete)"},
+         plus_index(if_entry("Bundle1")), true},
+        {"InterfaceDeleteLeavesTheAddress", "red", plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")),
+         {"/interface-ref/config/interface (delete)"},
+         plus_index(addr_entry("10.0.0.1")), true},
+        {"NextHopDeleteLeavesTheInterface", "default", plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")),
+         {"/config/next-hop (delete)"},
+         plus_index(if_entry("GigabitEthernet0/0/0/1")), true},
+    };
+}
+
+class StoredNextHop : public EditWalk, public ::testing::WithParamInterface<int> {};
+
+TEST_P(StoredNextHop, ChangeRewritesTheEntryWithItsAttributes)
+{
+    const ChangeCase c = change_cases()[GetParam()];
+    seed(under(table(c.vrf, P4), c.stored));
+    ASSERT_EQ(next_hops(), under(table(c.vrf, P4), c.stored));
+
+    Lines in = {oc_static(c.vrf, P4) + "/config/prefix = " + P4};
+    for (const std::string &l : c.leaves)
+        in.push_back(oc_nh(c.vrf, P4, "1") + l);
+    EditOutcome o = edit(in);
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message << " at " << o.result.path;
+    EXPECT_EQ(o.result.message, "");
+    EXPECT_EQ(next_hops(), under(table(c.vrf, P4), c.expected));
+    EXPECT_EQ(output_with("remove").empty(), !c.removes) << join(output_with("remove"));
+    EXPECT_EQ(stored().size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Edit, StoredNextHop, ::testing::Range(0, (int)change_cases().size()),
+                         [](const ::testing::TestParamInfo<int> &i) {
+                             return std::string(change_cases()[i.param].name);
+                         });
+
+TEST_F(EditWalk, DeletingANextHopRemovesOnlyItsEntry)
+{
+    const std::string t = table("default", P4);
+    seed({t + addr_entry("10.0.0.1") + "/index = 1", t + if_entry("GigabitEthernet0/0/0/1") + "/index = 2"});
+    EditOutcome o = edit({oc_nh("default", P4, "1") + " (delete)"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    EXPECT_EQ(next_hops(), (Lines{t + if_entry("GigabitEthernet0/0/0/1") + "/index = 2"}));
+}
+
+/* ------------------------------------------------------------------ */
+/* Refusals                                                            */
+/* ------------------------------------------------------------------ */
+
+struct RefusalCase {
+    const char *name;
+    std::string vrf;
+    std::string prefix;
+    Lines leaves; /* below oc_static(vrf, prefix); "NH" stands for next-hop[index=1] */
+    cerrno rc;
+    std::string message;
+};
+
+std::string long_index(size_t n)
+{
+    std::string s;
+    for (size_t i = 0; i < n; i++)
+        s += static_cast<char>('a' + i % 26);
+    return s;
+}
+
+std::vector<RefusalCase> refusal_cases()
+{
+    return {
+        {"DropWithInterface", "default", P4,
+         {"NH/config/next-hop = DROP", "NH/interface-ref/config/interface = GigabitEthernet0/0/0/1"},
+         YFW_RC_INVALID_REQUEST, "Interface configuration is not allowed when next-hop is drop"},
+        {"LocalLinkWithoutInterface", "red", "2001:db8::/64", {"NH/config/next-hop = LOCAL_LINK"},
+         YFW_RC_INVALID_REQUEST, "Interface configuration is must when next-hop is local-link"},
+        {"DotInInterfaceName", "default", P4, {"NH/interface-ref/config/interface = GigabitEthernet0/0/0/1.5"},
+         YFW_RC_INVALID_REQUEST, "Invalid request"},
+        {"InterfaceDeleteWithoutInterface", "default", P4,
+         {"NH/interface-ref/config/interface (delete)"}, YFW_RC_INVALID_REQUEST,
+         "Delete  received for the entry that has no interface config"},
+        {"NextHopDeleteWithoutAddress", "default", P4, {"NH[index=2]/config/next-hop (delete)"},
+         YFW_RC_INVALID_REQUEST, "Delete  received for the entry that has no nexthop config"},
+        {"LeafDeleteOfUnknownIndex", "default", P4, {"NH[index=9]/config/metric (delete)"},
+         SYSDB_RC_NOT_FOUND, ""},
+        {"IndexOf129Characters", "default", P4,
+         {"NH[index=" + long_index(129) + "]/config/next-hop = 10.0.0.5"}, YFW_RC_INVALID_REQUEST,
+         "Index is out of allowed range of 128 characters"},
+        {"GeneratedIndexNotMatchingTheNextHop", "default", P4,
+         {"NH[index=##10.0.0.7##]/config/next-hop = 10.0.0.8"}, YFW_RC_MAP_FAILED, ""},
+        {"NetworkInstanceNotConfigured", "blue", P4, {"NH/config/next-hop = 10.0.0.5"},
+         YFW_RC_INVALID_REQUEST,
+         "Static route configuration is not allowed as network-instance blue is not configured yet"},
+        {"PrefixWithoutNetmask", "default", "10.1.0.0", {"NH/config/next-hop = 10.0.0.5"},
+         YFW_RC_INVALID_REQUEST, "Invalid 'prefix' - netmask is missing"},
+    };
+}
+
+class Refusal : public EditWalk, public ::testing::WithParamInterface<int> {};
+
+TEST_P(Refusal, ReportsAndLeavesTheStoreAlone)
+{
+    const RefusalCase c = refusal_cases()[GetParam()];
+    const std::string t = table("default", P4);
+    seed({t + addr_entry("10.0.0.1") + "/index = 1", t + addr_entry("10.0.0.1") + "/metric = 5",
+          t + if_entry("GigabitEthernet0/0/0/4") + "/index = 2"});
+    const Lines before = next_hops();
+    const std::vector<std::string> store_before = stored();
+
+    Lines in;
+    for (std::string l : c.leaves) {
+        if (l.compare(0, 3, "NH/") == 0)
+            l = "/next-hops/next-hop[index=1]" + l.substr(2);
+        else if (l.compare(0, 3, "NH[") == 0)
+            l = "/next-hops/next-hop" + l.substr(2);
+        in.push_back(oc_static(c.vrf, c.prefix) + l);
+    }
+    EditOutcome o = edit(in);
+    EXPECT_EQ(o.result.rc, c.rc) << rc_text(o.result.rc) << " " << o.result.message;
+    if (!c.message.empty()) {
+        EXPECT_EQ(o.result.message, c.message);
+    }
+    EXPECT_EQ(next_hops(), before);
+    EXPECT_EQ(stored(), store_before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Edit, Refusal, ::testing::Range(0, (int)refusal_cases().size()),
+                         [](const ::testing::TestParamInfo<int> &i) {
+                             return std::string(refusal_cases()[i.param].name);
+                         });
+
+/* ------------------------------------------------------------------ */
+/* Indexes                                                             */
+/* ------------------------------------------------------------------ */
+
+TEST_F(EditWalk, IndexOf128CharactersIsKept)
+{
+    const std::string index = long_index(128);
+    EditOutcome o = edit({oc_nh("default", P4, index) + "/config/next-hop = 10.0.0.5"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    EXPECT_EQ(next_hops(), (Lines{table("default", P4) + addr_entry("10.0.0.5") + "/index = " + index}));
+}
+
+TEST_F(EditWalk, GeneratedIndexMatchingTheNextHopCreatesItWithoutIndexLeaf)
+{
+    EditOutcome o = edit({oc_nh("red", P4, "##GigabitEthernet0/0/0/3##10.0.0.7##") + "/config/next-hop = 10.0.0.7",
+                          oc_nh("red", P4, "##GigabitEthernet0/0/0/3##10.0.0.7##") +
+                              "/interface-ref/config/interface = GigabitEthernet0/0/0/3",
+                          oc_nh("red", P4, "##GigabitEthernet0/0/0/3##10.0.0.7##") + "/config/metric = 4"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    EXPECT_EQ(next_hops(),
+              (Lines{table("red", P4) + both_entry("GigabitEthernet0/0/0/3", "10.0.0.7") + "/metric = 4"}));
+}
+
+TEST_F(EditWalk, GeneratedIndexOfACommandLineEntryChangesIt)
+{
+    const std::string t = table("default", P4);
+    seed({t + if_entry("GigabitEthernet0/0/0/3") + "/metric = 2"});
+    EditOutcome o = edit({oc_nh("default", P4, "##GigabitEthernet0/0/0/3##") + "/config/next-hop = 10.0.0.3"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    EXPECT_EQ(next_hops(), (Lines{t + both_entry("GigabitEthernet0/0/0/3", "10.0.0.3") + "/metric = 2"}));
+}
+
+/* ------------------------------------------------------------------ */
+/* Route-wide set-tag and description                                  */
+/* ------------------------------------------------------------------ */
+
+class RouteWide : public EditWalk {
+protected:
+    void seed_three()
+    {
+        seed({t + addr_entry("10.0.0.1") + "/index = 1", t + if_entry("GigabitEthernet0/0/0/1") + "/index = 2",
+              t + both_entry("GigabitEthernet0/0/0/2", "10.0.0.2") + "/index = 3"});
+    }
+    Lines three_with(const std::string &leaf)
+    {
+        Lines l = {t + addr_entry("10.0.0.1") + "/index = 1", t + if_entry("GigabitEthernet0/0/0/1") + "/index = 2",
+                   t + both_entry("GigabitEthernet0/0/0/2", "10.0.0.2") + "/index = 3"};
+        if (!leaf.empty()) {
+            l.push_back(t + addr_entry("10.0.0.1") + leaf);
+            l.push_back(t + if_entry("GigabitEthernet0/0/0/1") + leaf);
+            l.push_back(t + both_entry("GigabitEthernet0/0/0/2", "10.0.0.2") + leaf);
+        }
+        std::sort(l.begin(), l.end());
+        return l;
+    }
+    const std::string t = table("red", P4);
+    const std::string st = oc_static("red", P4);
+};
+
+TEST_F(RouteWide, SetTagReachesEveryStoredNextHopAndGoesAgain)
+{
+    seed_three();
+    for (const char *tag : {"0x1F", "1f", "31"}) {
+        EditOutcome o = edit({st + "/config/set-tag = " + tag});
+        ASSERT_EQ(o.result.rc, 0u) << tag << ": " << o.result.message;
+        EXPECT_EQ(next_hops(), three_with("/tag = 31")) << tag;
+    }
+    EditOutcome o = edit({st + "/config/set-tag (delete)"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    EXPECT_EQ(next_hops(), three_with(""));
+}
+
+TEST_F(RouteWide, DescriptionReachesEveryStoredNextHopAndGoesAgain)
+{
+    seed_three();
+    EditOutcome o = edit({st + "/config/description = to-core"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    EXPECT_EQ(next_hops(), three_with("/description = to-core"));
+    o = edit({st + "/config/description (delete)"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    EXPECT_EQ(next_hops(), three_with(""));
+}
+
+TEST_F(RouteWide, TagAndDescriptionGivenWithANewNextHopReachIt)
+{
+    EditOutcome o = edit({st + "/config/set-tag = 0xff", st + "/config/description = uplink",
+                          oc_nh("red", P4, "5") + "/config/next-hop = 10.0.0.5"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    const std::string e = t + addr_entry("10.0.0.5");
+    EXPECT_EQ(next_hops(), (Lines{e + "/description = uplink", e + "/index = 5", e + "/tag = 255"}));
+}
+
+struct DescriptionCase {
+    const char *name;
+    std::string value;
+    std::string stored;  /* native description; "" when refused */
+    std::string message; /* client message when refused */
+};
+
+const char INVALID_CHAR[] =
+    "Supplied description value contains an invalid character - '(', ')' or ' '(not properly "
+    "enclosed in quotes) or '\"'";
+
+std::vector<DescriptionCase> description_cases()
+{
+    return {
+        {"Plain", "to-core", "to-core", ""},
+        {"QuotedKeepsItsQuotes", "\"to core\"", "\"to core\"", ""},
+        {"EntityQuotesBecomeQuotes", "&quot;to core&quot;", "\"to core\"", ""},
+        {"EscapedParentheses", "link\\(a\\)", "link(a)", ""},
+        {"TrailingBackslashIsCut", "core\\", "core", ""},
+        {"ThirtyCharacters", std::string(30, 'x'), std::string(30, 'x'), ""},
+        {"Blank", "to core", "", INVALID_CHAR},
+        {"Parenthesis", "link(a)", "", INVALID_CHAR},
+        {"LoneQuote", "\"", "", INVALID_CHAR},
+        {"InnerQuote", "a\"b", "",
+         "Supplied description is not allowed to have '\"' unless it is enclosing the value (Enclosing "
+         "quotes should not be escaped)"},
+        {"SoleBackslash", "\\", "", "Supplied description value only contains a sole '\\'"},
+        {"ThirtyOneCharacters", std::string(31, 'x'), "",
+         "The length of the supplied description is greater than the maximum length allowed"},
+        {"LongEntityFormIsMeasuredConverted", "&quot;" + std::string(28, 'y') + "&quot;",
+         "\"" + std::string(28, 'y') + "\"", ""},
+    };
+}
+
+class Description : public RouteWide, public ::testing::WithParamInterface<int> {};
+
+/* A new next hop of the route takes the converted description; a refusal changes nothing. */
+TEST_P(Description, IsCheckedConvertedAndStored)
+{
+    const DescriptionCase c = description_cases()[GetParam()];
+    const std::string e = t + addr_entry("10.0.0.1");
+    const std::string added = t + addr_entry("10.0.0.5");
+    seed({e + "/index = 1", e + "/description = old"});
+    EditOutcome o = edit({st + "/config/description = " + c.value, oc_nh("red", P4, "5") + "/config/next-hop = 10.0.0.5"});
+    if (c.message.empty()) {
+        ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+        const Lines now = next_hops();
+        EXPECT_NE(std::find(now.begin(), now.end(), added + "/description = " + c.stored), now.end())
+            << join(now);
+    } else {
+        EXPECT_EQ(o.result.rc, YFW_RC_INVALID_REQUEST);
+        EXPECT_EQ(o.result.message, c.message);
+        EXPECT_EQ(next_hops(), (Lines{e + "/description = old", e + "/index = 1"}));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Edit, Description, ::testing::Range(0, (int)description_cases().size()),
+                         [](const ::testing::TestParamInfo<int> &i) {
+                             return std::string(description_cases()[i.param].name);
+                         });
+
+} // namespace
