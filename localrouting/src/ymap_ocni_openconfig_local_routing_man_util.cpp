@@ -537,7 +537,8 @@ cerrno set_vrf_path_ni_static(yfw_map_ctx *ctx, zidl_yfw_datatree *out)
             rc = add_native(ctx, out, "/router-static/vrfs/vrf", NULL, 1);
             rc = add_native(ctx, out, "/router-static/vrfs/vrf/vrf-name", vrf, 0);
         } else {
-            rc = add_native(ctx, out, "/router-static/default-vrf/", NULL, 1);
+            /* a container found or made, never a second one */
+            rc = add_native(ctx, out, "/router-static/default-vrf/", NULL, 0);
         }
     }
 

@@ -1,0 +1,758 @@
+/*
+ * Name and value helpers, the per-next-hop reset of the route record,
+ * native path naming and the next-hop checks, driven through the host.
+ */
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "host/iface_table.h"
+#include "host_fixture.h"
+#include "tree_builder.h"
+#include "ymap_ocni_openconfig_local_routing_man_util.h"
+
+using namespace ocni::test;
+namespace host = ocni::host;
+
+namespace {
+
+/* ------------------------------------------------------------------ */
+/* Interface names and prefixes                                        */
+/* ------------------------------------------------------------------ */
+
+struct IfRow {
+    const char *external;
+    const char *internal;
+};
+
+const IfRow k_if_rows[] = {
+    {"GigabitEthernet0/0/0/1", "GigabitEthernet0_0_0_1"},
+    {"Null0", "Null0"},
+    {"Bundle-Ether1.100", "Bundle-Ether1.100"},
+    {"a/b/c/", "a_b_c_"},
+    {"", ""},
+};
+
+TEST(UtilIfname, ConvertsBothWaysInPlace)
+{
+    for (const IfRow &r : k_if_rows) {
+        char buf[100];
+        snprintf(buf, sizeof buf, "%s", r.external);
+        ocni_get_external_ifname_reverse(buf);
+        EXPECT_STREQ(buf, r.internal) << r.external;
+        ocni_get_external_ifname(buf);
+        /* "_" of the internal form always comes back as "/" */
+        std::string back = r.internal;
+        for (char &c : back)
+            if (c == '_')
+                c = '/';
+        EXPECT_EQ(back, buf) << r.external;
+    }
+    ocni_get_external_ifname(nullptr);
+    ocni_get_external_ifname_reverse(nullptr);
+}
+
+TEST(UtilIfname, InternalCopyIsBoundedToSixtyFourCharacters)
+{
+    char dst[65 + 8];
+    memset(dst, 'Z', sizeof dst);
+    std::string longname(80, 'x');
+    longname[3] = '/';
+    ocni_lr_convert_to_internal_ifname(dst, longname.c_str());
+    EXPECT_EQ(strlen(dst), 64u);
+    EXPECT_EQ(dst[3], '_');
+    for (size_t i = 65; i < sizeof dst; i++)
+        EXPECT_EQ(dst[i], 'Z') << "byte " << i << " beyond the 65-byte buffer was written";
+
+    ocni_lr_convert_to_internal_ifname(dst, "GigabitEthernet0/0/0/1");
+    EXPECT_STREQ(dst, "GigabitEthernet0_0_0_1");
+
+    /* null arguments do nothing */
+    ocni_lr_convert_to_internal_ifname(nullptr, "x");
+    ocni_lr_convert_to_internal_ifname(dst, nullptr);
+    EXPECT_STREQ(dst, "GigabitEthernet0_0_0_1");
+}
+
+TEST(UtilPrefix, StoreKeyBecomesPrefixAndIsCut)
+{
+    char dst[128 + 8];
+    formatting_prefix("10.1.1.0_24", dst);
+    EXPECT_STREQ(dst, "10.1.1.0/24");
+    formatting_prefix("2001:db8::_64", dst);
+    EXPECT_STREQ(dst, "2001:db8::/64");
+
+    memset(dst, 'Z', sizeof dst);
+    std::string longp(300, '1');
+    formatting_prefix(longp.c_str(), dst);
+    EXPECT_LT(strlen(dst), 128u);
+    for (size_t i = 128; i < sizeof dst; i++)
+        EXPECT_EQ(dst[i], 'Z');
+}
+
+/* ------------------------------------------------------------------ */
+/* Numbers and texts                                                   */
+/* ------------------------------------------------------------------ */
+
+TEST(UtilDecToHex, HexDigitsReadAsDecimal)
+{
+    struct Row {
+        int32_t in;
+        uint32_t out;
+    };
+    const Row rows[] = {
+        {1, 1},   {16, 10}, {0, 0},   {-5, 0},  {0x12, 12}, {0x1A, 20},
+        {24, 18}, {32, 20}, {64, 40}, {26, 20}, {128, 80},  {0x7fffffff, 0},
+    };
+    for (const Row &r : rows) {
+        uint32_t want = r.out;
+        if (r.in == 0x7fffffff) /* 7 f f f f f f f: 7e7 + 15 * (1e6 + ... + 1) */
+            want = 70000000u + 15u * 1111111u;
+        EXPECT_EQ(ocni_dec_to_hex(r.in), want) << r.in;
+    }
+}
+
+TEST(UtilDecToHex, AgreesWithDecimalReadingWhenDigitsAreDecimal)
+{
+    /* Oracle: whenever every hexadecimal digit is 0..9 the result is the
+     * hexadecimal text read as a decimal number. */
+    int checked = 0;
+    for (int32_t v = 1; v < 70000; v++) {
+        char hex[16];
+        snprintf(hex, sizeof hex, "%x", (unsigned)v);
+        if (strpbrk(hex, "abcdef") != nullptr)
+            continue;
+        ASSERT_EQ(ocni_dec_to_hex(v), strtoul(hex, nullptr, 10)) << hex;
+        checked++;
+    }
+    EXPECT_GT(checked, 1000);
+}
+
+TEST(UtilFamily, AddressFamilyOfText)
+{
+    struct Row {
+        const char *in;
+        const char *out;
+    };
+    const Row rows[] = {
+        {"10.0.0.1", "ipv4"},     {"2001:db8::1", "ipv6"}, {"::", "ipv6"},
+        {"10.0.0.0/24", "NULL"},  {"abc", "NULL"},         {"", "NULL"},
+        {"localhost", "NULL"}, /* never a name lookup */
+    };
+    for (const Row &r : rows)
+        EXPECT_STREQ(ocni_ymap_localrouting_check_ipv4_ipv6(r.in), r.out) << r.in;
+}
+
+TEST(UtilAddress, HexKeyTextBecomesAddress)
+{
+    EXPECT_STREQ(ocni_get_ip_string("0a000001"), "10.0.0.1");
+    EXPECT_STREQ(ocni_get_ip_string("c0a80a00"), "192.168.10.0");
+    EXPECT_STREQ(ocni_get_ip_string("20010db8000000000000000000000001"), "2001:db8::1");
+}
+
+TEST(UtilDescription, QuotedOrNot)
+{
+    struct Row {
+        const char *in;
+        int out;
+    };
+    const Row rows[] = {
+        {"\"abc\"", 1},
+        {"\"\"", 1},
+        {"\"a b (c)\"", 1},
+        {"\"a\"b\"", -1},
+        {"abc", -1},
+        {"\"abc", -1},
+        {"&quot;abc&quot;", 1},
+        {"&quot;a\"b&quot;", -1},
+        {"&quot;abc", -1},
+        {"a", 0},
+        {"\"", 0},
+        {"", 0},
+        {nullptr, 0},
+    };
+    for (const Row &r : rows)
+        EXPECT_EQ(ocni_check_quoted_description(r.in), r.out) << (r.in ? r.in : "(null)");
+}
+
+TEST(UtilLength, PartBeforeLastSegment)
+{
+    struct Row {
+        const char *in;
+        uint32_t out;
+    };
+    const Row rows[] = {
+        {"a/bc", 2}, {"a/b/", 2}, {"/a/b/c", 5}, {"/a", 1}, {"abc", 0},
+        {"/", 0},    {"a/", 0},   {"", 0},       {nullptr, 0},
+    };
+    for (const Row &r : rows)
+        EXPECT_EQ(ocni_get_length(r.in), r.out) << (r.in ? r.in : "(null)");
+}
+
+/* ------------------------------------------------------------------ */
+/* Interface validation                                                */
+/* ------------------------------------------------------------------ */
+
+class UtilValidateIfname : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        host::imc_clear();
+        host::syslog_clear();
+        host::imc_add_interface("GigabitEthernet0/0/0/1", 7);
+    }
+    void TearDown() override
+    {
+        host::imc_fail_calls(0);
+        host::imc_clear();
+    }
+};
+
+TEST_F(UtilValidateIfname, KnownInterfaceIsValidAndLogsNothing)
+{
+    EXPECT_EQ(ocni_lr_validate_ifname("GigabitEthernet0/0/0/1"), 1);
+    EXPECT_TRUE(host::syslog_lines().empty());
+}
+
+TEST_F(UtilValidateIfname, UnknownInterfaceOrFailedCallLogsToSystemLog)
+{
+    EXPECT_EQ(ocni_lr_validate_ifname("GigabitEthernet0/0/0/9"), 0);
+    host::imc_fail_calls(YFW_RC_MAP_FAILED);
+    EXPECT_EQ(ocni_lr_validate_ifname("GigabitEthernet0/0/0/1"), 0);
+    EXPECT_EQ(host::syslog_lines(),
+              (Lines{"3:\nIM_FIND failed for interface GigabitEthernet0/0/0/9",
+                     "3:\nIM_FIND failed for interface GigabitEthernet0/0/0/1"}));
+}
+
+/* ------------------------------------------------------------------ */
+/* Per-next-hop reset                                                  */
+/* ------------------------------------------------------------------ */
+
+TEST(UtilRecordReset, ClearsNextHopFieldsAndKeepsRouteFields)
+{
+    ocni_route_common_data rec;
+    memset(&rec, 0xA5, sizeof rec);
+    char prefix[] = "10.0.0.0/24", index[] = "1", nh[] = "10.0.0.1", ifc[] = "Gi0", m[] = "5",
+         sub[] = "3";
+    rec.prefix = prefix;
+    rec.index = index;
+    rec.next_hop = nh;
+    rec.interface = ifc;
+    rec.metric = m;
+    rec.subinterface = sub;
+    ocni_route_common_data before = rec;
+
+    ocni_lr_init_prefix_type(&rec);
+
+    /* cleared */
+    const uint32_t cleared[] = {rec.has_interface,     rec.has_next_hop,      rec.is_drop,
+                                rec.is_local_link,     rec.next_hop_touched,  rec.index_found,
+                                rec.metric_deleted,    rec.next_hop_deleted,  rec.interface_deleted,
+                                rec.subinterface_deleted, rec.metric_flag,
+                                rec.native_has_address, rec.native_has_interface,
+                                rec.native_has_third_key, rec.bfd_fast_detect, rec.permanent,
+                                rec.detect_multiplier, rec.minimum_interval, rec.route_metric,
+                                rec.load_metric,       rec.tag,               rec.vrf_label,
+                                rec.tunnel_id};
+    for (size_t i = 0; i < sizeof cleared / sizeof cleared[0]; i++)
+        EXPECT_EQ(cleared[i], 0u) << "cleared field #" << i;
+    EXPECT_EQ(rec.metric, nullptr);
+    EXPECT_EQ(rec.subinterface, nullptr);
+    for (size_t i = 0; i < 129; i++)
+        ASSERT_EQ(rec.auto_index[i], 0) << "auto_index byte " << i;
+    for (size_t i = 129; i < sizeof rec.auto_index; i++)
+        EXPECT_EQ(rec.auto_index[i], before.auto_index[i]) << "auto_index byte " << i << " kept";
+    const auto zero = [](const char *p, size_t n) {
+        for (size_t i = 0; i < n; i++)
+            if (p[i] != 0)
+                return false;
+        return true;
+    };
+    EXPECT_TRUE(zero(rec.native_address, sizeof rec.native_address));
+    EXPECT_TRUE(zero(rec.native_interface, sizeof rec.native_interface));
+    EXPECT_TRUE(zero(rec.native_third_key, sizeof rec.native_third_key));
+    EXPECT_TRUE(zero(rec.object_name, sizeof rec.object_name));
+    EXPECT_TRUE(zero(rec.description, sizeof rec.description));
+
+    /* kept */
+    EXPECT_EQ(rec.is_ipv4, before.is_ipv4);
+    EXPECT_EQ(rec.next_hops_deleted, before.next_hops_deleted);
+    EXPECT_EQ(rec.metric_touched, before.metric_touched);
+    EXPECT_EQ(rec.tag_given, before.tag_given);
+    EXPECT_EQ(rec.prefix, prefix);
+    EXPECT_EQ(rec.index, index);
+    EXPECT_EQ(rec.next_hop, nh);
+    EXPECT_EQ(rec.interface, ifc);
+    EXPECT_EQ(0, memcmp(rec.set_tag, before.set_tag, sizeof rec.set_tag));
+    EXPECT_EQ(0, memcmp(rec.description_in, before.description_in, sizeof rec.description_in));
+    EXPECT_EQ(rec.tag_mode, before.tag_mode);
+    EXPECT_EQ(rec.description_given, before.description_given);
+    /* set by the next-hop list itself, not part of the reset */
+    EXPECT_EQ(rec.same_entry, before.same_entry);
+    EXPECT_EQ(rec.same_key, before.same_key);
+
+    ocni_lr_init_prefix_type(nullptr);
+}
+
+/* ------------------------------------------------------------------ */
+/* Native paths                                                        */
+/* ------------------------------------------------------------------ */
+
+const std::string k_def = "/router-static/default-vrf/address-family/";
+const std::string k_vrf = "/router-static/vrfs/vrf/address-family/";
+const std::string k_pl = "/vrf-unicast/vrf-prefixes/vrf-prefix/";
+const std::string k_tbl = "/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table";
+const std::string k_if = k_tbl + "/vrf-next-hop-interface-name";
+const std::string k_ifaddr = k_tbl + "/vrf-next-hop-interface-name-next-hop-address";
+const std::string k_addr = k_tbl + "/vrf-next-hop-next-hop-address";
+
+class UtilPaths : public HostFixture {
+protected:
+    void SetUp() override { h.reset(YFW_REQ_EDIT); }
+    char buf[OCNI_PATH_LEN];
+    char buf2[OCNI_PATH_LEN];
+};
+
+TEST_F(UtilPaths, PrefixListPathByVrfAndFamily)
+{
+    struct Row {
+        const char *vrf;
+        uint32_t v4;
+        std::string want;
+    };
+    const Row rows[] = {
+        {"default", 1, k_def + "vrfipv4" + k_pl}, {"DeFaulT", 0, k_def + "vrfipv6" + k_pl},
+        {"red", 1, k_vrf + "vrfipv4" + k_pl},     {"red", 0, k_vrf + "vrfipv6" + k_pl},
+        {"defaults", 1, k_vrf + "vrfipv4" + k_pl},
+    };
+    for (const Row &r : rows) {
+        h.set_vrf(r.vrf);
+        strcpy(buf, "stale");
+        ocni_get_mapping_path_name_prefix(h.ctx, r.v4, buf);
+        EXPECT_EQ(r.want, buf) << r.vrf << " " << r.v4;
+    }
+    h.set_vrf(nullptr);
+    strcpy(buf, "stale");
+    ocni_get_mapping_path_name_prefix(h.ctx, 1, buf);
+    EXPECT_STREQ(buf, "stale");
+}
+
+TEST_F(UtilPaths, NullPrefixFillsBothFamiliesOnlyWithVrf)
+{
+    h.set_vrf("blue");
+    ocni_fill_path_for_null_prefix(h.ctx, buf, buf2);
+    EXPECT_EQ(k_vrf + "vrfipv4" + k_pl, buf);
+    EXPECT_EQ(k_vrf + "vrfipv6" + k_pl, buf2);
+
+    h.set_vrf(nullptr);
+    strcpy(buf, "v4");
+    strcpy(buf2, "v6");
+    ocni_fill_path_for_null_prefix(h.ctx, buf, buf2);
+    EXPECT_STREQ(buf, "v4");
+    EXPECT_STREQ(buf2, "v6");
+}
+
+TEST_F(UtilPaths, NextHopContainerAppendsEvenWithoutVrf)
+{
+    h.set_vrf("default");
+    ocni_get_mapping_path_name_nexthop(h.ctx, 1, buf);
+    EXPECT_EQ(k_def + "vrfipv4" + k_tbl, buf);
+    h.set_vrf("red");
+    ocni_get_mapping_path_name_nexthop(h.ctx, 0, buf);
+    EXPECT_EQ(k_vrf + "vrfipv6" + k_tbl, buf);
+
+    h.set_vrf(nullptr);
+    strcpy(buf, "/kept");
+    ocni_get_mapping_path_name_nexthop(h.ctx, 1, buf);
+    EXPECT_EQ("/keptvrfipv4" + k_tbl, buf);
+}
+
+TEST_F(UtilPaths, NextHopTableFitsWhatTheNextHopHolds)
+{
+    struct Row {
+        uint32_t nh, ifc, drop;
+        std::string table; /* empty: refused */
+    };
+    const Row rows[] = {
+        {1, 1, 0, k_ifaddr}, {1, 1, 1, k_ifaddr}, {1, 0, 0, k_addr}, {1, 0, 1, k_if},
+        {0, 1, 0, k_if},     {0, 1, 1, k_if},     {0, 0, 0, ""},     {0, 0, 1, ""},
+    };
+    h.set_vrf("red");
+    for (const Row &r : rows) {
+        for (uint32_t v4 = 0; v4 <= 1; v4++) {
+            h.reset(YFW_REQ_EDIT);
+            h.set_vrf(v4 ? "red" : "Default");
+            h.logging(true, true);
+            buf[0] = '\0';
+            cerrno rc = ocni_get_mapping_path_name(h.ctx, v4, r.nh, r.ifc, r.drop, buf);
+            SCOPED_TRACE(testing::Message() << "nh=" << r.nh << " if=" << r.ifc << " drop=" << r.drop
+                                            << " v4=" << v4);
+            const std::string base = (v4 ? k_vrf : k_def) + (v4 ? "vrfipv4" : "vrfipv6");
+            if (r.table.empty()) {
+                EXPECT_EQ(rc, YFW_RC_INVALID_REQUEST);
+                EXPECT_EQ(h.user_msg(), "Invalid request to get path");
+                EXPECT_EQ(h.log_lines(),
+                          (Lines{"ERR: YFW: ctx=" + h.ctx_text() + ",Invalid request to get path",
+                                 "TRC: YFW: ctx=" + h.ctx_text() + ",End"}));
+                EXPECT_EQ(base, buf);
+            } else {
+                EXPECT_EQ(rc, 0u);
+                EXPECT_EQ(base + r.table, buf);
+                EXPECT_TRUE(h.user_msg().empty());
+                EXPECT_TRUE(h.log_lines().empty());
+            }
+        }
+    }
+}
+
+TEST_F(UtilPaths, RefusedTableChoiceNamesItselfInLightweightTrace)
+{
+    h.set_vrf("red");
+    h.ltrace(true);
+    EXPECT_EQ(ocni_get_mapping_path_name(h.ctx, 1, 0, 0, 0, buf), YFW_RC_INVALID_REQUEST);
+    Lines lt = h.ltrace_lines();
+    ASSERT_EQ(lt.size(), 2u);
+    EXPECT_NE(lt[0].find(": ERR: ocni_get_mapping_path_name:"), std::string::npos) << lt[0];
+    EXPECT_NE(lt[0].find(",Invalid request to get path"), std::string::npos) << lt[0];
+    EXPECT_NE(lt[1].find(": TRC: ocni_get_mapping_path_name:"), std::string::npos) << lt[1];
+}
+
+/* ------------------------------------------------------------------ */
+/* VRF entry                                                           */
+/* ------------------------------------------------------------------ */
+
+TEST_F(UtilPaths, VrfEntryForNamedDefaultAndNoVrf)
+{
+    h.set_vrf("red");
+    EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
+    EXPECT_EQ(h.out_lines(), (Lines{"/router-static/vrfs/vrf[vrf-name=red]"}));
+    zidl_yfw_datatree *n = h.out_node("/router-static/vrfs/vrf[vrf-name=red]/vrf-name");
+    ASSERT_NE(n, nullptr);
+    EXPECT_STREQ(n->ns, OCNI_NS_NATIVE);
+
+    h.reset(YFW_REQ_EDIT);
+    h.set_vrf("DEFAULT");
+    EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
+    EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
+    EXPECT_EQ(h.out_lines(), (Lines{"/router-static/default-vrf"}));
+
+    h.reset(YFW_REQ_EDIT);
+    h.set_vrf(nullptr);
+    h.logging(true, true);
+    EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
+    EXPECT_TRUE(h.out_lines().empty());
+    EXPECT_EQ(h.log_lines(), (Lines{"TRC: YFW: ctx=" + h.ctx_text() + ",End"}));
+}
+
+TEST_F(UtilPaths, VrfEntryRestoresBothRequestFlags)
+{
+    struct Row {
+        uint32_t vrf_path_in, suppress_in;
+    };
+    const Row rows[] = {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {7, 1}};
+    for (const Row &r : rows) {
+        h.reset(YFW_REQ_EDIT);
+        h.set_vrf("red");
+        h.rc->vrf_path_flag = r.vrf_path_in;
+        h.rc->suppress_flag = r.suppress_in;
+        EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
+        /* the entry is added even while the request suppresses additions */
+        EXPECT_EQ(h.out_lines(), (Lines{"/router-static/vrfs/vrf[vrf-name=red]"}));
+        /* a flag of 1 stays, any other value is cleared (it was set to 1 meanwhile) */
+        EXPECT_EQ(h.rc->vrf_path_flag, r.vrf_path_in == 1 ? 1u : 0u) << r.vrf_path_in;
+        EXPECT_EQ(h.rc->suppress_flag, r.suppress_in) << r.suppress_in;
+    }
+}
+
+/* ------------------------------------------------------------------ */
+/* Route attributes                                                    */
+/* ------------------------------------------------------------------ */
+
+class UtilMetadata : public HostFixture {
+protected:
+    void SetUp() override
+    {
+        h.reset(YFW_REQ_EDIT);
+        h.set_vrf("default");
+        rec = static_cast<ocni_route_common_data *>(
+            wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP));
+        ASSERT_NE(rec, nullptr);
+        h.rc->common_data_ptr = rec;
+        rec->vrf_label = OCNI_VRF_LABEL_UNSET;
+    }
+    ocni_route_common_data *rec = nullptr;
+    const std::string e = "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/"
+                          "vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table/"
+                          "vrf-next-hop-interface-name";
+    /* keyless entries: the dump shows the path as added */
+    const std::string &o = e;
+};
+
+TEST_F(UtilMetadata, NothingSetWritesNothing)
+{
+    EXPECT_EQ(ocni_set_metadata_path(e.c_str(), h.ctx, h.out), 0u);
+    EXPECT_TRUE(h.out_lines().empty());
+}
+
+TEST_F(UtilMetadata, LabelZeroIsWrittenOnlyUnsetValueIsSkipped)
+{
+    rec->vrf_label = 0;
+    EXPECT_EQ(ocni_set_metadata_path(e.c_str(), h.ctx, h.out), 0u);
+    EXPECT_EQ(h.out_lines(), (Lines{o + "/vrf-lable = 0"}));
+
+    h.reset_output();
+    rec->vrf_label = OCNI_VRF_LABEL_UNSET + 1;
+    EXPECT_EQ(ocni_set_metadata_path(e.c_str(), h.ctx, h.out), 0u);
+    EXPECT_EQ(h.out_lines(), (Lines{o + "/vrf-lable = 1048578"}));
+}
+
+TEST_F(UtilMetadata, EveryAttributeAsItsLeaf)
+{
+    rec->bfd_fast_detect = 1;
+    rec->detect_multiplier = 3;
+    rec->minimum_interval = 150;
+    rec->route_metric = 20;
+    rec->tag = 4294967295u;
+    rec->permanent = 1;
+    rec->vrf_label = 17;
+    rec->tunnel_id = 9;
+    rec->load_metric = 2;
+    snprintf(rec->object_name, sizeof rec->object_name, "obj");
+    snprintf(rec->description, sizeof rec->description, "to-core");
+    EXPECT_EQ(ocni_set_metadata_path(e.c_str(), h.ctx, h.out), 0u);
+    EXPECT_EQ(h.out_lines(), (Lines{
+                                 o + "/bfd-fast-detect = true",
+                                 o + "/description = to-core",
+                                 o + "/detect-multiplier = 3",
+                                 o + "/load-metric = 2",
+                                 o + "/metric = 20",
+                                 o + "/minimum-interval = 150",
+                                 o + "/object-name = obj",
+                                 o + "/permanent = true",
+                                 o + "/tag = 4294967295",
+                                 o + "/tunnel-id = 9",
+                                 o + "/vrf-lable = 17",
+                             }));
+    zidl_yfw_datatree *leaf = h.out_node(o + "/metric");
+    ASSERT_NE(leaf, nullptr);
+    EXPECT_STREQ(leaf->ns, OCNI_NS_NATIVE);
+}
+
+/* ------------------------------------------------------------------ */
+/* Next-hop checks                                                     */
+/* ------------------------------------------------------------------ */
+
+const char k_nh[] = "/next-hops/next-hop[index=1]";
+
+class UtilChecks : public HostFixture {
+protected:
+    void SetUp() override
+    {
+        h.reset(YFW_REQ_EDIT);
+        rec = static_cast<ocni_route_common_data *>(
+            wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP));
+        ASSERT_NE(rec, nullptr);
+        h.rc->common_data_ptr = rec;
+    }
+    /* The next-hop entry of a tree built from `lines`. */
+    zidl_yfw_datatree *entry(const std::string &lines)
+    {
+        tree = build_tree(lines, OCNI_NS_OC_NI);
+        return host::tree_find(tree.get(), k_nh);
+    }
+    ocni_route_common_data *rec = nullptr;
+    TreePtr tree;
+};
+
+TEST_F(UtilChecks, InterfaceCheck)
+{
+    struct Row {
+        const char *name;
+        const char *lines;
+        int result;
+        uint32_t has_if, if_del, sub_del;
+        const char *ifc, *sub;
+    };
+    const std::string p = k_nh;
+    const Row rows[] = {
+        {"interface and subinterface",
+         "/next-hops/next-hop[index=1]/interface-ref/config/interface = Gi0/0/0/1\n"
+         "/next-hops/next-hop[index=1]/interface-ref/config/subinterface = 5\n",
+         1, 1, 0, 0, "Gi0/0/0/1", "5"},
+        {"address only", "/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1\n", 0, 0, 0, 0,
+         nullptr, nullptr},
+        {"interface-ref deleted",
+         "/next-hops/next-hop[index=1]/interface-ref (delete)\n", 0, 0, 1, 0, nullptr, nullptr},
+        {"config of interface-ref deleted",
+         "/next-hops/next-hop[index=1]/interface-ref/config (delete)\n", 0, 0, 1, 0, nullptr,
+         nullptr},
+        {"interface leaf deleted without value",
+         "/next-hops/next-hop[index=1]/interface-ref/config/interface (delete)\n", 0, 0, 1, 0,
+         nullptr, nullptr},
+        {"subinterface deleted, interface kept",
+         "/next-hops/next-hop[index=1]/interface-ref/config/interface = Gi0\n"
+         "/next-hops/next-hop[index=1]/interface-ref/config/subinterface = 2 (delete)\n",
+         1, 1, 0, 1, "Gi0", nullptr},
+        {"other leaves ignored",
+         "/next-hops/next-hop[index=1]/interface-ref/config/other = x\n"
+         "/next-hops/next-hop[index=1]/interface-ref/state/interface = Gi9\n",
+         0, 0, 0, 0, nullptr, nullptr},
+    };
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.name);
+        memset(rec, 0, sizeof *rec);
+        zidl_yfw_datatree *nh = entry(r.lines);
+        ASSERT_NE(nh, nullptr);
+        EXPECT_EQ(ocni_check_next_hop_interface_config(h.ctx, nh), r.result);
+        EXPECT_EQ(rec->has_interface, r.has_if);
+        EXPECT_EQ(rec->interface_deleted, r.if_del);
+        EXPECT_EQ(rec->subinterface_deleted, r.sub_del);
+        if (r.ifc != nullptr) {
+            ASSERT_NE(rec->interface, nullptr);
+            EXPECT_STREQ(rec->interface, r.ifc);
+        } else {
+            EXPECT_EQ(rec->interface, nullptr);
+        }
+        if (r.sub != nullptr) {
+            ASSERT_NE(rec->subinterface, nullptr);
+            EXPECT_STREQ(rec->subinterface, r.sub);
+        } else {
+            EXPECT_EQ(rec->subinterface, nullptr);
+        }
+    }
+}
+
+TEST_F(UtilChecks, DeletedInterfaceRefStillReturnsOneWhenSetEarlier)
+{
+    /* an earlier next hop of the request named an interface */
+    rec->has_interface = 1;
+    zidl_yfw_datatree *nh = entry("/next-hops/next-hop[index=1]/interface-ref (delete)\n");
+    ASSERT_NE(nh, nullptr);
+    EXPECT_EQ(ocni_check_next_hop_interface_config(h.ctx, nh), 0);
+    EXPECT_EQ(rec->has_interface, 0u);
+    EXPECT_EQ(rec->interface_deleted, 1u);
+
+    rec->has_interface = 1;
+    nh = entry("/next-hops/next-hop[index=1]/interface-ref/config/subinterface = 1\n");
+    EXPECT_EQ(ocni_check_next_hop_interface_config(h.ctx, nh), 1);
+}
+
+TEST_F(UtilChecks, AddressCheck)
+{
+    struct Row {
+        const char *name;
+        const char *lines;
+        int result;
+        uint32_t has_nh, drop, local, nh_del, metric_del;
+        const char *next_hop, *metric;
+    };
+    const Row rows[] = {
+        {"address and metric",
+         "/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1\n"
+         "/next-hops/next-hop[index=1]/config/metric = 7\n",
+         1, 1, 0, 0, 0, 0, "10.0.0.1", "7"},
+        {"DROP", "/next-hops/next-hop[index=1]/config/next-hop = DROP\n", 1, 1, 1, 0, 0, 0, "DROP",
+         nullptr},
+        {"LOCAL_LINK", "/next-hops/next-hop[index=1]/config/next-hop = LOCAL_LINK\n", 0, 1, 0, 1,
+         0, 0, "LOCAL_LINK", nullptr},
+        {"next-hop deleted",
+         "/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1 (delete)\n"
+         "/next-hops/next-hop[index=1]/config/metric = 1 (delete)\n",
+         0, 0, 0, 0, 1, 1, nullptr, nullptr},
+        {"interface only", "/next-hops/next-hop[index=1]/interface-ref/config/interface = Gi0\n", 0,
+         0, 0, 0, 0, 0, nullptr, nullptr},
+    };
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.name);
+        memset(rec, 0, sizeof *rec);
+        zidl_yfw_datatree *nh = entry(r.lines);
+        ASSERT_NE(nh, nullptr);
+        EXPECT_EQ(ocni_check_next_hop_ip_and_set_drop_config(h.ctx, nh), r.result);
+        EXPECT_EQ(rec->has_next_hop, r.has_nh);
+        EXPECT_EQ(rec->is_drop, r.drop);
+        EXPECT_EQ(rec->is_local_link, r.local);
+        EXPECT_EQ(rec->next_hop_deleted, r.nh_del);
+        EXPECT_EQ(rec->metric_deleted, r.metric_del);
+        ASSERT_NE(rec->index, nullptr);
+        EXPECT_STREQ(rec->index, "1");
+        if (r.next_hop != nullptr) {
+            ASSERT_NE(rec->next_hop, nullptr);
+            EXPECT_STREQ(rec->next_hop, r.next_hop);
+        }
+        if (r.metric != nullptr) {
+            ASSERT_NE(rec->metric, nullptr);
+            EXPECT_STREQ(rec->metric, r.metric);
+        } else {
+            EXPECT_EQ(rec->metric, nullptr);
+        }
+    }
+}
+
+TEST_F(UtilChecks, DeletingNextHopClearsFlagsOfAnEarlierNextHop)
+{
+    rec->has_next_hop = rec->is_drop = rec->is_local_link = 1;
+    zidl_yfw_datatree *nh = entry("/next-hops/next-hop[index=1]/config/next-hop (delete)\n");
+    ASSERT_NE(nh, nullptr);
+    EXPECT_EQ(ocni_check_next_hop_ip_and_set_drop_config(h.ctx, nh), 0);
+    EXPECT_EQ(rec->has_next_hop, 0u);
+    EXPECT_EQ(rec->is_drop, 0u);
+    EXPECT_EQ(rec->is_local_link, 0u);
+    EXPECT_EQ(rec->next_hop_deleted, 1u);
+}
+
+TEST_F(UtilChecks, InterfaceAndAddressTogetherFillBoth)
+{
+    zidl_yfw_datatree *nh = entry("/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1\n"
+                                  "/next-hops/next-hop[index=1]/interface-ref/config/interface = Gi0/1\n");
+    ASSERT_NE(nh, nullptr);
+    EXPECT_EQ(ocni_check_next_hop_interface_config(h.ctx, nh), 1);
+    EXPECT_EQ(ocni_check_next_hop_ip_and_set_drop_config(h.ctx, nh), 1);
+    EXPECT_EQ(rec->has_interface, 1u);
+    EXPECT_EQ(rec->has_next_hop, 1u);
+    EXPECT_STREQ(rec->interface, "Gi0/1");
+    EXPECT_STREQ(rec->next_hop, "10.0.0.1");
+}
+
+TEST_F(UtilChecks, BrokenChildArrayEndsCheckWithZero)
+{
+    zidl_yfw_datatree *nh = entry("/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1\n");
+    ASSERT_NE(nh, nullptr);
+    zidl_yfw_datatree *saved = nh->children;
+    nh->children = nullptr; /* count stays non-zero */
+    EXPECT_EQ(ocni_check_next_hop_ip_and_set_drop_config(h.ctx, nh), 0);
+    EXPECT_EQ(ocni_check_next_hop_interface_config(h.ctx, nh), 0);
+    nh->children = saved;
+    EXPECT_EQ(rec->has_next_hop, 0u);
+
+    /* without the has-children bit nothing is looked at */
+    nh->flags &= uint8_t(~YFW_DT_F_CHILDREN);
+    EXPECT_EQ(ocni_check_next_hop_ip_and_set_drop_config(h.ctx, nh), 0);
+    nh->flags |= YFW_DT_F_CHILDREN;
+    EXPECT_EQ(ocni_check_next_hop_ip_and_set_drop_config(h.ctx, nh), 1);
+}
+
+TEST_F(UtilChecks, NextHopsContainerRemovedByDeleteOrRemove)
+{
+    struct Row {
+        const char *op;
+        int result;
+    };
+    const Row rows[] = {{" (delete)", 1}, {" (remove)", 1}, {" (merge)", 0}, {"", 0}};
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.op);
+        TreePtr t = build_tree(std::string("/static[prefix=10.0.0.0/24]/config/prefix = 10.0.0.0/24\n"
+                                           "/static[prefix=10.0.0.0/24]/next-hops") +
+                                   r.op + "\n",
+                               OCNI_NS_OC_NI);
+        zidl_yfw_datatree *st = host::tree_find(t.get(), "/static[prefix=10.0.0.0/24]");
+        ASSERT_NE(st, nullptr);
+        EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, st), r.result);
+    }
+    TreePtr t = build_tree("/static[prefix=10.0.0.0/24]/config/prefix = 10.0.0.0/24\n", OCNI_NS_OC_NI);
+    EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, host::tree_find(t.get(), "/static[prefix=10.0.0.0/24]")), 0);
+}
+
+} // namespace
