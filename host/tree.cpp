@@ -21,6 +21,8 @@ namespace {
 constexpr uint32_t INDEX_THRESHOLD = 8;
 constexpr char KEY_SEP = '\x1f';
 constexpr char KV_SEP = '\x1e';
+/* Index bucket of every entry of one list, whatever its keys: name + NAME_SEP. */
+constexpr char NAME_SEP = '\x1d';
 
 std::atomic<uint64_t> g_next_serial{1};
 std::atomic<uint64_t> g_sibling_visits{0};
@@ -72,12 +74,26 @@ bool grow(NodeRec *p, uint32_t need)
     return true;
 }
 
+std::string name_bucket(const char *name)
+{
+    std::string k = name != nullptr ? name : "";
+    k += NAME_SEP;
+    return k;
+}
+
 void index_insert(NodeRec *p, NodeRec *r)
 {
     auto &v = (*p->child_index)[r->key];
     auto pos = std::lower_bound(v.begin(), v.end(), r,
                                 [](const NodeRec *a, const NodeRec *b) { return a->index < b->index; });
     v.insert(pos, r);
+}
+
+/* Entries join their name bucket once, in creation order. */
+void bucket_insert(NodeRec *p, NodeRec *r)
+{
+    if (r->kind == NodeKind::Entry)
+        (*p->child_index)[name_bucket(r->node->name)].push_back(r);
 }
 
 void index_remove(NodeRec *p, NodeRec *r, const std::string &key)
@@ -95,6 +111,7 @@ void index_add(NodeRec *p, NodeRec *r)
 {
     if (p->child_index) {
         index_insert(p, r);
+        bucket_insert(p, r);
         return;
     }
     if (p->node->n_children < INDEX_THRESHOLD)
@@ -103,6 +120,7 @@ void index_add(NodeRec *p, NodeRec *r)
     for (uint32_t i = 0; i < p->node->n_children; ++i) {
         NodeRec *c = child_rec(p->node, i);
         (*p->child_index)[c->key].push_back(c);
+        bucket_insert(p, c);
     }
     g_sibling_visits += p->node->n_children;
 }
@@ -315,6 +333,29 @@ NodeRec *find_child(const NodeRec *p, const std::string &key)
             return c;
     }
     return nullptr;
+}
+
+NodeRec *find_first_entry(const NodeRec *p, const std::string &name)
+{
+    if (p == nullptr)
+        return nullptr;
+    if (p->child_index) {
+        auto it = p->child_index->find(name_bucket(name.c_str()));
+        return it == p->child_index->end() || it->second.empty() ? nullptr : it->second.front();
+    }
+    for (uint32_t i = 0; i < p->node->n_children; ++i) {
+        NodeRec *c = child_rec(p->node, i);
+        ++g_sibling_visits;
+        if (c->kind == NodeKind::Entry && c->node->name != nullptr && name == c->node->name)
+            return c;
+    }
+    return nullptr;
+}
+
+NodeRec *find_named(const NodeRec *p, const std::string &name)
+{
+    NodeRec *r = find_child(p, name);
+    return r != nullptr ? r : find_first_entry(p, name);
 }
 
 void rekey(NodeRec *entry)
@@ -602,8 +643,8 @@ zidl_yfw_datatree *node_child(const zidl_yfw_datatree *parent, const char *name)
         return nullptr;
     try {
         if (NodeRec *p = rec_of(parent); p != nullptr) {
-            if (NodeRec *c = find_child(p, name); c != nullptr)
-                return c->node;
+            NodeRec *c = find_named(p, name);
+            return c != nullptr ? c->node : nullptr;
         }
     } catch (...) {
         return nullptr;
@@ -708,12 +749,7 @@ zidl_yfw_datatree *tree_find(const zidl_yfw_datatree *root, const char *path)
         for (const PathStep &st : steps) {
             if (cur == nullptr)
                 return nullptr;
-            NodeRec *next = st.keys.empty() ? find_child(cur, st.name) : find_child(cur, entry_key(st.name, st.keys));
-            if (next == nullptr && st.keys.empty()) {
-                zidl_yfw_datatree *c = node_child(cur->node, st.name.c_str());
-                next = rec_of(c);
-            }
-            cur = next;
+            cur = st.keys.empty() ? find_named(cur, st.name) : find_child(cur, entry_key(st.name, st.keys));
         }
         return cur != nullptr ? cur->node : nullptr;
     } catch (...) {

@@ -77,7 +77,7 @@ void node_set_op(zidl_yfw_datatree *node, uint32_t op);
 /* Marks a leaf as a key leaf (0x01) and re-indexes its entry. */
 void node_mark_key(zidl_yfw_datatree *leaf);
 
-/* First child named `name` (any kind). */
+/* Child named `name`: a container or leaf, else the oldest list entry of that name. */
 zidl_yfw_datatree *node_child(const zidl_yfw_datatree *parent, const char *name);
 /* The entry of list `name` under `parent` with exactly these key values. */
 zidl_yfw_datatree *node_find_entry(const zidl_yfw_datatree *parent, const char *name,

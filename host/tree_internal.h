@@ -55,6 +55,10 @@ NodeRec *add_child(NodeRec *parent, const char *name, NodeKind kind, const char 
 /* Children of `parent` whose lookup key is `key`, oldest first. */
 void find_children(const NodeRec *parent, const std::string &key, std::vector<NodeRec *> &out);
 NodeRec *find_child(const NodeRec *parent, const std::string &key);
+/* Oldest list entry named `name` under `parent`, whatever its keys. */
+NodeRec *find_first_entry(const NodeRec *parent, const std::string &name);
+/* A container or leaf named `name`, else the oldest entry of that name. */
+NodeRec *find_named(const NodeRec *parent, const std::string &name);
 /* Recomputes an entry's key after its key leaves changed. */
 void rekey(NodeRec *entry);
 bool set_value(NodeRec *rec, const char *value);

@@ -39,9 +39,7 @@ cerrno walk(ReqState *st, NodeRec *root, const std::vector<PathStep> &steps, Wal
         if (!s.keys.empty()) {
             next = find_child(cur, entry_key(s.name, s.keys));
         } else {
-            next = find_child(cur, s.name);
-            if (next == nullptr && !leaf)
-                next = rec_of(node_child(cur->node, s.name.c_str()));
+            next = leaf ? find_child(cur, s.name) : find_named(cur, s.name);
         }
         bool made = false;
         if (next == nullptr) {

@@ -305,12 +305,14 @@ TEST_F(FrameworkOps, RequestStateVrfDeleteAndCleanup)
     EXPECT_FALSE(yfw_map_is_request_delete(nullptr));
 
     /* The framework frees what the plug-in left on the request. */
-    size_t base = alloc_live("YFW MAP");
+    AllocWatch watch;
     h.rc->user_error_msg = yfw_strdup("refused", "YFW MAP");
     h.rc->common_data_ptr = wos_named_calloc_(1, 592, "YFW MAP");
+    h.rc->trim_path = yfw_strdup("/a", "YFW MAP trim list ctx");
     EXPECT_EQ(h.user_msg(), "refused");
+    EXPECT_EQ(watch.grown(), 3);
     h.reset();
-    EXPECT_EQ(alloc_live("YFW MAP"), base);
+    EXPECT_EQ(watch.grown(), 0);
 }
 
 TEST_F(FrameworkOps, ErrorPathNamesTheCurrentInputNode)
@@ -377,6 +379,26 @@ TEST(Trees, HandlesOutliveSiblingAdditionsAndDieWithTheTree)
     EXPECT_EQ(root->children[root->n_children].name, nullptr); /* a NULL name ends every array */
     tree_free(root);
     EXPECT_EQ(node_get(ref), nullptr);
+}
+
+TEST(Trees, KeylessStepsFindTheOldestEntryWithoutScanning)
+{
+    TreePtr t = build_tree("/routes");
+    zidl_yfw_datatree *routes = tree_find(t.get(), "/routes");
+    for (int i = 0; i < 1000; ++i) /* siblings a scan would have to pass */
+        node_add_entry(routes, "other", {{"id", std::to_string(i)}});
+    for (int i = 0; i < 3; ++i)
+        node_add_entry(routes, "static", {{"prefix", std::to_string(i)}});
+    node_add_child(routes, "box", NodeKind::Leaf, "b");
+    uint64_t before = tree_sibling_visits();
+    for (int i = 0; i < 1000; ++i) {
+        zidl_yfw_datatree *first = tree_find(t.get(), "/routes/static/prefix");
+        ASSERT_NE(first, nullptr);
+        ASSERT_STREQ(first->value, "0");
+        ASSERT_NE(tree_find(t.get(), "/routes/box"), nullptr);
+    }
+    EXPECT_LT(tree_sibling_visits() - before, 10u * 1000);
+    EXPECT_EQ(tree_find(t.get(), "/routes/nothing"), nullptr);
 }
 
 TEST(Trees, DataNamespaceReplacedByAPluginIsFreedWithTheTree)

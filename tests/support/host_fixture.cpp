@@ -92,6 +92,20 @@ void HostHarness::clear_traces()
     map_ctx_ltrace_sink(ctx)->clear();
 }
 
+AllocWatch::AllocWatch(std::vector<std::string> tags) : tags_(std::move(tags))
+{
+    for (const auto &t : tags_)
+        base_.push_back(alloc_live(t));
+}
+
+long AllocWatch::grown() const
+{
+    long d = 0;
+    for (size_t i = 0; i < tags_.size(); ++i)
+        d += long(alloc_live(tags_[i])) - long(base_[i]);
+    return d;
+}
+
 std::string HostHarness::ctx_text() const
 {
     char buf[32];

@@ -96,6 +96,22 @@ private:
     void release();
 };
 
+/*
+ * Live tagged blocks of some tags, counted from its construction:
+ *   AllocWatch w;  ...run...;  h.reset();  EXPECT_EQ(w.grown(), 0);
+ */
+class AllocWatch {
+public:
+    explicit AllocWatch(std::vector<std::string> tags = {"YFW MAP", "YFW_MAP", "YFW MAP search list",
+                                                         "YFW MAP trim list ctx", "YFW OCNI LOCALROUTING NS"});
+    /* Live blocks now minus live blocks then, over all tags (negative when fewer). */
+    long grown() const;
+
+private:
+    std::vector<std::string> tags_;
+    std::vector<size_t> base_;
+};
+
 /* gtest fixture around one harness. */
 class HostFixture : public ::testing::Test {
 protected:

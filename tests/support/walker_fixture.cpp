@@ -1,0 +1,86 @@
+#include "walker_fixture.h"
+
+#include <cstdlib>
+
+#include "host/store.h"
+#include "host/tree.h"
+#include "ocni_common.h"
+#include "tree_builder.h"
+
+using namespace ocni::host;
+
+namespace ocni::test {
+
+std::string plugin_library_path()
+{
+    const char *bin = std::getenv("OCNI_BINARY_DIR");
+    return std::string(bin != nullptr ? bin : ".") + "/localrouting/libocni_localrouting.so";
+}
+
+std::string oc_static_routes(const std::string &vrf)
+{
+    return "/network-instances/network-instance[name=" + vrf +
+           "]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes";
+}
+
+void WalkerFixture::SetUp()
+{
+    store_reset();
+    std::string err;
+    plugin = Plugin::load(plugin_library_path(), err);
+    ASSERT_NE(plugin, nullptr) << err;
+    reopen();
+}
+
+void WalkerFixture::TearDown()
+{
+    walker.reset();
+    config.reset();
+    backend.reset();
+    store_reset();
+}
+
+void WalkerFixture::reopen()
+{
+    walker.reset();
+    config.reset();
+    backend = make_engine_backend();
+    config = std::make_unique<NativeConfig>(backend.get());
+    std::string err;
+    ASSERT_TRUE(config->open(err)) << err;
+    walker = std::make_unique<Walker>(*plugin, *config);
+}
+
+EditOutcome WalkerFixture::edit(const std::string &lines, bool dry_run)
+{
+    TreePtr in = build_tree(lines, OCNI_NS_OC_NI);
+    return walker->edit(in.get(), dry_run);
+}
+
+void WalkerFixture::native_edit(const std::string &lines)
+{
+    TreePtr in = build_tree(lines, OCNI_NS_NATIVE);
+    EditOutcome r = walker->native_edit(in.get());
+    ASSERT_TRUE(r.result.ok()) << r.result.message;
+}
+
+std::vector<std::string> WalkerFixture::native() const
+{
+    TreePtr t(config->to_tree());
+    return tree_lines(t.get());
+}
+
+std::vector<std::string> WalkerFixture::read(bool state, const std::string &vrf, const std::string &prefix)
+{
+    ReadRequest req;
+    req.state = state;
+    req.vrf = vrf;
+    req.prefix = prefix;
+    zidl_yfw_datatree *out = nullptr;
+    WalkResult r = walker->read(req, &out);
+    EXPECT_TRUE(r.ok()) << rc_text(r.rc) << " " << r.message << " " << r.callback << " " << r.path;
+    TreePtr t(out);
+    return t ? tree_lines(t.get()) : std::vector<std::string>{};
+}
+
+} // namespace ocni::test
