@@ -284,8 +284,18 @@ TEST_P(StateReverse, MappingTheSameLeafTwiceChangesNothing)
     /* static entry, next-hop entry and leaf are all there already */
     EXPECT_EQ(count(h.trc_lines(), "default vrf already exists"), 3u);
     h.clear_traces();
+    h.ltrace(true);
     EXPECT_EQ(h.call(tag_cb, tag), 0u);
-    EXPECT_EQ(count(h.trc_lines(), "default vrf already exists"), 2u);
+    const std::string c = "TRC: YFW: ctx=" + h.ctx_text() + ",";
+    EXPECT_EQ(h.log_lines(), (Lines{c + "Start", c + "default vrf already exists",
+                                    c + "default vrf already exists", c + "End"}));
+    /* the lightweight trace names the exported member, and the helper that found the entry */
+    const std::string self = std::string("ymap_ocni_lr_") + GetParam().name + "_staticroutes_static_state_settag_rev:";
+    Lines lt = h.ltrace_lines();
+    ASSERT_EQ(lt.size(), 4u);
+    EXPECT_NE(lt[0].find(self), std::string::npos) << lt[0];
+    EXPECT_NE(lt[1].find("ymap_ocni_get_prefix_list:"), std::string::npos) << lt[1];
+    EXPECT_NE(lt[3].find(self), std::string::npos) << lt[3];
     EXPECT_EQ(h.out_lines(), first);
     EXPECT_EQ(first, expect({OC_NH + "/state/metric = 4", OC + "/state/set-tag = 2"}));
 }
