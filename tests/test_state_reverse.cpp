@@ -162,6 +162,36 @@ TEST_P(StateReverse, FullAnswerBecomesOpenConfigState)
     EXPECT_STREQ(nh_key->value, "eth0/1");
 }
 
+/* Each next-hop's leaves, the identity one included, land in its own entry of its own route. */
+TEST_P(StateReverse, SeveralRoutesAndNextHopsLandInTheirOwnEntries)
+{
+    const std::string rt_blue = subst(NI, "red", "blue") + "/static-route[prefix=$Q]";
+    AllocWatch w;
+    {
+        TreePtr in = build_tree(answer(RT + "/next-hops/next-hop[index=1]/state/next-hop = DROP\n" +
+                                       RT + "/next-hops/next-hop[index=1]/state/metric = 1\n" +
+                                       RT + "/next-hops/next-hop[index=2]/state/next-hop = 192.0.2.2\n" +
+                                       RT + "/next-hops/next-hop[index=2]/state/metric = 2\n" +
+                                       RT + "/static-routes-state/set-tag = 5\n" +
+                                       rt_blue + "/next-hops/next-hop[index=1]/state/next-hop = LOCAL_LINK\n" +
+                                       rt_blue + "/static-routes-state/set-tag = 6\n"));
+        walk(in.get());
+        const std::string oc_blue = subst(subst(OC, "red", "blue"), "$P", "$Q");
+        EXPECT_EQ(h.out_lines(), expect({
+                                     OC + "/next-hops/next-hop[index=1]/state/next-hop = DROP",
+                                     OC + "/next-hops/next-hop[index=1]/state/metric = 1",
+                                     OC + "/next-hops/next-hop[index=2]/state/next-hop = 192.0.2.2",
+                                     OC + "/next-hops/next-hop[index=2]/state/metric = 2",
+                                     OC + "/state/set-tag = 5",
+                                     oc_blue + "/next-hops/next-hop[index=1]/state/next-hop = LOCAL_LINK",
+                                     oc_blue + "/state/set-tag = 6",
+                                 }));
+        EXPECT_TRUE(h.err_lines().empty());
+    }
+    h.reset(YFW_REQ_READ_STATE);
+    EXPECT_EQ(w.grown(), 0); /* value namespaces and trim paths go with the request */
+}
+
 TEST_P(StateReverse, MissingNetworkInstanceNameMeansDefault)
 {
     TreePtr in = build_tree(answer(
