@@ -4,14 +4,20 @@
  * configuration persisted in the store directory.
  */
 #include <cstdio>
+#include <cstring>
+#include <set>
 #include <iostream>
 
+#include <libyang/libyang.h>
+
+#include "host/iface_table.h"
 #include "host/native_apply.h"
 #include "host/plugin_loader.h"
 #include "host/tree.h"
 #include "host/walker.h"
 #include "ocni_map_engine.h"
-#include OCNI_STORE_BACKEND_HEADER
+#include "host/store.h"
+#include "host/store_lmdb.h"
 
 namespace ocni::tool {
 
@@ -91,6 +97,7 @@ public:
 
     Outcome edit(const yang::Tree &openconfig, bool dry_run, std::string &changes) override
     {
+        register_interfaces(openconfig);
         HostTree in;
         Outcome o = convert(openconfig, in.root, nullptr);
         if (o.status != Outcome::kOk)
@@ -101,6 +108,7 @@ public:
     Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run,
                    std::string &changes) override
     {
+        register_interfaces(path_tree);
         HostTree in;
         Outcome o = convert(path_tree, in.root, &target);
         if (o.status != Outcome::kOk)
@@ -114,6 +122,7 @@ public:
         req.state = filter.state;
         req.vrf = filter.vrf;
         req.prefix = filter.prefix;
+        register_interfaces(yang::Tree{});
         zidl_yfw_datatree *raw = nullptr;
         h::WalkResult r = walker_->read(req, &raw);
         HostTree result(raw);
@@ -132,6 +141,7 @@ public:
 
     Outcome native_edit(const yang::Tree &native, bool dry_run, std::string &changes) override
     {
+        register_interfaces(native);
         HostTree in;
         Outcome o = convert(native, in.root, nullptr);
         if (o.status != Outcome::kOk)
@@ -142,13 +152,17 @@ public:
     Outcome vrf_add(const std::string &name) override
     {
         std::vector<std::string> changes;
-        return vrf_change(config_.add_vrf(name, changes), "VRF " + name + " already exists");
+        if (config_.vrf_known(name))
+            return Outcome::ok(); /* adding a known VRF changes nothing */
+        return vrf_change(config_.add_vrf(name, changes), "cannot add VRF " + name);
     }
 
     Outcome vrf_delete(const std::string &name) override
     {
         std::vector<std::string> changes;
-        return vrf_change(config_.remove_vrf(name, changes), "no VRF " + name);
+        std::string err;
+        bool removed = config_.remove_vrf(name, changes, err);
+        return vrf_change(removed, err.empty() ? "cannot delete VRF " + name : err);
     }
 
     Outcome vrf_list(std::vector<std::string> &names) override
@@ -163,6 +177,37 @@ private:
     h::NativeConfig config_;
     std::unique_ptr<h::Plugin> plugin_;
     std::unique_ptr<h::Walker> walker_;
+    std::set<std::string> interfaces_;
+    bool interfaces_known_ = false;
+
+    /*
+     * The router this host plays has every interface a request or the
+     * stored configuration names: register them with the interface manager.
+     */
+    void register_interfaces(const yang::Tree &tree)
+    {
+        if (!interfaces_known_) {
+            for (const auto &route : config_.routes())
+                for (const auto &nh : route.second.next_hops)
+                    add_interface(nh.first.interface);
+            interfaces_known_ = true;
+        }
+        for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
+            const lyd_node *elem;
+            LYD_TREE_DFS_BEGIN(top, elem) {
+                if (elem->schema != nullptr && (elem->schema->nodetype & LYS_LEAF) &&
+                    (strcmp(elem->schema->name, "interface") == 0 || strcmp(elem->schema->name, "interface-name") == 0))
+                    add_interface(lyd_get_value(elem));
+                LYD_TREE_DFS_END(top, elem);
+            }
+        }
+    }
+
+    void add_interface(const std::string &name)
+    {
+        if (!name.empty() && interfaces_.insert(name).second)
+            h::imc_add_interface(name, static_cast<uint32_t>(interfaces_.size()));
+    }
 
     static Outcome convert(const yang::Tree &tree, zidl_yfw_datatree *root, const yang::PathTarget *deleted)
     {
@@ -207,11 +252,14 @@ private:
 std::unique_ptr<Engine> make_engine(const yang::Context &ctx, const EngineOptions &options, Outcome &why)
 {
     std::string err;
-    std::unique_ptr<h::StoreBackend> backend = OCNI_OPEN_STORE_BACKEND(options.store_dir, err);
-    if (!backend) {
+    std::shared_ptr<h::StoreEngine> store = h::open_lmdb_engine(options.store_dir, err);
+    if (!store) {
         why = Outcome::fail(Outcome::kInternal, "store " + options.store_dir + ": " + err);
         return nullptr;
     }
+    /* The plug-in's store client and the native records share this engine. */
+    h::store_use_engine(store);
+    std::unique_ptr<h::StoreBackend> backend = h::make_engine_backend();
     auto engine = std::make_unique<WalkerEngine>(ctx, std::move(backend));
     why = engine->start(options);
     if (why.status != Outcome::kOk)
