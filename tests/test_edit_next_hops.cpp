@@ -398,6 +398,8 @@ std::vector<RefusalCase> refusal_cases()
          YFW_RC_INVALID_REQUEST, "Delete  received for the entry that has no nexthop config"},
         {"LeafDeleteOfUnknownIndex", "default", P4, {"NH[index=9]/config/metric (delete)"},
          SYSDB_RC_NOT_FOUND, ""},
+        {"MetricOfUnknownIndexAlone", "default", P4, {"NH[index=9]/config/metric = 5"},
+         YFW_RC_INVALID_REQUEST, "Invalid request"},
         {"IndexOf129Characters", "default", P4,
          {"NH[index=" + long_index(129) + "]/config/next-hop = 10.0.0.5"}, YFW_RC_INVALID_REQUEST,
          "Index is out of allowed range of 128 characters"},

@@ -1,0 +1,398 @@
+/*
+ * Edit-direction callbacks called one by one through the host harness:
+ * what they request in a read or state read, their argument checks, and
+ * the native rows the condition callbacks select.
+ */
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "host_fixture.h"
+#include "tree_builder.h"
+
+#include "ymap_ocni_openconfig_local_routing_man.h"
+
+using namespace ocni::host;
+using namespace ocni::test;
+
+namespace {
+
+const std::string PROTO = "/protocols/protocol[identifier=STATIC][name=DEFAULT]";
+
+std::string oc_static(const std::string &vrf, const std::string &prefix)
+{
+    return "/network-instances/network-instance[name=" + vrf + "]" + PROTO +
+           "/static-routes/static[prefix=" + prefix + "]";
+}
+
+Lines starting(const Lines &all, const std::string &head)
+{
+    Lines l;
+    for (const std::string &s : all)
+        if (s.compare(0, head.size(), head) == 0)
+            l.push_back(s);
+    return l;
+}
+
+/* ------------------------------------------------------------------ */
+/* State reads                                                         */
+/* ------------------------------------------------------------------ */
+
+const std::string OPER_ROUTE = "/network-instances/network-instance[name=default]/protocols/protocol/"
+                               "static-routes/static-route";
+
+std::string oper(const char *af, const std::string &rest)
+{
+    return std::string("/ocni/") + af + OPER_ROUTE + rest;
+}
+
+class StateRead : public HostFixture {
+protected:
+    /* Maps the static entry (and its route record) as the framework does in a state read. */
+    void open_static(const std::string &prefix, const std::string &leaf_lines = "")
+    {
+        h.reset(YFW_REQ_READ_STATE);
+        h.set_vrf("default");
+        const std::string st = prefix.empty()
+                                   ? "/network-instances/network-instance[name=default]" + PROTO +
+                                         "/static-routes/static"
+                                   : oc_static("default", prefix);
+        in_ = build_tree(st + "/config/prefix = " + prefix + "\n" + leaf_lines, OCNI_NS_OC_NI);
+        st_ = tree_find(in_.get(), st.c_str());
+        ASSERT_NE(st_, nullptr);
+        ASSERT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static, st_),
+                  0u);
+        h.reset_output();
+    }
+    const zidl_yfw_datatree *node(const std::string &path)
+    {
+        const zidl_yfw_datatree *n = tree_find(in_.get(), path.c_str());
+        EXPECT_NE(n, nullptr) << path;
+        return n;
+    }
+    TreePtr in_;
+    const zidl_yfw_datatree *st_ = nullptr;
+};
+
+TEST_F(StateRead, PrefixRequestsTheOperationalRouteOfItsFamilyOnly)
+{
+    struct Case {
+        const char *prefix, *af, *native;
+    } cases[] = {
+        {"10.1.0.0/16", "vrfipv4", "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.1.0.0][prefix-length=16]"},
+        {"2001:db8::/64", "vrfipv6", "/router-static/default-vrf/address-family/vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=2001:db8::][prefix-length=64]"},
+    };
+    for (const Case &c : cases) {
+        open_static(c.prefix);
+        const std::string key = "[prefix=" + std::string(c.prefix) + "]";
+        EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix,
+                         node(oc_static("default", c.prefix) + "/prefix")),
+                  0u);
+        EXPECT_EQ(h.out_lines(), (Lines{oper(c.af, key + "/static-routes-state/description"),
+                                        oper(c.af, key + "/static-routes-state/prefix"),
+                                        oper(c.af, key + "/static-routes-state/set-tag"), c.native}))
+            << c.prefix;
+    }
+}
+
+TEST_F(StateRead, PrefixWithoutValueRequestsBothFamilies)
+{
+    TreeBuilder b(OCNI_NS_OC_NI);
+    open_static("");
+    const std::string st = "/network-instances/network-instance[name=default]" + PROTO + "/static-routes/static";
+    TreePtr leaf = build_tree(st + "/prefix", OCNI_NS_OC_NI);
+    h.rc->vrf_path_flag = 1; /* the framework is adding the VRF entry */
+    EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix,
+                     tree_find(leaf.get(), (st + "/prefix").c_str())),
+              0u);
+    Lines expected;
+    for (const char *af : {"vrfipv4", "vrfipv6"}) {
+        for (const char *l : {"/prefix", "/static-routes-state/description", "/static-routes-state/prefix",
+                              "/static-routes-state/set-tag"})
+            expected.push_back(oper(af, l));
+        expected.push_back(std::string("/router-static/default-vrf/address-family/") + af +
+                           "/vrf-unicast/vrf-prefixes");
+    }
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(h.out_lines(), expected);
+}
+
+TEST_F(StateRead, NextHopIndexRequestsTheOperationalNextHopOfItsFamily)
+{
+    for (const char *prefix : {"10.1.0.0/16", "2001:db8::/64"}) {
+        const std::string nh = oc_static("default", prefix) + "/next-hops/next-hop[index=1]";
+        open_static(prefix, nh + "/config/index = 1");
+        EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index, node(nh + "/index")),
+                  0u);
+        const bool v4 = std::string(prefix).find(':') == std::string::npos;
+        const Lines out = h.out_lines();
+        EXPECT_EQ(starting(out, v4 ? "/ocni/vrfipv6" : "/ocni/vrfipv4"), Lines{}) << prefix;
+        const Lines mine = starting(out, v4 ? "/ocni/vrfipv4" : "/ocni/vrfipv6");
+        for (const char *leaf : {"/index", "/state/index", "/state/next-hop", "/state/metric",
+                                 "/interface-ref/state/interface", "/interface-ref/state/subinterface"}) {
+            bool found = false;
+            for (const std::string &l : mine)
+                found = found || l.find(std::string("/next-hops/next-hop") + leaf) != std::string::npos;
+            EXPECT_TRUE(found) << prefix << leaf;
+        }
+    }
+}
+
+/* ------------------------------------------------------------------ */
+/* Read-path rule and protocol filter of the static-routes container    */
+/* ------------------------------------------------------------------ */
+
+TEST_F(HostFixture, StaticRoutesContainerFollowsTheReadPathRuleAndTheProtocol)
+{
+    struct Case {
+        const char *name;
+        const char *identifier;
+        bool marker;
+        uint32_t mode;
+        cerrno rc;
+        Lines out;
+    } cases[] = {
+        {"NoMarker", "STATIC", false, 2, 0, {"/router-static (none)"}},
+        {"MarkerModeTwo", "STATIC", true, 2, 0, {}},
+        {"MarkerOtherMode", "static", true, 1, 0, {"/router-static (none)"}},
+        {"OtherProtocol", "BGP", false, 0, YFW_RC_NOT_APPLICABLE, {}},
+    };
+    for (const Case &c : cases) {
+        h.reset(YFW_REQ_READ);
+        h.set_vrf("default");
+        h.logging(false, true);
+        request_set_marker(h.req, Marker::B570, c.marker);
+        request_set_mode(h.req, c.mode);
+        const std::string sr = "/network-instances/network-instance[name=default]/protocols/protocol[identifier=" +
+                               std::string(c.identifier) + "][name=DEFAULT]/static-routes";
+        TreePtr in = build_tree(sr, OCNI_NS_OC_NI);
+        const zidl_yfw_datatree *n = tree_find(in.get(), sr.c_str());
+        ASSERT_NE(n, nullptr);
+        EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes, n, 0u), c.rc)
+            << c.name;
+        EXPECT_EQ(starting(h.out_lines(), "/router-static"), c.out) << c.name;
+        const Lines trc = h.trc_lines();
+        const bool filtered =
+            std::find(trc.begin(), trc.end(), "TRC: YFW: ctx=" + h.ctx_text() +
+                                                  ",Returing from here, as key is not STATIC") != trc.end();
+        EXPECT_EQ(filtered, c.rc == YFW_RC_NOT_APPLICABLE) << c.name;
+    }
+}
+
+/* ------------------------------------------------------------------ */
+/* Argument checks                                                     */
+/* ------------------------------------------------------------------ */
+
+TEST_F(HostFixture, MissingInputFailsWithAnErrorPathAndNoEndTrace)
+{
+    const LeafCb leaves[] = {
+        ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static,
+        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_prefix,
+        ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_nexthops_nexthop,
+        ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index,
+        ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_config_index,
+        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_nexthop,
+        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_interface,
+        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_subinterface,
+        ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_config_metric,
+        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_settag,
+        ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_config_settag_v2,
+        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_description,
+    };
+    const std::string bad = "ERR: YFW: ctx=%s,Invalid arguments passed!";
+    for (size_t i = 0; i < sizeof leaves / sizeof leaves[0]; i++) {
+        h.reset(YFW_REQ_EDIT);
+        h.logging(true, true);
+        EXPECT_EQ(leaves[i](h.ctx, nullptr, h.out), YFW_RC_MAP_FAILED) << i;
+        const Lines log = h.log_lines();
+        ASSERT_EQ(log.size(), 2u) << i;
+        EXPECT_EQ(log[0], "TRC: YFW: ctx=" + h.ctx_text() + ",Start");
+        EXPECT_EQ(log[1], "ERR: YFW: ctx=" + h.ctx_text() + ",Invalid arguments passed!");
+        EXPECT_EQ(h.error_paths().size(), 1u) << i;
+    }
+    /* The static key leaf needs only the output tree. */
+    h.reset(YFW_REQ_EDIT);
+    EXPECT_EQ(ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix(h.ctx, nullptr, nullptr),
+              YFW_RC_MAP_FAILED);
+    const ContainerCb containers[] = {
+        ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes,
+        ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops,
+    };
+    for (ContainerCb cb : containers) {
+        h.reset(YFW_REQ_EDIT);
+        EXPECT_EQ(cb(h.ctx, nullptr, 0u, h.out), YFW_RC_MAP_FAILED);
+        EXPECT_EQ(h.error_paths().size(), 1u);
+    }
+}
+
+/* ------------------------------------------------------------------ */
+/* Condition callbacks                                                 */
+/* ------------------------------------------------------------------ */
+
+/* The six rows of an index or metric table: IPv4 then IPv6; interface, combined, address list. */
+std::vector<xpath_list_type_t> six_rows(const char *leaf)
+{
+    std::vector<xpath_list_type_t> t(7);
+    const char *lists[] = {"vrf-next-hop-interface-name", "vrf-next-hop-interface-name-next-hop-address",
+                           "vrf-next-hop-next-hop-address"};
+    for (int i = 0; i < 6; i++) {
+        snprintf(t[i].path, sizeof t[i].path,
+                 "/router-static/vrfs/vrf/address-family/%s/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/"
+                 "vrf-next-hop-table/%s/%s",
+                 i < 3 ? "vrfipv4" : "vrfipv6", lists[i % 3], leaf);
+        snprintf(t[i].ns, sizeof t[i].ns, "%s", OCNI_NS_NATIVE);
+    }
+    snprintf(t[6].path, sizeof t[6].path, "NULL");
+    return t;
+}
+
+std::vector<int> selected(const std::vector<xpath_list_type_t> &t)
+{
+    std::vector<int> s;
+    for (size_t i = 0; i < t.size(); i++)
+        if (t[i].selected)
+            s.push_back((int)i);
+    return s;
+}
+
+/* What the record says about the next hop being mapped. */
+struct NhFacts {
+    bool v4 = true;
+    const char *next_hop = nullptr; /* an address or "DROP" */
+    const char *interface = nullptr;
+    const char *stored_addr = nullptr;
+    const char *stored_if = nullptr;
+    bool touched = false;
+};
+
+class Conditions : public HostFixture {
+protected:
+    ocni_route_common_data *record(uint32_t kind, const NhFacts &f)
+    {
+        h.reset(kind);
+        h.set_vrf("red");
+        auto *rec = static_cast<ocni_route_common_data *>(calloc(1, sizeof(ocni_route_common_data)));
+        h.rc->common_data_ptr = rec;
+        rec->is_ipv4 = f.v4;
+        rec->prefix = const_cast<char *>(f.v4 ? "10.1.0.0/16" : "2001:db8::/64");
+        rec->index = const_cast<char *>("1");
+        rec->has_next_hop = f.next_hop != nullptr;
+        rec->is_drop = f.next_hop != nullptr && strcmp(f.next_hop, "DROP") == 0;
+        rec->next_hop = const_cast<char *>(f.next_hop);
+        rec->has_interface = f.interface != nullptr;
+        rec->interface = const_cast<char *>(f.interface);
+        if (f.stored_addr != nullptr) {
+            rec->native_has_address = 1;
+            snprintf(rec->native_address, sizeof rec->native_address, "%s", f.stored_addr);
+        }
+        if (f.stored_if != nullptr) {
+            rec->native_has_interface = 1;
+            snprintf(rec->native_interface, sizeof rec->native_interface, "%s", f.stored_if);
+        }
+        rec->next_hop_touched = f.touched;
+        return rec;
+    }
+};
+
+TEST_F(Conditions, MetricRowFollowsTheMergedNextHop)
+{
+    struct Case {
+        const char *name;
+        NhFacts f;
+        std::vector<int> rows;
+        cerrno rc;
+    } cases[] = {
+        {"StoredAddressOnly", {true, nullptr, nullptr, "10.0.0.1", nullptr}, {2}, 0},
+        {"StoredBoth", {true, nullptr, nullptr, "10.0.0.1", "Gi0"}, {1}, 0},
+        {"StoredInterfaceOnly", {true, nullptr, nullptr, nullptr, "Gi0"}, {0}, 0},
+        {"NothingAnywhere", {true, nullptr, nullptr, nullptr, nullptr}, {}, YFW_RC_INVALID_REQUEST},
+        {"InterfaceOnStoredAddress", {true, nullptr, "Gi1", "10.0.0.1", nullptr}, {1}, 0},
+        {"InterfaceAlone", {true, nullptr, "Gi1", nullptr, nullptr}, {0}, 0},
+        {"AddressAndInterface", {true, "10.0.0.2", "Gi1", nullptr, nullptr}, {1}, 0},
+        {"AddressOnStoredInterface", {true, "10.0.0.2", nullptr, nullptr, "Gi0"}, {1}, 0},
+        {"AddressOnStoredDrop", {true, "10.0.0.2", nullptr, nullptr, "Null0"}, {2}, 0},
+        {"AddressAlone", {true, "10.0.0.2", nullptr, nullptr, nullptr}, {2}, 0},
+        {"Drop", {true, "DROP", nullptr, nullptr, nullptr}, {0}, 0},
+        {"AddressAloneV6", {false, "2001:db8::2", nullptr, nullptr, nullptr}, {5}, 0},
+        {"InterfaceAloneV6", {false, nullptr, "Gi1", nullptr, nullptr}, {3}, 0},
+    };
+    for (const Case &c : cases) {
+        record(YFW_REQ_EDIT, c.f);
+        std::vector<xpath_list_type_t> t = six_rows("metric");
+        EXPECT_EQ(ocni_metric_cond_manual_callback(h.ctx, 6, t.data()), c.rc) << c.name;
+        EXPECT_EQ(selected(t), c.rows) << c.name;
+        EXPECT_EQ(h.user_msg(), c.rc != 0 ? "Invalid request" : "") << c.name;
+    }
+}
+
+TEST_F(Conditions, IndexRowFollowsTheRequestOrTheStoredEntry)
+{
+    struct Case {
+        const char *name;
+        uint32_t kind;
+        NhFacts f;
+        uint32_t vrf_path_flag;
+        bool index;
+        std::vector<int> rows;
+    } cases[] = {
+        {"EditAddressAndInterface", YFW_REQ_EDIT, {true, "10.0.0.2", "Gi1"}, 0, true, {1}},
+        {"EditAddress", YFW_REQ_EDIT, {true, "10.0.0.2", nullptr}, 0, true, {2}},
+        {"EditDrop", YFW_REQ_EDIT, {true, "DROP", nullptr}, 0, true, {0}},
+        {"EditInterfaceV6", YFW_REQ_EDIT, {false, nullptr, "Gi1"}, 0, true, {3}},
+        {"EditNothingGiven", YFW_REQ_EDIT, {true}, 0, true, {}},
+        {"EditWrittenByTheList", YFW_REQ_EDIT, {true, "10.0.0.2", nullptr, nullptr, nullptr, true}, 0, true, {}},
+        {"ReadStoredBoth", YFW_REQ_READ, {true, nullptr, nullptr, "10.0.0.1", "Gi0"}, 0, true, {1}},
+        {"ReadWholeVrfV4", YFW_REQ_READ, {true}, 1, false, {0, 1, 2}},
+        {"ReadWholeVrfV6", YFW_REQ_READ_STATE, {false}, 1, false, {3, 4, 5}},
+        {"ReadStoredAddressV6", YFW_REQ_READ, {false, nullptr, nullptr, "2001:db8::1", nullptr}, 0, true, {5}},
+    };
+    for (const Case &c : cases) {
+        ocni_route_common_data *rec = record(c.kind, c.f);
+        if (!c.index)
+            rec->index = nullptr;
+        h.rc->vrf_path_flag = c.vrf_path_flag;
+        std::vector<xpath_list_type_t> t = six_rows("index");
+        EXPECT_EQ(ocni_index_cond_manual_callback(h.ctx, 6, t.data()), 0u) << c.name;
+        EXPECT_EQ(selected(t), c.rows) << c.name;
+    }
+}
+
+TEST_F(Conditions, ReadOfARouteWithoutPrefixSelectsEveryRow)
+{
+    ocni_route_common_data *rec = record(YFW_REQ_READ, NhFacts{false});
+    rec->prefix = nullptr;
+    std::vector<xpath_list_type_t> t = six_rows("metric");
+    EXPECT_EQ(ocni_metric_cond_manual_callback(h.ctx, 6, t.data()), 0u);
+    EXPECT_EQ(selected(t), (std::vector<int>{0, 1, 2, 3, 4, 5}));
+}
+
+TEST_F(Conditions, NextHopsContainerAddsTheTableOfItsVrfAndFamily)
+{
+    struct Case {
+        const char *vrf;
+        bool v4;
+        Lines out;
+    } cases[] = {
+        {"default", false, {"/router-static/default-vrf/address-family/vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table"}},
+        {"DEFAULT", true, {"/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table"}},
+        {"red", true, {"/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table"}},
+        {nullptr, true, {}},
+    };
+    for (const Case &c : cases) {
+        NhFacts f;
+        f.v4 = c.v4;
+        record(YFW_REQ_EDIT, f);
+        h.set_vrf(c.vrf);
+        TreePtr in = build_tree("/next-hops", OCNI_NS_OC_NI);
+        EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops,
+                         tree_find(in.get(), "/next-hops"), 0u),
+                  0u);
+        EXPECT_EQ(h.out_lines(), c.out) << (c.vrf ? c.vrf : "(none)");
+    }
+}
+
+} // namespace
