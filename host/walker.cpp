@@ -434,6 +434,24 @@ private:
         if (zidl_yfw_datatree *id = node_child(p, "identifier"))
             node_set_data_ns(id, NS_OC_PT);
         zidl_yfw_datatree *sr = ensure_container(p, "static-routes", NS_OC_NI);
+        const char *vrf = child_value(node_get(nir), "name");
+        if (vrf != nullptr && is_default_vrf(vrf)) {
+            /*
+             * The static list maps a prefix-less delete of the default
+             * instance to removals it adds while the suppression flag is
+             * still set, so they would be dropped: delete route by route.
+             */
+            NodeRef srr = node_ref(sr);
+            for (auto it = c_.routes().lower_bound(RouteKey{"default", true, "", ""});
+                 it != c_.routes().end() && it->first.vrf == "default"; ++it) {
+                zidl_yfw_datatree *st = node_add_entry(node_get(srr), "static",
+                                                       {{"prefix", it->first.prefix + "/" + it->first.length}},
+                                                       NS_OC_NI);
+                if (st != nullptr)
+                    node_set_op(st, YFW_DT_OP_DELETE);
+            }
+            return;
+        }
         zidl_yfw_datatree *st = node_add_child(sr, "static", NodeKind::Entry, nullptr, NS_OC_NI);
         if (st != nullptr)
             node_set_op(st, YFW_DT_OP_DELETE);
