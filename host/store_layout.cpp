@@ -154,6 +154,12 @@ std::string route_next_hop_dir(const std::string &vrf, bool ipv4, const std::str
 
 std::string next_hop_key(const NativeNextHop &nh)
 {
+    /* A comma would split a part; a "/" in the third or fourth part would split the path. */
+    for (const std::string *p : {&nh.interface, &nh.third, &nh.fourth})
+        if (p->find(',') != std::string::npos)
+            return std::string();
+    if (nh.third.find('/') != std::string::npos || nh.fourth.find('/') != std::string::npos)
+        return std::string();
     std::string addr;
     if (!nh.address.empty()) {
         addr = hex_address(nh.address, nh.ipv4);

@@ -59,7 +59,11 @@ std::string vrf_component(const std::string &vrf);
  * "" when the prefix is not an address of the family.
  */
 std::string route_next_hop_dir(const std::string &vrf, bool ipv4, const std::string &prefix, int length);
-/* "interface,address,third,fourth" with "/" as "_" and "________" for empty parts; "" on a bad address. */
+/*
+ * "interface,address,third,fourth" with "/" as "_" and "________" for empty
+ * parts; "" on a bad address or a part that would not survive the key (a
+ * comma anywhere, a "/" in the third or fourth part).
+ */
 std::string next_hop_key(const NativeNextHop &nh);
 /* Packed tuple "%d%d%d%d%d%d%d%d%s%s%d%s" of the next hop. */
 std::string next_hop_tuple(const NativeNextHop &nh);

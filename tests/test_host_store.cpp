@@ -318,6 +318,12 @@ TEST_F(StoreTest, BindRefusalsAndBadArguments)
     bad.prefix = "10.0.0.0";
     bad.address = "2001:db8::1"; /* not of the route's family */
     EXPECT_EQ(store_write_next_hop(bad), SYSDB_RC_INVALID_ARG);
+    bad.address.clear();
+    bad.interface = "Gi0/0,1"; /* would split the key */
+    EXPECT_EQ(store_write_next_hop(bad), SYSDB_RC_INVALID_ARG);
+    bad.interface = "Gi0/0";
+    bad.third = "a/b";
+    EXPECT_EQ(store_write_next_hop(bad), SYSDB_RC_INVALID_ARG);
     std::vector<NativeNextHop> all;
     ASSERT_EQ(store_all_next_hops(all), YFW_RC_OK);
     EXPECT_TRUE(all.empty());
