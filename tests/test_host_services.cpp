@@ -366,6 +366,35 @@ TEST(Trees, CloneAndDumpRoundTrip)
     EXPECT_THROW(build_tree("/a[k=v"), std::invalid_argument);
 }
 
+TEST(Trees, BuilderLiteralForms)
+{
+    TreePtr t = build_tree(R"(
+        # comments and blank lines are skipped
+
+        /a/empty =
+        /a/eq = x = y
+        /a/paren = (not an op)
+        /r/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1] (delete)
+        /r/static[prefix=10.0.0.0/8]/config/prefix = 10.0.0.0/8 (merge)
+        /n/vrf/vrf-name = red
+    )");
+    EXPECT_EQ(tree_lines(t.get()), (Lines{"/a/empty = ", "/a/eq = x = y", "/a/paren = (not an op)",
+                                          "/n/vrf[vrf-name=red]",
+                                          "/r/static[prefix=10.0.0.0/8]/config/prefix = 10.0.0.0/8 (merge)",
+                                          "/r/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1] (delete)"}));
+    /* A key leaf given as a path of its own is flagged, and its entry found by it. */
+    zidl_yfw_datatree *vrf = tree_find(t.get(), "/n/vrf[vrf-name=red]");
+    ASSERT_NE(vrf, nullptr);
+    EXPECT_EQ(vrf->flags & YFW_DT_F_LIST, YFW_DT_F_LIST);
+    EXPECT_EQ(vrf->children[0].flags & YFW_DT_F_LIST, YFW_DT_F_LIST);
+    zidl_yfw_datatree *nh = tree_find(t.get(), "/r/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1]");
+    ASSERT_NE(nh, nullptr);
+    EXPECT_EQ(nh->op, YFW_DT_OP_DELETE);
+    EXPECT_EQ(nh->flags & YFW_DT_F_OP, YFW_DT_F_OP);
+    EXPECT_EQ(node_instance_path(nh), "/r/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1]");
+    EXPECT_EQ(node_schema_path(nh), "/r/static/next-hops/next-hop");
+}
+
 TEST(Trees, HandlesOutliveSiblingAdditionsAndDieWithTheTree)
 {
     zidl_yfw_datatree *root = tree_new();
