@@ -1,0 +1,135 @@
+/*
+ * Registration tables and plug-in loading: every binding names a callback
+ * the plug-in exports, names and nodes agree (family, VRF kind, callback
+ * kind), every mapping callback of the plug-in is bound, and a plug-in
+ * lacking a symbol is refused naming it.
+ */
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <string>
+
+#include "host/plugin_loader.h"
+#include "host/registration.h"
+#include "walker_fixture.h"
+
+using namespace ocni::host;
+
+namespace {
+
+bool contains(const std::string &s, const char *part) { return s.find(part) != std::string::npos; }
+
+TEST(Registration, NamesSpellTheFamilyAndVrfKindOfTheirNode)
+{
+    for (const Binding &b : registration_table()) {
+        SCOPED_TRACE(b.callback + " at " + b.schema_path);
+        const bool v4_path = contains(b.schema_path, "/vrfipv4/");
+        const bool v6_path = contains(b.schema_path, "/vrfipv6/");
+        if (b.model == Model::Native && b.family != Family::Any) {
+            EXPECT_NE(v4_path, v6_path);
+            EXPECT_EQ(b.family == Family::IPv4, v4_path);
+            const bool v4_name = contains(b.callback, "_lvle_") || contains(b.callback, "_lvln_") ||
+                                 contains(b.callback, "_lvlan_");
+            const bool v6_name = contains(b.callback, "_lvlg_") || contains(b.callback, "_lvlt_") ||
+                                 contains(b.callback, "_lvlbf_");
+            const bool any_name = contains(b.callback, "leaf_routerstatic_"); /* index, metric, bfd serve both */
+            EXPECT_TRUE(any_name || (v4_name ? v4_path : v6_name && v6_path));
+            if (contains(b.callback, "_vrfprefix_prefix"))
+                EXPECT_EQ(contains(b.callback, "_namedvrf"), contains(b.schema_path, "/vrfs/vrf/"));
+        }
+        if (b.model == Model::Operational) {
+            EXPECT_EQ(contains(b.callback, "_ipv4_"), b.schema_path.rfind("/ocni/vrfipv4/", 0) == 0);
+            EXPECT_EQ(contains(b.callback, "_ipv6_"), b.schema_path.rfind("/ocni/vrfipv6/", 0) == 0);
+            EXPECT_TRUE(contains(b.callback, "_rev"));
+        }
+        if (b.model == Model::OpenConfigState) {
+            EXPECT_TRUE(contains(b.callback, "_fwd"));
+            EXPECT_TRUE(contains(b.schema_path, "/state/"));
+        }
+        /* The container kind (subtrees argument) goes with container callbacks only. */
+        const bool container_name = contains(b.callback, "_cont_") || contains(b.callback, "_staticroutes_rev") ||
+                                    contains(b.callback, "_static_nexthops_rev");
+        if (b.kind != CallbackKind::Condition)
+            EXPECT_EQ(b.kind == CallbackKind::Container, container_name);
+        if (b.kind == CallbackKind::Condition)
+            EXPECT_TRUE(contains(b.callback, "_cond_manual_callback"));
+    }
+}
+
+TEST(Registration, EveryNodeIsServedOncePerFamily)
+{
+    std::set<std::tuple<int, std::string, int, int>> seen;
+    for (const Binding &b : registration_table()) {
+        auto key = std::make_tuple(static_cast<int>(b.model), b.schema_path, static_cast<int>(b.family),
+                                   static_cast<int>(b.kind == CallbackKind::Condition));
+        EXPECT_TRUE(seen.insert(key).second) << "second binding for " << b.schema_path << ": " << b.callback;
+    }
+}
+
+/* Every mapping callback the plug-in exports is bound, except those the plug-in calls itself. */
+TEST(Registration, EveryExportedMappingCallbackIsBound)
+{
+    const char *src = std::getenv("OCNI_SOURCE_DIR");
+    std::ifstream f(std::string(src ? src : ".") + "/../shared/exports/functions.txt");
+    if (!f)
+        GTEST_SKIP() << "exports list not available";
+    const std::set<std::string> called_by_the_plugin = {
+        "ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_config_settag_v2",
+        "ymap_oc_ni_add_vrf_metadata", "ymap_oc_ni_add_protocol_static_metadata", "ymap_ocni_get_prefix_list",
+        "ymap_ocni_get_index_list"};
+    std::set<std::string> bound;
+    for (const std::string &n : registration_callback_names())
+        bound.insert(n);
+    std::set<std::string> exported;
+    for (std::string line; std::getline(f, line);) {
+        if ((line.rfind("ymap_", 0) == 0 || line.find("_cond_manual_callback") != std::string::npos) &&
+            !called_by_the_plugin.count(line))
+            exported.insert(line);
+    }
+    ASSERT_FALSE(exported.empty());
+    EXPECT_EQ(bound, exported);
+}
+
+TEST(PluginLoader, LoadsTheBuiltPluginAndResolvesEveryName)
+{
+    std::string err;
+    auto p = Plugin::load(ocni::test::plugin_library_path(), err);
+    ASSERT_NE(p, nullptr) << err;
+    EXPECT_EQ(p->size(), registration_callback_names().size());
+    for (const std::string &n : registration_callback_names())
+        EXPECT_NE(p->symbol(n), nullptr) << n;
+}
+
+TEST(PluginLoader, AMissingSymbolIsAStartupErrorNamingIt)
+{
+    const std::string missing = "ymap_xo_ocni_velmarornqzipstaticcfg_leaf_routerstatic_metric";
+    static int dummy;
+    std::string err;
+    auto p = Plugin::from_lookup([&](const std::string &n) -> void * { return n == missing ? nullptr : &dummy; },
+                                 err);
+    EXPECT_EQ(p, nullptr);
+    EXPECT_NE(err.find(missing), std::string::npos) << err;
+
+    err.clear();
+    EXPECT_EQ(Plugin::load("/nonexistent/libnothing.so", err), nullptr);
+    EXPECT_NE(err.find("/nonexistent/libnothing.so"), std::string::npos) << err;
+}
+
+TEST(BindingIndex, PrunesSubtreesWithoutBindings)
+{
+    BindingIndex oc(Model::OpenConfigEdit);
+    EXPECT_TRUE(oc.has_bindings_below("/network-instances"));
+    EXPECT_TRUE(oc.has_bindings_below("/network-instances/network-instance/protocols/protocol/static-routes"));
+    EXPECT_FALSE(oc.has_bindings_below("/network-instances/network-instance/config"));
+    EXPECT_FALSE(oc.has_bindings_below("/router-static"));
+    const auto *idx = oc.find("/network-instances/network-instance/protocols/protocol/static-routes/static/"
+                              "next-hops/next-hop/index");
+    ASSERT_NE(idx, nullptr);
+    ASSERT_EQ(idx->size(), 2u); /* the key leaf callback and its condition table */
+    EXPECT_EQ((*idx)[0]->kind, CallbackKind::Leaf);
+    EXPECT_EQ((*idx)[1]->kind, CallbackKind::Condition);
+}
+
+} // namespace

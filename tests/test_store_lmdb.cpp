@@ -1,0 +1,217 @@
+/*
+ * The persistent store engine: ordered keys, transactions, persistence
+ * across reopening, and all-or-nothing commits under a process killed at
+ * any moment.
+ */
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <map>
+#include <string>
+
+#include "host/native_apply.h"
+#include "host/store.h"
+#include "host/store_lmdb.h"
+#include "host/tree.h"
+#include "tree_builder.h"
+#include "ocni_common.h"
+
+using namespace ocni::host;
+using namespace ocni::test;
+
+namespace {
+
+class StoreLmdb : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char tmpl[] = "/tmp/ocni-lmdb-XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir_ = tmpl;
+        dir_ += "/store"; /* a directory that does not exist yet */
+    }
+    void TearDown() override
+    {
+        store_reset();
+        std::string cmd = "rm -rf '" + dir_.substr(0, dir_.rfind('/')) + "'";
+        ASSERT_EQ(system(cmd.c_str()), 0);
+    }
+    std::shared_ptr<StoreEngine> open()
+    {
+        std::string err;
+        auto e = open_lmdb_engine(dir_, err);
+        EXPECT_NE(e, nullptr) << err;
+        return e;
+    }
+    std::map<std::string, std::string> dump(StoreEngine &e, const std::string &lo = "", const std::string &hi = "")
+    {
+        std::map<std::string, std::string> m;
+        EXPECT_EQ(e.scan(lo, hi, [&](const std::string &k, const std::string &v) {
+            m[k] = v;
+            return true;
+        }), 0u);
+        return m;
+    }
+    std::string dir_;
+};
+
+TEST_F(StoreLmdb, KeysComeBackInByteOrderWithinTheirRange)
+{
+    auto e = open();
+    ASSERT_NE(e, nullptr);
+    for (const char *k : {"/b/2", "/a/1", "/b/1", "/b/", "/c"})
+        ASSERT_EQ(e->put(k, std::string("v") + k), 0u);
+    std::map<std::string, std::string> want = {{"/b/", "v/b/"}, {"/b/1", "v/b/1"}, {"/b/2", "v/b/2"}};
+    EXPECT_EQ(dump(*e, "/b/", prefix_end("/b/")), want);
+    std::string v;
+    EXPECT_EQ(e->get("/a/1", v), 0u);
+    EXPECT_EQ(v, "v/a/1");
+    EXPECT_EQ(e->get("/a/2", v), SYSDB_RC_NOT_FOUND);
+    EXPECT_EQ(e->del("/a/2"), SYSDB_RC_NOT_FOUND);
+    EXPECT_EQ(e->del("/a/1"), 0u);
+    EXPECT_EQ(dump(*e).size(), 4u);
+    /* A visitor may stop early, and a scan over more than one chunk sees every key once. */
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_EQ(e->put("/m/" + std::to_string(100000 + i), "x"), 0u);
+    int seen = 0;
+    e->scan("/m/", prefix_end("/m/"), [&](const std::string &, const std::string &) { return ++seen < 10; });
+    EXPECT_EQ(seen, 10);
+    EXPECT_EQ(dump(*e, "/m/", prefix_end("/m/")).size(), 1000u);
+}
+
+TEST_F(StoreLmdb, TransactionsApplyTogetherOrNotAtAll)
+{
+    auto e = open();
+    ASSERT_EQ(e->put("/k/keep", "1"), 0u);
+    ASSERT_EQ(e->begin(), 0u);
+    EXPECT_EQ(e->begin(), SYSDB_RC_FAILED) << "one transaction at a time";
+    e->put("/k/new", "2");
+    e->del("/k/keep");
+    std::string v;
+    EXPECT_EQ(e->get("/k/new", v), 0u) << "the transaction sees its own writes";
+    ASSERT_EQ(e->abort(), 0u);
+    EXPECT_EQ(dump(*e), (std::map<std::string, std::string>{{"/k/keep", "1"}}));
+
+    ASSERT_EQ(e->begin(), 0u);
+    e->put("/k/new", "2");
+    e->del("/k/keep");
+    ASSERT_EQ(e->commit(), 0u);
+    EXPECT_EQ(e->commit(), SYSDB_RC_FAILED);
+    EXPECT_EQ(dump(*e), (std::map<std::string, std::string>{{"/k/new", "2"}}));
+}
+
+TEST_F(StoreLmdb, ContentSurvivesReopening)
+{
+    {
+        auto e = open();
+        ASSERT_EQ(e->begin(), 0u);
+        for (int i = 0; i < 5000; ++i)
+            e->put("/r/" + std::to_string(i), std::string(100, 'x'));
+        ASSERT_EQ(e->commit(), 0u);
+    }
+    auto e = open();
+    EXPECT_EQ(dump(*e).size(), 5000u);
+}
+
+TEST_F(StoreLmdb, UnusableDirectoryIsAClearError)
+{
+    std::string err;
+    EXPECT_EQ(open_lmdb_engine("/proc/version/store", err), nullptr);
+    EXPECT_FALSE(err.empty());
+}
+
+/* The native configuration through the engine: what one process commits, the next one reads. */
+TEST_F(StoreLmdb, NativeConfigurationSurvivesARestart)
+{
+    const std::string e =
+        "/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv6/vrf-unicast/vrf-prefixes/"
+        "vrf-prefix[prefix=2001:db8::][prefix-length=64]/vrf-route/vrf-next-hop-table/"
+        "vrf-next-hop-interface-name-next-hop-address[interface-name=Gi0/0/0/1.5][next-hop-address=2001:db8::1]";
+    std::vector<std::string> before;
+    {
+        store_use_engine(open());
+        auto backend = make_engine_backend();
+        NativeConfig c(backend.get());
+        std::string err;
+        ASSERT_TRUE(c.open(err)) << err;
+        std::vector<std::string> changes;
+        ASSERT_TRUE(c.add_vrf("red", changes));
+        TreePtr in = build_tree(e + "/metric = 4\n" + e + "/description = \"a b\"\n" + e + "/index = ##x##\n",
+                                OCNI_NS_NATIVE);
+        ASSERT_TRUE(c.apply(in.get(), changes, err)) << err;
+        ASSERT_TRUE(c.commit(err)) << err;
+        TreePtr t(c.to_tree());
+        before = tree_lines(t.get());
+        store_reset();
+    }
+    store_use_engine(open());
+    auto backend = make_engine_backend();
+    NativeConfig c(backend.get());
+    std::string err;
+    ASSERT_TRUE(c.open(err)) << err;
+    TreePtr t(c.to_tree());
+    EXPECT_EQ(tree_lines(t.get()), before);
+    EXPECT_TRUE(c.vrf_known("red"));
+    /* And in the layout the plug-in's lookups read. */
+    std::map<std::string, std::string> m = dump(*store_engine(), "/cfg/gl/static/router/", prefix_end("/cfg/gl/static/router/"));
+    ASSERT_EQ(m.size(), 1u);
+    EXPECT_NE(m.begin()->first.find("ord_v/red/address/ipv6/"), std::string::npos) << m.begin()->first;
+}
+
+/*
+ * A process killed while committing leaves the store as before or after
+ * the commit: the child rewrites every key in one transaction, over and
+ * over, and is killed at a random moment; the parent then finds all keys
+ * with one and the same generation.
+ */
+TEST_F(StoreLmdb, KilledWhileCommittingLeavesBeforeOrAfterNeverBetween)
+{
+    const int KEYS = 3000;
+    {
+        auto e = open();
+        ASSERT_EQ(e->begin(), 0u);
+        for (int k = 0; k < KEYS; ++k)
+            e->put("/gen/" + std::to_string(k), "0");
+        ASSERT_EQ(e->commit(), 0u);
+    }
+    srand(static_cast<unsigned>(time(nullptr)));
+    int generations_seen = 0;
+    for (int round = 0; round < 8; ++round) {
+        pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            std::string err;
+            auto e = open_lmdb_engine(dir_, err);
+            if (!e)
+                _exit(2);
+            for (int gen = 1;; ++gen) {
+                e->begin();
+                for (int k = 0; k < KEYS; ++k)
+                    e->put("/gen/" + std::to_string(k), std::to_string(gen));
+                e->commit();
+            }
+        }
+        usleep(20000 + rand() % 200000);
+        kill(pid, SIGKILL);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "child ended on its own: " << status;
+
+        auto e = open();
+        ASSERT_NE(e, nullptr);
+        std::map<std::string, std::string> m = dump(*e, "/gen/", prefix_end("/gen/"));
+        ASSERT_EQ(m.size(), static_cast<size_t>(KEYS));
+        const std::string gen = m.begin()->second;
+        for (const auto &kv : m)
+            ASSERT_EQ(kv.second, gen) << "key " << kv.first << " in round " << round;
+        generations_seen += gen != "0";
+    }
+    EXPECT_GT(generations_seen, 0) << "no commit ever completed before the kill";
+}
+
+} // namespace
