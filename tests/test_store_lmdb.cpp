@@ -76,8 +76,10 @@ TEST_F(StoreLmdb, KeysComeBackInByteOrderWithinTheirRange)
     EXPECT_EQ(e->del("/a/1"), 0u);
     EXPECT_EQ(dump(*e).size(), 4u);
     /* A visitor may stop early, and a scan over more than one chunk sees every key once. */
+    ASSERT_EQ(e->begin(), 0u);
     for (int i = 0; i < 1000; ++i)
         ASSERT_EQ(e->put("/m/" + std::to_string(100000 + i), "x"), 0u);
+    ASSERT_EQ(e->commit(), 0u);
     int seen = 0;
     e->scan("/m/", prefix_end("/m/"), [&](const std::string &, const std::string &) { return ++seen < 10; });
     EXPECT_EQ(seen, 10);

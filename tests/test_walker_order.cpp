@@ -154,16 +154,16 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
     ASSERT_NE(sr, nullptr);
     EXPECT_EQ(sr->subtrees, 1u) << "static-routes has a static entry to map";
     EXPECT_EQ(sr->vrf, "red");
-    EXPECT_EQ(sr->entries, 0u);
+    EXPECT_EQ(sr->entries, 2u) << "network-instance and protocol entries on the input stack";
     const Call *pfx = find("_static_prefix");
     ASSERT_NE(pfx, nullptr);
     EXPECT_EQ(pfx->node, "prefix=10.0.0.0/24");
     /* network-instances, network-instance, protocols, protocol, static-routes, static */
     EXPECT_EQ(pfx->depth, 6);
-    EXPECT_EQ(pfx->entries, 1u);
+    EXPECT_EQ(pfx->entries, 3u);
     const Call *nhi = find("_nexthop_index");
     ASSERT_NE(nhi, nullptr);
-    EXPECT_EQ(nhi->entries, 2u) << "static and next-hop entries on the input stack";
+    EXPECT_EQ(nhi->entries, 4u) << "and the static and next-hop entries";
 }
 
 TEST_F(WalkerOrder, ARefusalAbortsTheEditWithItsMessageAndCallbackAndStoresNothing)
