@@ -199,7 +199,7 @@ TEST_F(Cli, PublishedModulesCheckInputTheSameWay)
     Outcome bad = run("--yang-dir " + quote(published) + " edit " + example("invalid-leaf.json"));
     EXPECT_EQ(bad.status, 2);
     EXPECT_NE(bad.err.find("config/metric"), std::string::npos) << bad.err;
-    Outcome good = run("--yang-dir " + quote(published) + " edit --dry-run " + example("05-ipv6-red-address.json"));
+    Outcome good = run("--yang-dir " + quote(published) + " edit --dry-run " + example("03-ipv4-red-address-and-interface.json"));
     if (engine_missing(good))
         GTEST_SKIP() << "walker not built: " << good.err;
     EXPECT_EQ(good.status, 0) << good.err;

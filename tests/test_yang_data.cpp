@@ -490,3 +490,27 @@ TEST_F(YangData, HostTreeTheSchemaRefusesIsAnInternalErrorNamingThePath)
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(YangData, ReadNetworkInstancesGetTheirConfigNameOnce)
+{
+    y::Tree tree;
+    std::string doc = "{\"openconfig-network-instance:network-instances\":{\"network-instance\":["
+                      "{\"name\":\"red\"},{\"name\":\"default\",\"config\":{\"name\":\"default\"}},"
+                      "{\"name\":\"blue\",\"protocols\":{}}]}}";
+    ASSERT_FALSE(parse(doc, tree));
+    ASSERT_FALSE(y::complete_network_instance_names(tree));
+    std::string text = json(tree);
+    for (const char *name : {"red", "default", "blue"}) {
+        std::string want = std::string("\"config\": {\n          \"name\": \"") + name + "\"";
+        size_t at = text.find(want);
+        EXPECT_NE(at, std::string::npos) << name << " in\n" << text;
+        EXPECT_EQ(text.find(want, at + 1), std::string::npos) << name << " twice in\n" << text;
+    }
+    y::Tree empty;
+    EXPECT_FALSE(y::complete_network_instance_names(empty));
+    EXPECT_TRUE(empty == nullptr);
+}
+
+}  // namespace

@@ -128,7 +128,11 @@ public:
         HostTree result(raw);
         if (!r.ok())
             return failure(r);
-        return back(result.root, out);
+        Outcome o = back(result.root, out);
+        if (o.status != Outcome::kOk)
+            return o;
+        yang::Error e = yang::complete_network_instance_names(out);
+        return e ? Outcome::fail(Outcome::kInternal, e.message) : Outcome::ok();
     }
 
     Outcome native_get(yang::Tree &out) override

@@ -166,6 +166,32 @@ Error check_canonical_prefixes(const Tree &tree)
     return Error{};
 }
 
+Error complete_network_instance_names(Tree &tree)
+{
+    for (lyd_node *top = tree.get(); top != nullptr; top = top->next) {
+        if (top->schema == nullptr || strcmp(top->schema->name, "network-instances") != 0 ||
+            strcmp(top->schema->module->ns, kNetworkInstanceNs) != 0)
+            continue;
+        for (lyd_node *ni = lyd_child(top); ni != nullptr; ni = ni->next) {
+            lyd_node *key = lyd_child(ni);
+            if (key == nullptr || strcmp(LYD_NAME(key), "name") != 0)
+                continue;
+            lyd_node *config = nullptr, *name = nullptr;
+            for (lyd_node *c = lyd_child(ni); c != nullptr; c = c->next)
+                if (strcmp(LYD_NAME(c), "config") == 0)
+                    config = c;
+            if (config == nullptr && lyd_new_inner(ni, nullptr, "config", 0, &config) != LY_SUCCESS)
+                return Error::internal("cannot add config to " + node_path(ni));
+            for (lyd_node *c = lyd_child(config); c != nullptr; c = c->next)
+                if (strcmp(LYD_NAME(c), "name") == 0)
+                    name = c;
+            if (name == nullptr && lyd_new_term(config, nullptr, "name", lyd_get_value(key), 0, nullptr) != LY_SUCCESS)
+                return Error::internal("cannot add config/name to " + node_path(ni));
+        }
+    }
+    return Error{};
+}
+
 /* ------------------------------------------------------------------ */
 /* libyang -> framework tree                                           */
 /* ------------------------------------------------------------------ */

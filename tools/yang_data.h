@@ -54,6 +54,13 @@ bool canonical_prefix(const std::string &prefix, std::string &canonical);
 Error check_canonical_prefixes(const Tree &tree);
 
 /*
+ * Gives every network instance of an OpenConfig tree its config/name when
+ * it has none: a network instance that is read back exists, and a read fed
+ * back as an edit must recreate it.
+ */
+Error complete_network_instance_names(Tree &tree);
+
+/*
  * Receives the nodes of a converted tree, parents before children. The
  * host's tree API implements it; add() returns the new node, or null
  * when out of memory. `parent` is stable while its own children are
