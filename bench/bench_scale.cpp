@@ -1,0 +1,221 @@
+/*
+ * Scale: N static routes (N = 10 000 and 100 000) edited, read and read
+ * with state through ocni-map's engine, each compared with libyang's own
+ * parse-and-validate of the same document.
+ *
+ *   ocni_bench --benchmark_counters_tabular=true
+ *
+ * Every figure is one whole command as a user runs it: edit parses the
+ * document, maps it and commits it to a fresh LMDB store; get and
+ * get --state read the store, map it and print RFC 7951 JSON. The counter
+ * max_rss_MiB is the process's peak resident memory so far.
+ */
+#include <benchmark/benchmark.h>
+#include <libyang/libyang.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "host/store.h"
+#include "ocni_map_engine.h"
+#include "yang_context.h"
+#include "yang_data.h"
+
+namespace {
+
+using namespace ocni;
+
+/*
+ * A document of `n` routes in the default instance: prefixes 10.a.b.0/24,
+ * one next hop each, every fourth with a metric and every tenth with an
+ * interface as well.
+ */
+std::string routes_document(int n)
+{
+    std::string d;
+    d.reserve(static_cast<size_t>(n) * 260);
+    d += "{\"openconfig-network-instance:network-instances\":{\"network-instance\":[{\"name\":\"default\","
+         "\"protocols\":{\"protocol\":[{\"identifier\":\"openconfig-policy-types:STATIC\",\"name\":\"DEFAULT\","
+         "\"static-routes\":{\"static\":[";
+    char buf[512];
+    for (int i = 0; i < n; ++i) {
+        int a = (i >> 8) & 0xff, b = i & 0xff, c = (i >> 16) & 0xff;
+        char prefix[32], hop[32];
+        snprintf(prefix, sizeof prefix, "%d.%d.%d.0/24", 10 + c, a, b);
+        snprintf(hop, sizeof hop, "192.%d.%d.1", 168 + c, a);
+        std::string extra;
+        if (i % 4 == 0)
+            extra += ",\"metric\":" + std::to_string(1 + i % 200);
+        snprintf(buf, sizeof buf,
+                 "%s{\"prefix\":\"%s\",\"config\":{\"prefix\":\"%s\"},\"next-hops\":{\"next-hop\":[{\"index\":\"1\","
+                 "\"config\":{\"index\":\"1\",\"next-hop\":\"%s\"%s}%s}]}}",
+                 i ? "," : "", prefix, prefix, hop, extra.c_str(),
+                 i % 10 == 0 ? ",\"interface-ref\":{\"config\":{\"interface\":\"GigabitEthernet0/0/0/1\"}}" : "");
+        d += buf;
+    }
+    d += "]}}]}}]}}";
+    return d;
+}
+
+double max_rss_mib()
+{
+    struct rusage ru;
+    getrusage(RUSAGE_SELF, &ru);
+    return static_cast<double>(ru.ru_maxrss) / 1024.0;
+}
+
+const yang::Context &context()
+{
+    static yang::Context *ctx = [] {
+        auto *c = new yang::Context;
+        yang::Error e = c->open(OCNI_BENCH_YANG_DIR);
+        if (e) {
+            fprintf(stderr, "YANG modules: %s\n", e.message.c_str());
+            exit(1);
+        }
+        return c;
+    }();
+    return *ctx;
+}
+
+const std::string &document(int n)
+{
+    static std::string docs[2];
+    std::string &d = docs[n >= 100000 ? 1 : 0];
+    if (d.empty())
+        d = routes_document(n);
+    return d;
+}
+
+std::string fresh_store_dir()
+{
+    char tmpl[] = "/tmp/ocni-bench-XXXXXX";
+    if (mkdtemp(tmpl) == nullptr) {
+        perror("mkdtemp");
+        exit(1);
+    }
+    return tmpl;
+}
+
+void remove_dir(const std::string &dir)
+{
+    std::string cmd = "rm -rf '" + dir + "'";
+    if (system(cmd.c_str()) != 0)
+        fprintf(stderr, "could not remove %s\n", dir.c_str());
+}
+
+std::unique_ptr<tool::Engine> open_engine(const std::string &dir)
+{
+    tool::EngineOptions o;
+    o.store_dir = dir;
+    o.plugin_path = OCNI_BENCH_PLUGIN;
+    tool::Outcome why;
+    auto e = tool::make_engine(context(), o, why);
+    if (!e) {
+        fprintf(stderr, "engine: %s\n", why.message.c_str());
+        exit(1);
+    }
+    return e;
+}
+
+/* Parses and edits the document into the engine's store; exits on failure. */
+void edit_document(tool::Engine &e, const std::string &doc)
+{
+    yang::Tree t;
+    yang::Error err = yang::parse_fragment(context(), doc, yang::Format::kJson, yang::Model::kOpenConfig, t);
+    if (err) {
+        fprintf(stderr, "parse: %s\n", err.message.c_str());
+        exit(1);
+    }
+    std::string changes;
+    tool::Outcome o = e.edit(t, false, changes);
+    if (o.status != tool::Outcome::kOk) {
+        fprintf(stderr, "edit: %s\n", o.message.c_str());
+        exit(1);
+    }
+}
+
+/* libyang's parse and validation of the document, the yardstick. */
+void BM_LibyangParseValidate(benchmark::State &state)
+{
+    const std::string &doc = document(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        lyd_node *tree = nullptr;
+        LY_ERR rc = lyd_parse_data_mem(context().raw(), doc.c_str(), LYD_JSON, LYD_PARSE_STRICT | LYD_PARSE_NO_STATE,
+                                       LYD_VALIDATE_PRESENT, &tree);
+        if (rc != LY_SUCCESS) {
+            state.SkipWithError(context().take_errors("libyang refused the document").c_str());
+            break;
+        }
+        lyd_free_all(tree);
+    }
+    state.counters["routes"] = static_cast<double>(state.range(0));
+    state.counters["max_rss_MiB"] = max_rss_mib();
+}
+
+void BM_Edit(benchmark::State &state)
+{
+    const std::string &doc = document(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::string dir = fresh_store_dir();
+        ocni::host::store_reset();
+        auto engine = open_engine(dir);
+        state.ResumeTiming();
+        edit_document(*engine, doc);
+        state.PauseTiming();
+        engine.reset();
+        ocni::host::store_reset();
+        remove_dir(dir);
+        state.ResumeTiming();
+    }
+    state.counters["routes"] = static_cast<double>(state.range(0));
+    state.counters["max_rss_MiB"] = max_rss_mib();
+}
+
+void get_bench(benchmark::State &state, bool with_state)
+{
+    const std::string &doc = document(static_cast<int>(state.range(0)));
+    std::string dir = fresh_store_dir();
+    ocni::host::store_reset();
+    {
+        auto loader = open_engine(dir);
+        edit_document(*loader, doc);
+    }
+    size_t printed = 0;
+    for (auto _ : state) {
+        /* A command opens the store afresh, reads, maps and prints. */
+        auto engine = open_engine(dir);
+        tool::ReadFilter f;
+        f.state = with_state;
+        yang::Tree out;
+        tool::Outcome o = engine->get(f, out);
+        if (o.status != tool::Outcome::kOk) {
+            state.SkipWithError(o.message.c_str());
+            break;
+        }
+        std::string json;
+        yang::print_json(out, json);
+        printed = json.size();
+    }
+    ocni::host::store_reset();
+    remove_dir(dir);
+    state.counters["routes"] = static_cast<double>(state.range(0));
+    state.counters["json_MiB"] = static_cast<double>(printed) / (1024.0 * 1024.0);
+    state.counters["max_rss_MiB"] = max_rss_mib();
+}
+
+void BM_Get(benchmark::State &state) { get_bench(state, false); }
+void BM_GetState(benchmark::State &state) { get_bench(state, true); }
+
+BENCHMARK(BM_LibyangParseValidate)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Edit)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_Get)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_GetState)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+
+} // namespace
+
+BENCHMARK_MAIN();
