@@ -600,3 +600,64 @@ INSTANTIATE_TEST_SUITE_P(Edit, Description, ::testing::Range(0, (int)description
                          });
 
 } // namespace
+
+namespace {
+
+/* ------------------------------------------------------------------ */
+/* Whole routes, combined deletes, reads                               */
+/* ------------------------------------------------------------------ */
+
+TEST_F(EditWalk, DeletingAStaticRouteRemovesItsPrefixOnly)
+{
+    const std::string t1 = table("red", P4);
+    const std::string t2 = table("red", "10.2.0.0/16");
+    seed({t1 + addr_entry("10.0.0.1") + "/index = 1", t2 + addr_entry("10.0.0.2") + "/index = 1"});
+    EditOutcome o = edit({oc_static("red", P4) + " (delete)"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    EXPECT_EQ(next_hops(), (Lines{t2 + addr_entry("10.0.0.2") + "/index = 1"}));
+}
+
+TEST_F(EditWalk, DeletingAddressAndInterfaceTogetherRemovesTheEntry)
+{
+    const std::string t = table("default", P4);
+    seed({t + both_entry("GigabitEthernet0/0/0/1", "10.0.0.1") + "/index = 1",
+          t + addr_entry("10.0.0.2") + "/index = 2"});
+    EditOutcome o = edit({oc_nh("default", P4, "1") + "/config/next-hop (delete)",
+                          oc_nh("default", P4, "1") + "/interface-ref/config/interface (delete)"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    EXPECT_EQ(next_hops(), (Lines{t + addr_entry("10.0.0.2") + "/index = 2"}));
+    EXPECT_FALSE(output_with("delete").empty());
+}
+
+TEST_F(EditWalk, SubinterfaceWithoutInterfaceIsRefused)
+{
+    EditOutcome o = edit({oc_nh("default", P4, "3") + "/interface-ref/config/subinterface = 4"});
+    EXPECT_EQ(o.result.rc, YFW_RC_INVALID_REQUEST);
+    EXPECT_EQ(o.result.message, "Invalid request");
+    EXPECT_EQ(next_hops(), Lines{});
+}
+
+TEST_F(EditWalk, EditedRoutesReadBackUnderTheirIndexes)
+{
+    EditOutcome o = edit({oc_nh("red", P4, "a") + "/config/next-hop = 10.0.0.1",
+                          oc_nh("red", P4, "b") + "/interface-ref/config/interface = GigabitEthernet0/0/0/1",
+                          oc_nh("red", P4, "b") + "/config/metric = 7"});
+    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    for (bool state : {false, true}) {
+        ReadRequest r;
+        r.state = state;
+        zidl_yfw_datatree *t = nullptr;
+        WalkResult w = walker_->read(r, &t);
+        ASSERT_TRUE(w.ok()) << rc_text(w.rc) << " " << w.message << " " << w.callback << " " << w.path;
+        ASSERT_NE(t, nullptr);
+        const Lines l = tree_lines(t);
+        tree_free(t);
+        const std::string nh = oc_static("red", P4) + "/next-hops/next-hop";
+        for (const std::string &want :
+             {nh + "[index=a]/config/next-hop = 10.0.0.1", nh + "[index=b]/config/metric = 7",
+              nh + "[index=b]/interface-ref/config/interface = GigabitEthernet0/0/0/1"})
+            EXPECT_NE(std::find(l.begin(), l.end(), want), l.end()) << want << "\n" << join(l);
+    }
+}
+
+} // namespace
