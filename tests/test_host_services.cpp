@@ -9,6 +9,7 @@
 #include <random>
 
 #include "host/iface_table.h"
+#include "host/store_layout.h"
 #include "host_fixture.h"
 #include "tree_builder.h"
 
@@ -343,6 +344,25 @@ TEST_F(FrameworkOps, GetListFindsTheEntryAtOrBelowANode)
     EXPECT_EQ(entry, vrf);
     EXPECT_EQ(yfw_map_get_list(h.ctx, vrf, "/other/list/key", nullptr, &entry), YFW_RC_MAP_FAILED);
     EXPECT_EQ(entry, nullptr);
+}
+
+TEST(Harness, ResetHostGlobalsStartsOver)
+{
+    store_add_vrf("red");
+    imc_add_interface("Loopback0", 1);
+    list_keys_register("widget", {"id"});
+    qz_syslog(3, "x");
+    reset_host_globals();
+    EXPECT_FALSE(store_has_vrf("red"));
+    imc_if_req_t req;
+    memset(&req, 0, sizeof req);
+    strcpy(req.name, "Loopback0");
+    imc_if_resp_t resp;
+    ASSERT_EQ(imc_interface_find(yfw_ocifmgr_im_conn, 1, &req, nullptr, &resp), YFW_RC_OK);
+    EXPECT_NE(resp.status, 0);
+    EXPECT_FALSE(list_is_known("widget"));
+    EXPECT_TRUE(list_is_key("vrf-prefix", "prefix-length"));
+    EXPECT_TRUE(syslog_lines().empty());
 }
 
 TEST(Trees, CloneAndDumpRoundTrip)

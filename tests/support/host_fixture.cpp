@@ -2,6 +2,9 @@
 
 #include <cstdio>
 
+#include "host/iface_table.h"
+#include "host/store.h"
+
 namespace ocni::test {
 
 using namespace ocni::host;
@@ -90,6 +93,15 @@ void HostHarness::clear_traces()
     map_ctx_err_sink(ctx)->clear();
     map_ctx_trc_sink(ctx)->clear();
     map_ctx_ltrace_sink(ctx)->clear();
+}
+
+void reset_host_globals()
+{
+    store_reset();
+    imc_clear();
+    list_keys_reset();
+    syslog_clear();
+    alloc_fail_nth("", 0);
 }
 
 AllocWatch::AllocWatch(std::vector<std::string> tags) : tags_(std::move(tags))

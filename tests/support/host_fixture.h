@@ -112,6 +112,14 @@ private:
     std::vector<size_t> base_;
 };
 
+/*
+ * Process-wide host state back to a fresh start: an empty in-memory
+ * store with working binds, an empty interface table, the default list
+ * keys, an empty system log, no allocation refusal. (The plug-in's own
+ * globals, such as its store connections, are not the host's to reset.)
+ */
+void reset_host_globals();
+
 /* gtest fixture around one harness. */
 class HostFixture : public ::testing::Test {
 protected:
