@@ -15,6 +15,7 @@
 #include <mutex>
 #include <regex.h>
 #include <set>
+#include <unordered_map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,7 +42,8 @@ struct StoreState {
     cerrno bind_fail_rc = 0;
     unsigned bind_fail_count = 0;
     size_t binds = 0;
-    std::vector<std::unique_ptr<sysdb_conn>> conns; /* live for the whole process */
+    /* Connections live for the whole process (sysdb.h has no unbind). */
+    std::unordered_map<const sysdb_conn *, std::unique_ptr<sysdb_conn>> conns;
 };
 
 StoreState &state()
@@ -158,10 +160,7 @@ bool valid_conn(const sysdb_conn *conn)
 {
     StoreState &s = state();
     std::lock_guard<std::mutex> lk(s.mu);
-    for (const auto &c : s.conns)
-        if (c.get() == conn)
-            return true;
-    return false;
+    return s.conns.count(conn) != 0;
 }
 
 } // namespace
@@ -291,7 +290,7 @@ cerrno _sysdb_bind(sysdb_connid_t *conn, const char *root, uint32_t mode)
             c->root += '/';
         c->mode = mode;
         *conn = c.get();
-        s.conns.push_back(std::move(c));
+        s.conns.emplace(c.get(), std::move(c));
         return YFW_RC_OK;
     } catch (...) {
         return SYSDB_RC_FAILED;
