@@ -38,7 +38,9 @@ std::string routes_document(int n)
     std::string d;
     d.reserve(static_cast<size_t>(n) * 260);
     d += "{\"openconfig-network-instance:network-instances\":{\"network-instance\":[{\"name\":\"default\","
+         "\"config\":{\"name\":\"default\"},"
          "\"protocols\":{\"protocol\":[{\"identifier\":\"openconfig-policy-types:STATIC\",\"name\":\"DEFAULT\","
+         "\"config\":{\"identifier\":\"openconfig-policy-types:STATIC\",\"name\":\"DEFAULT\"},"
          "\"static-routes\":{\"static\":[";
     char buf[512];
     for (int i = 0; i < n; ++i) {
