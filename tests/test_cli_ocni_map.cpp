@@ -7,11 +7,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <libyang/libyang.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "yang_context.h"
 
 namespace {
 
@@ -41,6 +45,23 @@ std::string quote(const std::string &s)
     for (char c : s)
         out += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return out + "'";
+}
+
+/*
+ * Checks a printed document against the published modules as a fragment
+ * (schema and types, state allowed); "" when it fits, else libyang's words.
+ */
+std::string published_check(const std::string &json)
+{
+    std::string published = env("OCNI_SOURCE_DIR", ".") + "/../shared/openconfig";
+    ocni::yang::Context ctx;
+    ocni::yang::Error e = ctx.open(env("OCNI_SOURCE_DIR", ".") + "/yang", published);
+    if (e)
+        return "cannot load the published modules: " + e.message;
+    lyd_node *tree = nullptr;
+    LY_ERR rc = lyd_parse_data_mem(ctx.raw(), json.c_str(), LYD_JSON, LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &tree);
+    lyd_free_all(tree);
+    return rc == LY_SUCCESS ? "" : ctx.take_errors("does not parse");
 }
 
 struct Outcome {
@@ -266,6 +287,14 @@ TEST_F(Cli, GetFedBackIntoAnEmptyStoreGivesTheSameNativeConfiguration)
     ASSERT_EQ(get.status, 0) << get.err;
     EXPECT_NE(get.out.find("##GigabitEthernet0/0/0/3##192.0.2.9##"), std::string::npos) << get.out;
     EXPECT_NE(get.out.find("##DROP##"), std::string::npos) << get.out;
+
+    Outcome state = run("get --state");
+    ASSERT_EQ(state.status, 0) << state.err;
+    EXPECT_NE(state.out.find("\"state\""), std::string::npos) << state.out;
+    if (exists(env("OCNI_SOURCE_DIR", ".") + "/../shared/openconfig/release")) {
+        EXPECT_EQ(published_check(get.out), "") << get.out;
+        EXPECT_EQ(published_check(state.out), "") << state.out;
+    }
 
     std::string first_store = store_;
     store_ = dir_ + "/store2";
