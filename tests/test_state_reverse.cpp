@@ -346,6 +346,40 @@ TEST_P(StateReverse, KeysComeFromTheMembersOwnBranch)
                                     "/state/set-tag = 1"}));
 }
 
+/* Converted copies live in fixed buffers: over-long values are cut, never overrun. */
+TEST_P(StateReverse, OverlongValuesAreCut)
+{
+    std::string index, ifname, prefix;
+    for (int i = 0; i < 150; ++i)
+        index += "a_";
+    for (int i = 0; i < 40; ++i)
+        ifname += "e_";
+    for (int i = 0; i < 100; ++i)
+        prefix += "1_";
+    const std::string rt = NI + "/static-route[prefix=" + prefix + "]";
+    const std::string nh = rt + "/next-hops/next-hop[index=" + index + "]";
+    TreePtr in = build_tree(answer(nh + "/state/index = " + index + "\n" + nh +
+                                   "/interface-ref/state/interface = " + ifname + "\n"));
+    walk(in.get());
+
+    std::string want_index, want_ifname;
+    for (int i = 0; i < 150; ++i)
+        want_index += "a/";
+    for (int i = 0; i < 40; ++i)
+        want_ifname += "e/";
+    want_index.resize(255);
+    want_ifname.resize(63);
+    Lines out = h.out_lines();
+    ASSERT_EQ(out.size(), 2u);
+    EXPECT_EQ(count(out, "/state/index = " + want_index), 1u);
+    EXPECT_EQ(count(out, "/interface-ref/state/interface = " + want_ifname), 1u);
+    std::string want_prefix;
+    for (int i = 0; i < 100; ++i)
+        want_prefix += "1/";
+    want_prefix.resize(127);
+    EXPECT_EQ(count(out, "/static[prefix=" + want_prefix + "]/"), 2u);
+}
+
 TEST_P(StateReverse, ContainersAreAddedOnlyWithoutSubtrees)
 {
     TreePtr in = build_tree(answer(NI + "\n" + RT + "/next-hops\n"));
