@@ -55,6 +55,14 @@ std::string subst(std::string text, const std::string &from, const std::string &
     return text;
 }
 
+std::string repeat(const std::string &s, int n)
+{
+    std::string r;
+    while (n-- > 0)
+        r += s;
+    return r;
+}
+
 class StateReverse : public ::testing::TestWithParam<FamilyCase> {
 protected:
     void SetUp() override
@@ -349,35 +357,17 @@ TEST_P(StateReverse, KeysComeFromTheMembersOwnBranch)
 /* Converted copies live in fixed buffers: over-long values are cut, never overrun. */
 TEST_P(StateReverse, OverlongValuesAreCut)
 {
-    std::string index, ifname, prefix;
-    for (int i = 0; i < 150; ++i)
-        index += "a_";
-    for (int i = 0; i < 40; ++i)
-        ifname += "e_";
-    for (int i = 0; i < 100; ++i)
-        prefix += "1_";
-    const std::string rt = NI + "/static-route[prefix=" + prefix + "]";
-    const std::string nh = rt + "/next-hops/next-hop[index=" + index + "]";
-    TreePtr in = build_tree(answer(nh + "/state/index = " + index + "\n" + nh +
-                                   "/interface-ref/state/interface = " + ifname + "\n"));
+    const std::string rt = NI + "/static-route[prefix=" + repeat("1_", 100) + "]";
+    const std::string nh = rt + "/next-hops/next-hop[index=" + repeat("a_", 150) + "]";
+    TreePtr in = build_tree(answer(nh + "/state/index = " + repeat("a_", 150) + "\n" + nh +
+                                   "/interface-ref/state/interface = " + repeat("e_", 40) + "\n"));
     walk(in.get());
 
-    std::string want_index, want_ifname;
-    for (int i = 0; i < 150; ++i)
-        want_index += "a/";
-    for (int i = 0; i < 40; ++i)
-        want_ifname += "e/";
-    want_index.resize(255);
-    want_ifname.resize(63);
     Lines out = h.out_lines();
     ASSERT_EQ(out.size(), 2u);
-    EXPECT_EQ(count(out, "/state/index = " + want_index), 1u);
-    EXPECT_EQ(count(out, "/interface-ref/state/interface = " + want_ifname), 1u);
-    std::string want_prefix;
-    for (int i = 0; i < 100; ++i)
-        want_prefix += "1/";
-    want_prefix.resize(127);
-    EXPECT_EQ(count(out, "/static[prefix=" + want_prefix + "]/"), 2u);
+    EXPECT_EQ(count(out, "/state/index = " + repeat("a/", 150).substr(0, 255)), 1u);
+    EXPECT_EQ(count(out, "/interface-ref/state/interface = " + repeat("e/", 40).substr(0, 63)), 1u);
+    EXPECT_EQ(count(out, "/static[prefix=" + repeat("1/", 100).substr(0, 127) + "]/"), 2u);
 }
 
 TEST_P(StateReverse, ContainersAreAddedOnlyWithoutSubtrees)
