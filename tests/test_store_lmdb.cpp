@@ -11,7 +11,9 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <chrono>
 #include <map>
+#include <set>
 #include <string>
 
 #include "host/native_apply.h"
@@ -214,6 +216,70 @@ TEST_F(StoreLmdb, KilledWhileCommittingLeavesBeforeOrAfterNeverBetween)
         generations_seen += gen != "0";
     }
     EXPECT_GT(generations_seen, 0) << "no commit ever completed before the kill";
+}
+
+/* The same for whole edits of the native configuration: every route carries one generation. */
+TEST_F(StoreLmdb, KilledDuringAnEditLeavesEveryRouteOfOneGeneration)
+{
+    const int ROUTES = 1500;
+    auto edit_text = [&](int gen) {
+        std::string t;
+        for (int i = 0; i < ROUTES; ++i)
+            t += "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10." +
+                 std::to_string(i / 256) + "." + std::to_string(i % 256) +
+                 ".0][prefix-length=24]/vrf-route/vrf-next-hop-table/vrf-next-hop-next-hop-address[next-hop-address=192.0.2.1]/metric = " +
+                 std::to_string(gen) + "\n";
+        return t;
+    };
+    auto commit_generation = [&](int gen) {
+        store_use_engine(open_lmdb_engine(dir_, *new std::string));
+        auto backend = make_engine_backend();
+        NativeConfig c(backend.get());
+        std::string err;
+        std::vector<std::string> changes;
+        TreePtr in = build_tree(edit_text(gen), OCNI_NS_NATIVE);
+        return c.open(err) && c.apply(in.get(), changes, err) && c.commit(err);
+    };
+    /* Kill times span a few generations' worth of work, however fast this machine is. */
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_TRUE(commit_generation(1));
+    const long one = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - t0).count();
+    store_reset();
+    int later = 0;
+    for (int round = 0; round < 5; ++round) {
+        pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            for (int gen = 2;; ++gen)
+                if (!commit_generation(gen))
+                    _exit(2);
+        }
+        usleep(static_cast<useconds_t>(one / 2 + rand() % (3 * one + 1)));
+        kill(pid, SIGKILL);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "child ended on its own: " << status;
+
+        store_use_engine(open());
+        auto backend = make_engine_backend();
+        NativeConfig c(backend.get());
+        std::string err;
+        ASSERT_TRUE(c.open(err)) << err;
+        ASSERT_EQ(c.routes().size(), static_cast<size_t>(ROUTES));
+        std::set<std::string> metrics;
+        for (const auto &r : c.routes())
+            for (const auto &nh : r.second.next_hops)
+                metrics.insert(nh.second.at("metric"));
+        ASSERT_EQ(metrics.size(), 1u) << "round " << round;
+        later += *metrics.begin() != "1";
+        /* The layout the plug-in reads agrees with the native records. */
+        size_t items = 0;
+        store_engine()->scan("/cfg/gl/static/router/", prefix_end("/cfg/gl/static/router/"),
+                             [&](const std::string &, const std::string &) { return ++items, true; });
+        EXPECT_EQ(items, static_cast<size_t>(ROUTES));
+        store_reset();
+    }
+    EXPECT_GT(later, 0) << "no edit ever completed before the kill";
 }
 
 } // namespace
