@@ -7,6 +7,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <unordered_map>
 
 namespace ocni::yang {
 
@@ -277,12 +278,19 @@ zidl_yfw_datatree *HostTreeSink::add(zidl_yfw_datatree *parent, const char *name
 
 namespace {
 
+/* Where a node of the framework tree is, rendered only for messages. */
+struct Where {
+    const Where *up;
+    const char *name;
+    std::string text() const { return (up != nullptr ? up->text() : std::string()) + "/" + name; }
+};
+
 class Builder {
 public:
     explicit Builder(const Context &ctx) : ctx_(ctx) {}
 
     Error children(const zidl_yfw_datatree *host, const lysc_node *schema, lyd_node *parent, lyd_node **top,
-                   const std::string &where)
+                   const Where *where)
     {
         if (host->children == nullptr)
             return Error{};
@@ -296,26 +304,67 @@ public:
 
 private:
     const Context &ctx_;
+    /* Modules by namespace text: a handful, looked up for every node. */
+    std::unordered_map<std::string, const lys_module *> modules_;
+    /*
+     * List entries made so far, by parent and schema node, then key values,
+     * so that a framework tree that repeats an entry under one parent gives
+     * one libyang entry (libyang's own search by keys would build a
+     * throw-away entry per lookup). Containers and leaves are few per
+     * parent and found among the parent's children.
+     */
+    using EntryMap = std::unordered_map<std::string, lyd_node *>;
+    std::unordered_map<const lyd_node *, std::unordered_map<const lysc_node *, EntryMap>> entries_;
 
     static bool deleted(const zidl_yfw_datatree *n)
     {
         return n->op == YFW_DT_OP_DELETE || n->op == YFW_DT_OP_REMOVE;
     }
 
+    const lys_module *module_of(const char *ns)
+    {
+        auto it = modules_.find(ns);
+        if (it != modules_.end())
+            return it->second;
+        const lys_module *m = ly_ctx_get_module_implemented_ns(ctx_.raw(), ns);
+        modules_.emplace(ns, m);
+        return m;
+    }
+
+    static std::string entry_key(const std::string *keys, int nkeys)
+    {
+        std::string k;
+        for (int i = 0; i < nkeys; ++i) {
+            k += keys[i];
+            k += '\0';
+        }
+        return k;
+    }
+
+    /* The existing container or leaf `schema` under parent (or among the top-level nodes). */
+    static lyd_node *existing(lyd_node *parent, lyd_node *top, const lysc_node *schema)
+    {
+        lyd_node *found = nullptr;
+        lyd_node *siblings = parent != nullptr ? lyd_child(parent) : top;
+        if (siblings != nullptr && lyd_find_sibling_val(siblings, schema, nullptr, 0, &found) == LY_SUCCESS)
+            return found;
+        return nullptr;
+    }
+
     /* A value as lyd_new_* expects it: identities carry their module's name. */
-    Error json_value(const zidl_yfw_datatree *n, const std::string &where, std::string &out)
+    Error json_value(const zidl_yfw_datatree *n, const Where *where, std::string &out)
     {
         out = n->value != nullptr ? n->value : "";
         if (n->data_ns != nullptr && n->data_ns[0] != '\0' && out.find(':') == std::string::npos) {
-            const lys_module *m = ly_ctx_get_module_implemented_ns(ctx_.raw(), n->data_ns);
+            const lys_module *m = module_of(n->data_ns);
             if (m == nullptr)
-                return Error::internal("unknown value namespace " + std::string(n->data_ns) + " at " + where);
+                return Error::internal("unknown value namespace " + std::string(n->data_ns) + " at " + where->text());
             out = std::string(m->name) + ":" + out;
         }
         return Error{};
     }
 
-    const zidl_yfw_datatree *find_child(const zidl_yfw_datatree *host, const char *name)
+    static const zidl_yfw_datatree *find_child(const zidl_yfw_datatree *host, const char *name)
     {
         if (host->children == nullptr)
             return nullptr;
@@ -325,13 +374,13 @@ private:
         return nullptr;
     }
 
-    Error fail(const std::string &what, const std::string &where)
+    Error fail(const std::string &what, const Where *where)
     {
-        return Error::internal(what + " at " + where + ": " + ctx_.take_errors("rejected by the schema"));
+        return Error::internal(what + " at " + where->text() + ": " + ctx_.take_errors("rejected by the schema"));
     }
 
     /* Adds a new top-level node to the top-level siblings. */
-    Error link(lyd_node **top, lyd_node *n, const std::string &where)
+    Error link(lyd_node **top, lyd_node *n, const Where *where)
     {
         if (*top == nullptr) {
             *top = n;
@@ -344,41 +393,23 @@ private:
         return Error{};
     }
 
-    /*
-     * The key predicate that finds an existing entry with these keys, or ""
-     * when a key holds both kinds of quote (such an entry is never merged).
-     */
-    static std::string predicate(const lysc_node *list, const std::string *keys, int nkeys)
-    {
-        std::string out;
-        int i = 0;
-        for (const lysc_node *k = lysc_node_child(list); k != nullptr && lysc_is_key(k) && i < nkeys;
-             k = k->next, ++i) {
-            char q = keys[i].find('\'') == std::string::npos ? '\'' : '"';
-            if (keys[i].find(q) != std::string::npos)
-                return "";
-            out += std::string("[") + k->name + "=" + q + keys[i] + q + "]";
-        }
-        return out;
-    }
-
     Error node(const zidl_yfw_datatree *h, const lysc_node *parent_schema, lyd_node *parent, lyd_node **top,
-               const std::string &parent_where)
+               const Where *parent_where)
     {
         if (deleted(h))
             return Error{};
-        std::string where = parent_where + "/" + h->name;
+        Where here{parent_where, h->name};
+        const Where *where = &here;
         const lys_module *mod = nullptr;
         if (h->ns != nullptr && h->ns[0] != '\0')
-            mod = ly_ctx_get_module_implemented_ns(ctx_.raw(), h->ns);
+            mod = module_of(h->ns);
         else if (parent_schema != nullptr)
             mod = parent_schema->module;
         if (mod == nullptr)
-            return Error::internal("node without a known module namespace at " + where);
+            return Error::internal("node without a known module namespace at " + where->text());
         const lysc_node *schema = lys_find_child(parent_schema, mod, h->name, 0, 0, 0);
         if (schema == nullptr)
-            return Error::internal("node unknown to the schema at " + where);
-        lyd_node *siblings = parent != nullptr ? lyd_child(parent) : *top;
+            return Error::internal("node unknown to the schema at " + where->text());
 
         if (schema->nodetype & LYD_NODE_TERM) {
             if (lysc_is_key(schema) || h->value == nullptr)
@@ -387,10 +418,9 @@ private:
             Error e = json_value(h, where, value);
             if (e)
                 return e;
-            lyd_node *existing = nullptr;
-            if (lyd_find_sibling_val(siblings, schema, nullptr, 0, &existing) == LY_SUCCESS) {
+            if (lyd_node *old = existing(parent, *top, schema)) {
                 /* The same leaf written twice: the value written last stands. */
-                LY_ERR rc = lyd_change_term(existing, value.c_str());
+                LY_ERR rc = lyd_change_term(old, value.c_str());
                 if (rc != LY_SUCCESS && rc != LY_EEXIST && rc != LY_ENOT)
                     return fail("invalid value \"" + value + "\"", where);
                 return Error{};
@@ -401,48 +431,50 @@ private:
             return parent != nullptr ? Error{} : link(top, n, where);
         }
 
-        lyd_node *self = nullptr;
+        std::string keys[2];
+        int nkeys = 0;
         if (schema->nodetype == LYS_LIST) {
-            std::string keys[2];
-            const char *key_ptr[2] = {nullptr, nullptr};
-            int nkeys = 0;
             for (const lysc_node *k = lysc_node_child(schema); k != nullptr && lysc_is_key(k); k = k->next) {
                 if (nkeys == 2)
-                    return Error::internal("list with more than two keys at " + where);
+                    return Error::internal("list with more than two keys at " + where->text());
                 const zidl_yfw_datatree *kh = find_child(h, k->name);
                 if (kh == nullptr || kh->value == nullptr)
-                    return Error::internal(std::string("list entry without its key ") + k->name + " at " + where);
-                Error e = json_value(kh, where + "/" + k->name, keys[nkeys]);
+                    return Error::internal(std::string("list entry without its key ") + k->name + " at " +
+                                           where->text());
+                Error e = json_value(kh, where, keys[nkeys]);
                 if (e)
                     return e;
                 ++nkeys;
             }
-            for (int i = 0; i < nkeys; ++i)
-                key_ptr[i] = keys[i].c_str();
-            std::string pred = predicate(schema, keys, nkeys);
-            if (pred.empty() || lyd_find_sibling_val(siblings, schema, pred.c_str(), 0, &self) != LY_SUCCESS) {
-                self = nullptr;
-                LY_ERR rc = nkeys == 1 ? lyd_new_list(parent, mod, h->name, 0, &self, key_ptr[0])
-                                       : lyd_new_list(parent, mod, h->name, 0, &self, key_ptr[0], key_ptr[1]);
-                if (rc != LY_SUCCESS)
-                    return fail("invalid list entry", where);
-                if (parent == nullptr) {
-                    Error e = link(top, self, where);
-                    if (e)
-                        return e;
-                }
-            }
+        }
+        lyd_node *self = nullptr;
+        EntryMap *made = nullptr;
+        std::string key;
+        if (schema->nodetype == LYS_LIST) {
+            made = &entries_[parent][schema];
+            key = entry_key(keys, nkeys);
+            auto it = made->find(key);
+            if (it != made->end())
+                self = it->second;
         } else {
-            if (lyd_find_sibling_val(siblings, schema, nullptr, 0, &self) != LY_SUCCESS) {
-                self = nullptr;
-                if (lyd_new_inner(parent, mod, h->name, 0, &self) != LY_SUCCESS)
-                    return fail("cannot create container", where);
-                if (parent == nullptr) {
-                    Error e = link(top, self, where);
-                    if (e)
-                        return e;
-                }
+            self = existing(parent, *top, schema);
+        }
+        if (self == nullptr) {
+            LY_ERR rc;
+            if (schema->nodetype == LYS_LIST)
+                rc = nkeys == 1 ? lyd_new_list(parent, mod, h->name, 0, &self, keys[0].c_str())
+                                : lyd_new_list(parent, mod, h->name, 0, &self, keys[0].c_str(), keys[1].c_str());
+            else
+                rc = lyd_new_inner(parent, mod, h->name, 0, &self);
+            if (rc != LY_SUCCESS)
+                return fail(schema->nodetype == LYS_LIST ? "invalid list entry" : "cannot create container", where);
+            if (parent == nullptr) {
+                Error e = link(top, self, where);
+                if (e)
+                    return e;
             }
+            if (made != nullptr)
+                made->emplace(std::move(key), self);
         }
         return children(h, schema, self, top, where);
     }
@@ -458,7 +490,7 @@ Error from_datatree(const Context &ctx, const zidl_yfw_datatree *root, Tree &out
     lyd_node *top = nullptr;
     ly_err_clean(ctx.raw(), nullptr);
     Builder b(ctx);
-    Error e = b.children(root, nullptr, nullptr, &top, "");
+    Error e = b.children(root, nullptr, nullptr, &top, nullptr);
     if (top != nullptr) {
         /* lyd_insert_sibling may leave `top` on any sibling; keep the first. */
         top = lyd_first_sibling(top);
