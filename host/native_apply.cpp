@@ -513,11 +513,11 @@ bool NativeConfig::remove_vrf(const std::string &vrf, std::vector<std::string> &
 bool NativeConfig::commit(std::string &err)
 {
     if (backend_ != nullptr && (!undo_.empty() || !vrfs_added_.empty() || !vrfs_removed_.empty())) {
-        std::map<RouteKey, std::optional<Route>> now;
+        std::map<RouteKey, const Route *> now;
         for (const auto &u : undo_) {
             auto it = routes_.find(u.first);
             /* A route left without next hops stays: the native prefix entry exists on its own. */
-            now.emplace(u.first, it == routes_.end() ? std::nullopt : std::optional<Route>(it->second));
+            now.emplace_hint(now.end(), u.first, it == routes_.end() ? nullptr : &it->second);
         }
         if (!backend_->commit(now, routes_, vrfs_added_, vrfs_removed_, err)) {
             rollback();
@@ -784,7 +784,7 @@ public:
         return rc == YFW_RC_OK && !bad;
     }
 
-    bool commit(const std::map<RouteKey, std::optional<Route>> &changed, const std::map<RouteKey, Route> &all,
+    bool commit(const std::map<RouteKey, const Route *> &changed, const std::map<RouteKey, Route> &all,
                 const std::set<std::string> &vrfs_added, const std::set<std::string> &vrfs_removed,
                 std::string &err) override
     {
@@ -805,7 +805,7 @@ public:
     }
 
 private:
-    static bool write(StoreEngine &e, const std::map<RouteKey, std::optional<Route>> &changed,
+    static bool write(StoreEngine &e, const std::map<RouteKey, const Route *> &changed,
                       const std::map<RouteKey, Route> &all, const std::set<std::string> &vrfs_added,
                       const std::set<std::string> &vrfs_removed, std::string &err)
     {
@@ -813,7 +813,7 @@ private:
         std::map<std::string, RouteKey> dirs;
         for (const auto &c : changed) {
             const RouteKey &k = c.first;
-            cerrno rc = c.second ? e.put(native_key(k), encode_route(*c.second)) : e.del(native_key(k));
+            cerrno rc = c.second != nullptr ? e.put(native_key(k), encode_route(*c.second)) : e.del(native_key(k));
             if (rc != YFW_RC_OK && rc != SYSDB_RC_NOT_FOUND) {
                 err = "cannot write " + NativeConfig::route_path(k);
                 return false;

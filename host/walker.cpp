@@ -23,6 +23,9 @@ const std::string OC_NI = "/network-instances/network-instance";
 const std::string OC_SR = OC_NI + "/protocols/protocol/static-routes";
 const std::string OC_ST = OC_SR + "/static";
 
+/* Routes per operational request of a state read. */
+constexpr size_t STATE_BATCH = 1024;
+
 bool is_delete(uint32_t op) { return op == YFW_DT_OP_DELETE || op == YFW_DT_OP_REMOVE; }
 
 template <typename F> void for_children(const zidl_yfw_datatree *n, F f)
@@ -693,53 +696,71 @@ zidl_yfw_datatree *filter_request(const std::string &vrf, const std::string &pre
     return root;
 }
 
+/* A static entry of the configuration just read, with its instance. */
+struct StaticOfRead {
+    std::string vrf;
+    NodeRef entry;
+};
+
+/* Every static entry of the STATIC protocol of every instance, in tree order. */
+std::vector<StaticOfRead> statics_of(const zidl_yfw_datatree *config)
+{
+    std::vector<StaticOfRead> out;
+    for_children(node_child(config, "network-instances"), [&](const zidl_yfw_datatree *ni) {
+        const char *name = child_value(ni, "name");
+        for_children(node_child(ni, "protocols"), [&](const zidl_yfw_datatree *p) {
+            const char *id = child_value(p, "identifier");
+            if (name == nullptr || id == nullptr || strcasecmp(id, "STATIC") != 0)
+                return;
+            for_children(node_child(p, "static-routes"), [&](const zidl_yfw_datatree *st) {
+                if (strcmp(st->name, "static") == 0 && child_value(st, "prefix") != nullptr)
+                    out.push_back(StaticOfRead{name, node_ref(st)});
+            });
+        });
+    });
+    return out;
+}
+
 /*
- * The state request: the static entries and next hops of the configuration
- * just read, by their keys only.
+ * The state request for statics [from, to): the static entries and their
+ * next hops, by their keys only.
  */
-zidl_yfw_datatree *state_request(const zidl_yfw_datatree *config)
+zidl_yfw_datatree *state_request(const std::vector<StaticOfRead> &statics, size_t from, size_t to)
 {
     zidl_yfw_datatree *root = tree_new();
     if (root == nullptr)
         return nullptr;
-    const zidl_yfw_datatree *nis = node_child(config, "network-instances");
-    if (nis == nullptr)
-        return root;
     NodeRef rnis = node_ref(node_add_child(root, "network-instances", NodeKind::Container, nullptr, NS_OC_NI));
-    for_children(nis, [&](const zidl_yfw_datatree *ni) {
-        const char *name = child_value(ni, "name");
-        const zidl_yfw_datatree *sr = nullptr;
-        for_children(node_child(ni, "protocols"), [&](const zidl_yfw_datatree *p) {
-            const char *id = child_value(p, "identifier");
-            if (id && strcasecmp(id, "STATIC") == 0)
-                sr = node_child(p, "static-routes");
+    NodeRef rsr;
+    std::string cur_vrf;
+    for (size_t i = from; i < to; ++i) {
+        const zidl_yfw_datatree *st = node_get(statics[i].entry);
+        if (st == nullptr)
+            continue;
+        if (!rsr || statics[i].vrf != cur_vrf) {
+            cur_vrf = statics[i].vrf;
+            zidl_yfw_datatree *ni = node_add_entry(node_get(rnis), "network-instance", {{"name", cur_vrf}}, NS_OC_NI);
+            NodeRef rni = node_ref(ni);
+            NodeRef rps = node_ref(node_add_child(node_get(rni), "protocols", NodeKind::Container, nullptr, NS_OC_NI));
+            zidl_yfw_datatree *rp = node_add_entry(node_get(rps), "protocol",
+                                                   {{"identifier", "STATIC"}, {"name", "DEFAULT"}}, NS_OC_NI);
+            if (zidl_yfw_datatree *id = node_child(rp, "identifier"))
+                node_set_data_ns(id, NS_OC_PT);
+            NodeRef rpr = node_ref(rp);
+            rsr = node_ref(ensure_container(node_get(rpr), "static-routes", NS_OC_NI));
+        }
+        NodeRef rst =
+            node_ref(node_add_entry(node_get(rsr), "static", {{"prefix", child_value(st, "prefix")}}, NS_OC_NI));
+        const zidl_yfw_datatree *nhs = node_child(node_get(statics[i].entry), "next-hops");
+        if (nhs == nullptr)
+            continue;
+        NodeRef rnhs = node_ref(node_add_child(node_get(rst), "next-hops", NodeKind::Container, nullptr, NS_OC_NI));
+        for_children(nhs, [&](const zidl_yfw_datatree *nh) {
+            const char *index = child_value(nh, "index");
+            if (index != nullptr)
+                node_add_entry(node_get(rnhs), "next-hop", {{"index", index}}, NS_OC_NI);
         });
-        if (name == nullptr || sr == nullptr)
-            return;
-        NodeRef rni = node_ref(node_add_entry(node_get(rnis), "network-instance", {{"name", name}}, NS_OC_NI));
-        NodeRef rps = node_ref(node_add_child(node_get(rni), "protocols", NodeKind::Container, nullptr, NS_OC_NI));
-        zidl_yfw_datatree *rp = node_add_entry(node_get(rps), "protocol",
-                                               {{"identifier", "STATIC"}, {"name", "DEFAULT"}}, NS_OC_NI);
-        if (zidl_yfw_datatree *id = node_child(rp, "identifier"))
-            node_set_data_ns(id, NS_OC_PT);
-        NodeRef rsr = node_ref(node_add_child(rp, "static-routes", NodeKind::Container, nullptr, NS_OC_NI));
-        for_children(sr, [&](const zidl_yfw_datatree *st) {
-            const char *prefix = child_value(st, "prefix");
-            if (prefix == nullptr)
-                return;
-            NodeRef rst = node_ref(node_add_entry(node_get(rsr), "static", {{"prefix", prefix}}, NS_OC_NI));
-            const zidl_yfw_datatree *nhs = node_child(st, "next-hops");
-            if (nhs == nullptr)
-                return;
-            NodeRef rnhs =
-                node_ref(node_add_child(node_get(rst), "next-hops", NodeKind::Container, nullptr, NS_OC_NI));
-            for_children(nhs, [&](const zidl_yfw_datatree *nh) {
-                const char *index = child_value(nh, "index");
-                if (index != nullptr)
-                    node_add_entry(node_get(rnhs), "next-hop", {{"index", index}}, NS_OC_NI);
-            });
-        });
-    });
+    }
     return root;
 }
 
@@ -951,38 +972,46 @@ WalkResult Walker::read(const ReadRequest &req, zidl_yfw_datatree **out)
         return res;
     }
 
-    /* 3. State: the operational request, the router's answer, the reverse callbacks. */
-    zidl_yfw_datatree *srq = state_request(result);
-    zidl_yfw_datatree *oper_req = tree_new();
-    zidl_yfw_datatree *answer = nullptr;
-    {
-        Run run(YFW_REQ_READ_STATE, opt_);
-        run.out = oper_req;
-        run.state_idx = &oc_state_;
-        if (srq != nullptr && oper_req != nullptr && run.ok()) {
-            res = walk_tree(run, srq, Model::OpenConfigEdit);
-            flush_trace(opt_, run.ctx);
-        } else {
+    /*
+     * 3. State: the operational request, the router's answer, the reverse
+     * callbacks; a batch of routes at a time, so that the intermediate
+     * trees stay small whatever the number of routes.
+     */
+    const std::vector<StaticOfRead> statics = statics_of(result);
+    for (size_t from = 0; from < statics.size() && res.ok(); from += STATE_BATCH) {
+        const size_t to = std::min(statics.size(), from + STATE_BATCH);
+        zidl_yfw_datatree *srq = state_request(statics, from, to);
+        zidl_yfw_datatree *oper_req = tree_new();
+        zidl_yfw_datatree *answer = nullptr;
+        {
+            Run run(YFW_REQ_READ_STATE, opt_);
+            run.out = oper_req;
+            run.state_idx = &oc_state_;
+            if (srq != nullptr && oper_req != nullptr && run.ok()) {
+                res = walk_tree(run, srq, Model::OpenConfigEdit);
+                flush_trace(opt_, run.ctx);
+            } else {
+                res.rc = YFW_RC_NO_MEMORY;
+            }
+        }
+        tree_free(srq);
+        if (res.ok())
+            answer = operational_answer(config_, oper_req);
+        tree_free(oper_req);
+        if (res.ok() && answer != nullptr) {
+            Run run(YFW_REQ_READ_STATE, opt_);
+            run.out = result;
+            if (run.ok()) {
+                res = walk_tree(run, answer, Model::Operational);
+                flush_trace(opt_, run.ctx);
+            } else {
+                res.rc = YFW_RC_NO_MEMORY;
+            }
+        } else if (res.ok()) {
             res.rc = YFW_RC_NO_MEMORY;
         }
+        tree_free(answer);
     }
-    tree_free(srq);
-    if (res.ok())
-        answer = operational_answer(config_, oper_req);
-    tree_free(oper_req);
-    if (res.ok() && answer != nullptr) {
-        Run run(YFW_REQ_READ_STATE, opt_);
-        run.out = result;
-        if (run.ok()) {
-            res = walk_tree(run, answer, Model::Operational);
-            flush_trace(opt_, run.ctx);
-        } else {
-            res.rc = YFW_RC_NO_MEMORY;
-        }
-    } else if (res.ok()) {
-        res.rc = YFW_RC_NO_MEMORY;
-    }
-    tree_free(answer);
     if (!res.ok()) {
         if (res.message.empty() && res.rc == YFW_RC_NO_MEMORY)
             res.message = "out of memory";
