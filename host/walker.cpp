@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <unordered_map>
 
 #include "context.h"
@@ -25,6 +26,8 @@ const std::string OC_ST = OC_SR + "/static";
 
 /* Routes per operational request of a state read. */
 constexpr size_t STATE_BATCH = 1024;
+/* Routes of an edit whose native output is applied together. */
+constexpr size_t EDIT_BATCH = 1024;
 
 bool is_delete(uint32_t op) { return op == YFW_DT_OP_DELETE || op == YFW_DT_OP_REMOVE; }
 
@@ -95,6 +98,8 @@ struct Walker::Run {
     Family family = Family::Any; /* family of the static entry being walked */
     WalkResult fail;
     std::unordered_map<std::string, std::vector<std::string>> keys; /* list keys by list name */
+    /* Edits: called after each static entry; false aborts the walk (fail set). */
+    std::function<bool()> after_static;
 
     Run(uint32_t op_type, const WalkerOptions &opt)
     {
@@ -268,6 +273,8 @@ bool Visitor::node(const zidl_yfw_datatree *n, std::string &path)
     if (entry)
         req_pop_input_entry(r_.rc);
     r_.family = saved_family;
+    if (ok && entry && r_.after_static && strcmp(n->name, "static") == 0)
+        ok = r_.after_static();
     return ok;
 }
 
@@ -575,16 +582,46 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
         o.result.message = "out of memory";
         return o;
     }
+    /*
+     * The native output is applied to the configuration in memory a batch
+     * of routes at a time (the store sees it only at the commit below), so
+     * the output tree stays small whatever the size of the edit.
+     */
+    std::string err;
+    size_t statics = 0;
+    bool misfit = false;
+    run.after_static = [&]() {
+        if (++statics % EDIT_BATCH != 0)
+            return true;
+        if (!config_.apply(run.out, o.changes, err)) {
+            misfit = true;
+            run.fail.rc = YFW_RC_MAP_FAILED;
+            return false;
+        }
+        tree_free(run.out);
+        run.out = tree_new();
+        /* Nothing may point into the output tree just freed. */
+        run.rc->current_list = nullptr;
+        if (run.out == nullptr) {
+            run.fail.rc = YFW_RC_NO_MEMORY;
+            run.fail.message = "out of memory";
+            return false;
+        }
+        return true;
+    };
     o.result = walk_tree(run, input, Model::OpenConfigEdit);
+    if (misfit)
+        o.result.rc = YFW_RC_MAP_FAILED;
     flush_trace(opt_, run.ctx);
     last_output_ = run.out;
-    if (!o.result.ok())
-        return o;
-
-    std::string err;
-    if (!config_.apply(run.out, o.changes, err)) {
+    if (o.result.ok() && !config_.apply(run.out, o.changes, err))
+        misfit = true;
+    if (misfit) {
         o.result.rc = YFW_RC_MAP_FAILED;
         o.result.message = "the native result does not fit the native model: " + err;
+    }
+    if (!o.result.ok()) {
+        config_.rollback();
         o.changes.clear();
         return o;
     }

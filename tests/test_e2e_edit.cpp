@@ -287,4 +287,29 @@ TEST_F(E2eDelete, DeleteOfAnUnknownIndexChangesNothing)
     EXPECT_EQ(native(), all_);
 }
 
+/* Large edits are applied in batches in memory; a refusal after the first batches still stores nothing. */
+TEST_F(E2eEdit, RefusalLateInALargeEditStoresNothing)
+{
+    const int N = 2500;
+    std::string text;
+    for (int i = 0; i < N; ++i)
+        text += nh(SR, "10." + std::to_string(i / 256) + "." + std::to_string(i % 256) + ".0/24", "1") +
+                "/config/next-hop = 192.0.2.1\n";
+    text += nh(SR, "10.200.0.0/16", "1") + "/config/next-hop = DROP\n" + nh(SR, "10.200.0.0/16", "1") +
+            "/interface-ref/config/interface = Loopback0\n";
+    EditOutcome r = edit(text);
+    EXPECT_EQ(r.result.rc, YFW_RC_INVALID_REQUEST);
+    EXPECT_TRUE(r.changes.empty());
+    EXPECT_TRUE(native().empty());
+    reopen();
+    EXPECT_TRUE(native().empty());
+
+    /* Without the refused route, every route arrives. */
+    text.resize(text.find(nh(SR, "10.200.0.0/16", "1")));
+    r = edit(text);
+    ASSERT_TRUE(r.result.ok()) << r.result.message;
+    reopen();
+    EXPECT_EQ(config->routes().size(), static_cast<size_t>(N));
+}
+
 } // namespace

@@ -111,4 +111,25 @@ TEST_F(E2eRead, EmptyStoreReadsEmpty)
     EXPECT_TRUE(read(true).empty());
 }
 
+/* State reads go a batch of routes at a time: routes on both sides of a batch boundary get their state. */
+TEST_F(WalkerFixture, StateOfManyRoutesSpansRequestBatches)
+{
+    const int N = 2100;
+    std::string text;
+    for (int i = 0; i < N; ++i)
+        text += "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10." +
+                std::to_string(i / 256) + "." + std::to_string(i % 256) +
+                ".0][prefix-length=24]/vrf-route/vrf-next-hop-table/vrf-next-hop-next-hop-address[next-hop-address=192.0.2." +
+                std::to_string(1 + i % 250) + "]/metric = " + std::to_string(1 + i % 9) + "\n";
+    native_edit(text);
+    const Lines l = read(true);
+    size_t prefixes = 0, metrics = 0;
+    for (const std::string &s : l) {
+        prefixes += s.find("/state/prefix = ") != std::string::npos;
+        metrics += s.find("/state/metric = ") != std::string::npos;
+    }
+    EXPECT_EQ(prefixes, static_cast<size_t>(N));
+    EXPECT_EQ(metrics, static_cast<size_t>(N));
+}
+
 } // namespace
