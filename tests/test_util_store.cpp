@@ -426,13 +426,14 @@ TEST_F(GeneratedIndex, StoredCliEntriesAreLoaded)
     struct Row {
         const char *index;
         const char *ifc, *addr;
+        uint32_t metric; /* from the stored tuple */
     };
     const Row rows[] = {
-        {"##GigabitEthernet0/0/0/0##", "GigabitEthernet0/0/0/0", ""},
-        {"##GigabitEthernet0_0_0_0##", "GigabitEthernet0/0/0/0", ""},
-        {"##10.0.0.1##", "", "10.0.0.1"},
-        {"##DROP##", "Null0", ""},
-        {"##GigabitEthernet0/0/0/1##10.0.0.9##", "GigabitEthernet0/0/0/1", "10.0.0.9"},
+        {"##GigabitEthernet0/0/0/0##", "GigabitEthernet0/0/0/0", "", 8},
+        {"##GigabitEthernet0_0_0_0##", "GigabitEthernet0/0/0/0", "", 8},
+        {"##10.0.0.1##", "", "10.0.0.1", 0},
+        {"##DROP##", "Null0", "", 0},
+        {"##GigabitEthernet0/0/0/1##10.0.0.9##", "GigabitEthernet0/0/0/1", "10.0.0.9", 0},
     };
     for (const Row &r : rows) {
         SCOPED_TRACE(r.index);
@@ -446,6 +447,8 @@ TEST_F(GeneratedIndex, StoredCliEntriesAreLoaded)
         EXPECT_STREQ(rec->native_address, r.addr);
         EXPECT_EQ(rec->native_has_interface, r.ifc[0] != '\0' ? 1u : 0u);
         EXPECT_EQ(rec->native_has_address, r.addr[0] != '\0' ? 1u : 0u);
+        EXPECT_EQ(rec->route_metric, r.metric);
+        EXPECT_EQ(rec->vrf_label, OCNI_VRF_LABEL_UNSET);
     }
 }
 

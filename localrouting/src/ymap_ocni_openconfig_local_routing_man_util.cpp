@@ -995,7 +995,7 @@ bool token_address_hex(const ocni_route_common_data *rec, const char *token, cha
 }
 
 /* The index child of a next-hop entry, or the refusal to give. */
-const char *find_index_value(yfw_map_ctx *ctx, const zidl_yfw_datatree *in, const char **refusal)
+const char *find_index_value(const zidl_yfw_datatree *in, const char **refusal)
 {
     *refusal = NULL;
     if (in == NULL || !(in->flags & YFW_DT_F_CHILDREN) || in->n_children == 0 ||
@@ -1004,7 +1004,6 @@ const char *find_index_value(yfw_map_ctx *ctx, const zidl_yfw_datatree *in, cons
         return NULL;
     }
     zidl_yfw_datatree *child = NULL;
-    (void)ctx;
     if (ni_static_yfw_map_find_child(const_cast<zidl_yfw_datatree *>(in), &child, "index", NULL) !=
             YFW_RC_OK ||
         child == NULL || child->value == NULL || child->value[0] == '\0') {
@@ -1156,7 +1155,7 @@ cerrno ocni_do_index_lookup_on_sysdb(yfw_map_ctx *ctx, const zidl_yfw_datatree *
     build_store_path(vrf, rec, &sp, store_path);
 
     const char *refusal = NULL;
-    const char *index = find_index_value(ctx, in, &refusal);
+    const char *index = find_index_value(in, &refusal);
     if (index == NULL) {
         ocni_set_user_msg(ctx, refusal);
         return YFW_RC_INVALID_REQUEST;
