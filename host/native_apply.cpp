@@ -513,11 +513,12 @@ bool NativeConfig::remove_vrf(const std::string &vrf, std::vector<std::string> &
 bool NativeConfig::commit(std::string &err)
 {
     if (backend_ != nullptr && (!undo_.empty() || !vrfs_added_.empty() || !vrfs_removed_.empty())) {
-        std::map<RouteKey, const Route *> now;
+        std::vector<std::pair<const RouteKey *, const Route *>> now;
+        now.reserve(undo_.size());
         for (const auto &u : undo_) {
             auto it = routes_.find(u.first);
             /* A route left without next hops stays: the native prefix entry exists on its own. */
-            now.emplace_hint(now.end(), u.first, it == routes_.end() ? nullptr : &it->second);
+            now.emplace_back(&u.first, it == routes_.end() ? nullptr : &it->second);
         }
         if (!backend_->commit(now, routes_, vrfs_added_, vrfs_removed_, err)) {
             rollback();
@@ -784,7 +785,8 @@ public:
         return rc == YFW_RC_OK && !bad;
     }
 
-    bool commit(const std::map<RouteKey, const Route *> &changed, const std::map<RouteKey, Route> &all,
+    bool commit(const std::vector<std::pair<const RouteKey *, const Route *>> &changed,
+                const std::map<RouteKey, Route> &all,
                 const std::set<std::string> &vrfs_added, const std::set<std::string> &vrfs_removed,
                 std::string &err) override
     {
@@ -805,14 +807,14 @@ public:
     }
 
 private:
-    static bool write(StoreEngine &e, const std::map<RouteKey, const Route *> &changed,
+    static bool write(StoreEngine &e, const std::vector<std::pair<const RouteKey *, const Route *>> &changed,
                       const std::map<RouteKey, Route> &all, const std::set<std::string> &vrfs_added,
                       const std::set<std::string> &vrfs_removed, std::string &err)
     {
         /* Store directories to rewrite whole, with the routes that share each. */
-        std::map<std::string, RouteKey> dirs;
+        std::map<std::string, const RouteKey *> dirs;
         for (const auto &c : changed) {
-            const RouteKey &k = c.first;
+            const RouteKey &k = *c.first;
             cerrno rc = c.second != nullptr ? e.put(native_key(k), encode_route(*c.second)) : e.del(native_key(k));
             if (rc != YFW_RC_OK && rc != SYSDB_RC_NOT_FOUND) {
                 err = "cannot write " + NativeConfig::route_path(k);
@@ -823,7 +825,7 @@ private:
                 err = "not a prefix of its family: " + NativeConfig::route_path(k);
                 return false;
             }
-            dirs.emplace(std::move(dir), k);
+            dirs.emplace(std::move(dir), &k);
         }
         for (const auto &d : dirs) {
             const std::string full = STATIC_ROOT + d.first;
@@ -834,7 +836,7 @@ private:
             });
             for (const std::string &key : old)
                 e.del(key);
-            const RouteKey &k = d.second;
+            const RouteKey &k = *d.second;
             auto g = length_groups().find(prefix_length_key(atoi(k.length.c_str())));
             for (int len : g->second) {
                 auto it = all.find(RouteKey{k.vrf, k.ipv4, k.prefix, std::to_string(len)});

@@ -68,11 +68,11 @@ public:
     /* Every route and VRF kept; false with `err` when the store cannot be read. */
     virtual bool load(std::map<RouteKey, Route> &routes, std::set<std::string> &vrfs, std::string &err) = 0;
     /*
-     * One transaction: for each route changed, its new content (null:
-     * removed); VRFs added and removed. `all` is the whole configuration
+     * One transaction: for each route changed (in key order), its new
+     * content (null: removed); VRFs added and removed. `all` is the whole configuration
      * after the change.
      */
-    virtual bool commit(const std::map<RouteKey, const Route *> &changed,
+    virtual bool commit(const std::vector<std::pair<const RouteKey *, const Route *>> &changed,
                         const std::map<RouteKey, Route> &all, const std::set<std::string> &vrfs_added,
                         const std::set<std::string> &vrfs_removed, std::string &err) = 0;
 };
