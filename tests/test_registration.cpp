@@ -36,8 +36,9 @@ TEST(Registration, NamesSpellTheFamilyAndVrfKindOfTheirNode)
                                  contains(b.callback, "_lvlbf_");
             const bool any_name = contains(b.callback, "leaf_routerstatic_"); /* index, metric, bfd serve both */
             EXPECT_TRUE(any_name || (v4_name ? v4_path : v6_name && v6_path));
-            if (contains(b.callback, "_vrfprefix_prefix"))
+            if (contains(b.callback, "_vrfprefix_prefix")) {
                 EXPECT_EQ(contains(b.callback, "_namedvrf"), contains(b.schema_path, "/vrfs/vrf/"));
+            }
         }
         if (b.model == Model::Operational) {
             EXPECT_EQ(contains(b.callback, "_ipv4_"), b.schema_path.rfind("/ocni/vrfipv4/", 0) == 0);
@@ -51,10 +52,11 @@ TEST(Registration, NamesSpellTheFamilyAndVrfKindOfTheirNode)
         /* The container kind (subtrees argument) goes with container callbacks only. */
         const bool container_name = contains(b.callback, "_cont_") || contains(b.callback, "_staticroutes_rev") ||
                                     contains(b.callback, "_static_nexthops_rev");
-        if (b.kind != CallbackKind::Condition)
+        if (b.kind != CallbackKind::Condition) {
             EXPECT_EQ(b.kind == CallbackKind::Container, container_name);
-        if (b.kind == CallbackKind::Condition)
+        } else {
             EXPECT_TRUE(contains(b.callback, "_cond_manual_callback"));
+        }
     }
 }
 
