@@ -1,16 +1,274 @@
+/*
+ * The command line's engine on the host walker: libyang trees in and out
+ * through the YANG seam, framework trees through the walker, the native
+ * configuration persisted in the store directory.
+ */
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <iostream>
+
+#include <libyang/libyang.h>
+
+#include "host/iface_table.h"
+#include "host/native_apply.h"
+#include "host/plugin_loader.h"
+#include "host/tree.h"
+#include "host/walker.h"
 #include "ocni_map_engine.h"
+#include "host/store.h"
+#include "host/store_lmdb.h"
 
 namespace ocni::tool {
 
-/*
- * The walker and the native store live in host/ and are joined here once
- * their interfaces are in place; until then every store command reports
- * an internal error rather than pretending to work.
- */
-std::unique_ptr<Engine> make_engine(const yang::Context &, const EngineOptions &, Outcome &why)
+namespace {
+
+namespace h = ocni::host;
+
+/* A framework tree freed with its owner. */
+struct HostTree {
+    zidl_yfw_datatree *root = nullptr;
+    explicit HostTree(zidl_yfw_datatree *r = h::tree_new()) : root(r) {}
+    ~HostTree() { h::tree_free(root); }
+    HostTree(const HostTree &) = delete;
+    HostTree &operator=(const HostTree &) = delete;
+};
+
+void trace_to_stderr(const char *line, void *)
 {
-    why = Outcome::fail(Outcome::kInternal, "the host walker is not part of this build yet");
-    return nullptr;
+    fprintf(stderr, "%s\n", line);
+}
+
+std::string join(const std::vector<std::string> &lines)
+{
+    std::string out;
+    for (const std::string &l : lines)
+        out += l + "\n";
+    return out;
+}
+
+/*
+ * A failed request: the mapping's refusals (with the client message) exit
+ * 1, the store's failures and anything unexpected exit 3.
+ */
+Outcome failure(const h::WalkResult &r)
+{
+    std::string where;
+    if (!r.callback.empty())
+        where += r.callback + " returned " + h::rc_text(r.rc);
+    else
+        where += "result " + h::rc_text(r.rc);
+    if (!r.path.empty())
+        where += " at " + r.path;
+    switch (r.rc) {
+    case YFW_RC_INVALID_REQUEST:
+    case YFW_RC_MAP_FAILED:
+    case YFW_RC_NOT_APPLICABLE:
+    case YFW_RC_NODE_EXISTS:
+    case YFW_RC_NO_COMMON_DATA:
+        return Outcome::fail(Outcome::kRefused, r.message.empty() ? where : r.message + " (" + where + ")");
+    default:
+        return Outcome::fail(Outcome::kInternal, r.message.empty() ? where : r.message + " (" + where + ")");
+    }
+}
+
+class WalkerEngine : public Engine {
+public:
+    WalkerEngine(const yang::Context &ctx, std::unique_ptr<h::StoreBackend> backend)
+        : ctx_(ctx), backend_(std::move(backend)), config_(backend_.get())
+    {
+    }
+
+    Outcome start(const EngineOptions &opt)
+    {
+        std::string err;
+        if (!config_.open(err))
+            return Outcome::fail(Outcome::kInternal, "store " + opt.store_dir + ": " + err);
+        plugin_ = h::Plugin::load(opt.plugin_path, err);
+        if (!plugin_)
+            return Outcome::fail(Outcome::kInternal, err);
+        h::WalkerOptions wo;
+        wo.trace = opt.trace;
+        if (opt.trace)
+            wo.trace_line = trace_to_stderr;
+        walker_ = std::make_unique<h::Walker>(*plugin_, config_, wo);
+        return Outcome::ok();
+    }
+
+    Outcome edit(const yang::Tree &openconfig, bool dry_run, std::string &changes) override
+    {
+        register_interfaces(openconfig);
+        HostTree in;
+        Outcome o = convert(openconfig, in.root, nullptr);
+        if (o.status != Outcome::kOk)
+            return o;
+        return edit_outcome(walker_->edit(in.root, dry_run), changes);
+    }
+
+    Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run,
+                   std::string &changes) override
+    {
+        register_interfaces(path_tree);
+        HostTree in;
+        Outcome o = convert(path_tree, in.root, &target);
+        if (o.status != Outcome::kOk)
+            return o;
+        return edit_outcome(walker_->edit(in.root, dry_run), changes);
+    }
+
+    Outcome get(const ReadFilter &filter, yang::Tree &out) override
+    {
+        h::ReadRequest req;
+        req.state = filter.state;
+        req.vrf = filter.vrf;
+        req.prefix = filter.prefix;
+        register_interfaces(yang::Tree{});
+        zidl_yfw_datatree *raw = nullptr;
+        h::WalkResult r = walker_->read(req, &raw);
+        HostTree result(raw);
+        if (!r.ok())
+            return failure(r);
+        Outcome o = back(result.root, out);
+        if (o.status != Outcome::kOk)
+            return o;
+        yang::Error e = yang::complete_network_instance_names(out);
+        return e ? Outcome::fail(Outcome::kInternal, e.message) : Outcome::ok();
+    }
+
+    Outcome native_get(yang::Tree &out) override
+    {
+        HostTree result(walker_->native_tree());
+        if (result.root == nullptr)
+            return Outcome::fail(Outcome::kInternal, "cannot build the native configuration tree");
+        return back(result.root, out);
+    }
+
+    Outcome native_edit(const yang::Tree &native, bool dry_run, std::string &changes) override
+    {
+        register_interfaces(native);
+        HostTree in;
+        Outcome o = convert(native, in.root, nullptr);
+        if (o.status != Outcome::kOk)
+            return o;
+        return edit_outcome(walker_->native_edit(in.root, dry_run), changes);
+    }
+
+    Outcome vrf_add(const std::string &name) override
+    {
+        std::vector<std::string> changes;
+        if (config_.vrf_known(name))
+            return Outcome::ok(); /* adding a known VRF changes nothing */
+        return vrf_change(config_.add_vrf(name, changes), "cannot add VRF " + name);
+    }
+
+    Outcome vrf_delete(const std::string &name) override
+    {
+        std::vector<std::string> changes;
+        std::string err;
+        bool removed = config_.remove_vrf(name, changes, err);
+        return vrf_change(removed, err.empty() ? "cannot delete VRF " + name : err);
+    }
+
+    Outcome vrf_list(std::vector<std::string> &names) override
+    {
+        names.assign(config_.vrfs().begin(), config_.vrfs().end());
+        return Outcome::ok();
+    }
+
+private:
+    const yang::Context &ctx_;
+    std::unique_ptr<h::StoreBackend> backend_;
+    h::NativeConfig config_;
+    std::unique_ptr<h::Plugin> plugin_;
+    std::unique_ptr<h::Walker> walker_;
+    std::set<std::string> interfaces_;
+    bool interfaces_known_ = false;
+
+    /*
+     * The router this host plays has every interface a request or the
+     * stored configuration names: register them with the interface manager.
+     */
+    void register_interfaces(const yang::Tree &tree)
+    {
+        if (!interfaces_known_) {
+            for (const auto &route : config_.routes())
+                for (const auto &nh : route.second.next_hops)
+                    add_interface(nh.first.interface);
+            interfaces_known_ = true;
+        }
+        for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
+            const lyd_node *elem;
+            LYD_TREE_DFS_BEGIN(top, elem) {
+                if (elem->schema != nullptr && (elem->schema->nodetype & LYS_LEAF) &&
+                    (strcmp(elem->schema->name, "interface") == 0 || strcmp(elem->schema->name, "interface-name") == 0))
+                    add_interface(lyd_get_value(elem));
+                LYD_TREE_DFS_END(top, elem);
+            }
+        }
+    }
+
+    void add_interface(const std::string &name)
+    {
+        if (!name.empty() && interfaces_.insert(name).second)
+            h::imc_add_interface(name, static_cast<uint32_t>(interfaces_.size()));
+    }
+
+    static Outcome convert(const yang::Tree &tree, zidl_yfw_datatree *root, const yang::PathTarget *deleted)
+    {
+        if (root == nullptr)
+            return Outcome::fail(Outcome::kInternal, "out of memory");
+        yang::HostTreeSink sink;
+        yang::Error e = yang::to_datatree(tree, sink, root, YFW_DT_OP_NONE, deleted);
+        return e ? Outcome::fail(Outcome::kInternal, e.message) : Outcome::ok();
+    }
+
+    Outcome back(const zidl_yfw_datatree *root, yang::Tree &out)
+    {
+        yang::Error e = yang::from_datatree(ctx_, root, out);
+        return e ? Outcome::fail(Outcome::kInternal, e.message) : Outcome::ok();
+    }
+
+    static Outcome edit_outcome(const h::EditOutcome &eo, std::string &changes)
+    {
+        if (!eo.result.ok())
+            return failure(eo.result);
+        changes = join(eo.changes);
+        return Outcome::ok();
+    }
+
+    Outcome vrf_change(bool changed, const std::string &why_not)
+    {
+        if (!changed) {
+            config_.rollback();
+            return Outcome::fail(Outcome::kRefused, why_not);
+        }
+        std::string err;
+        if (!config_.commit(err)) {
+            config_.rollback();
+            return Outcome::fail(Outcome::kInternal, err);
+        }
+        return Outcome::ok();
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Engine> make_engine(const yang::Context &ctx, const EngineOptions &options, Outcome &why)
+{
+    std::string err;
+    std::shared_ptr<h::StoreEngine> store = h::open_lmdb_engine(options.store_dir, err);
+    if (!store) {
+        why = Outcome::fail(Outcome::kInternal, "store " + options.store_dir + ": " + err);
+        return nullptr;
+    }
+    /* The plug-in's store client and the native records share this engine. */
+    h::store_use_engine(store);
+    std::unique_ptr<h::StoreBackend> backend = h::make_engine_backend();
+    auto engine = std::make_unique<WalkerEngine>(ctx, std::move(backend));
+    why = engine->start(options);
+    if (why.status != Outcome::kOk)
+        return nullptr;
+    return engine;
 }
 
 }  // namespace ocni::tool
