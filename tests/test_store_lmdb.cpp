@@ -232,10 +232,10 @@ TEST_F(StoreLmdb, KilledDuringAnEditLeavesEveryRouteOfOneGeneration)
         return t;
     };
     auto commit_generation = [&](int gen) {
-        store_use_engine(open_lmdb_engine(dir_, *new std::string));
+        std::string err;
+        store_use_engine(open_lmdb_engine(dir_, err));
         auto backend = make_engine_backend();
         NativeConfig c(backend.get());
-        std::string err;
         std::vector<std::string> changes;
         TreePtr in = build_tree(edit_text(gen), OCNI_NS_NATIVE);
         return c.open(err) && c.apply(in.get(), changes, err) && c.commit(err);
