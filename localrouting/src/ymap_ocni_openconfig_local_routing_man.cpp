@@ -1491,6 +1491,31 @@ cerrno fan_out(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datatree *
     return YFW_RC_NO_MEMORY;
 }
 
+/*
+ * Last steps of the route-wide set-tag and description leaves, once the
+ * value is kept in the route record: fan it out to the stored next hops on
+ * an edit, or request the stored next hops' leaves on a read.
+ */
+cerrno route_wide_finish(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datatree *in,
+                         zidl_yfw_datatree *out, const ocni_route_common_data *rec,
+                         const nh_leaf (&reads)[7])
+{
+    if (yfw_map_is_request_delete(in) && ctx->req_ctx->suppress_flag)
+        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
+    if (!ocni_is_read(ctx))
+        OCNI_CB_RETURN(id, ctx, fan_out(id, ctx, in, out));
+
+    const char *vrf = ocni_vrf_name(ctx);
+    if (vrf == NULL)
+        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
+    cerrno rc = YFW_RC_OK;
+    if (rec->is_ipv4 || rec->prefix == NULL)
+        rc = request_nh_leaves(ctx, out, vrf, true, reads, 7, rc);
+    if (!rec->is_ipv4)
+        rc = request_nh_leaves(ctx, out, vrf, false, reads, 7, rc);
+    OCNI_CB_RETURN(id, ctx, rc);
+}
+
 cerrno settag_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datatree *in,
                    zidl_yfw_datatree *out)
 {
@@ -1504,20 +1529,7 @@ cerrno settag_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datatr
         normalise_tag(rec->set_tag, sizeof rec->set_tag);
     }
     rec->tag_mode = 1;
-    if (yfw_map_is_request_delete(in) && ctx->req_ctx->suppress_flag)
-        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
-    if (!ocni_is_read(ctx))
-        OCNI_CB_RETURN(id, ctx, fan_out(id, ctx, in, out));
-
-    const char *vrf = ocni_vrf_name(ctx);
-    if (vrf == NULL)
-        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
-    cerrno rc = YFW_RC_OK;
-    if (rec->is_ipv4 || rec->prefix == NULL)
-        rc = request_nh_leaves(ctx, out, vrf, true, TAG_READ, 7, rc);
-    if (!rec->is_ipv4)
-        rc = request_nh_leaves(ctx, out, vrf, false, TAG_READ, 7, rc);
-    OCNI_CB_RETURN(id, ctx, rc);
+    return route_wide_finish(id, ctx, in, out, rec, TAG_READ);
 }
 
 cerrno settag_v2_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datatree *in,
@@ -1646,20 +1658,7 @@ cerrno description_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_d
         cut_printf(rec->description_in, DESC_MAX + 1, "%s", native);
     }
 
-    if (yfw_map_is_request_delete(in) && ctx->req_ctx->suppress_flag)
-        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
-    if (!ocni_is_read(ctx))
-        OCNI_CB_RETURN(id, ctx, fan_out(id, ctx, in, out));
-
-    const char *vrf = ocni_vrf_name(ctx);
-    if (vrf == NULL)
-        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
-    cerrno rc = YFW_RC_OK;
-    if (rec->is_ipv4 || rec->prefix == NULL)
-        rc = request_nh_leaves(ctx, out, vrf, true, DESCRIPTION_READ, 7, rc);
-    if (!rec->is_ipv4)
-        rc = request_nh_leaves(ctx, out, vrf, false, DESCRIPTION_READ, 7, rc);
-    OCNI_CB_RETURN(id, ctx, rc);
+    return route_wide_finish(id, ctx, in, out, rec, DESCRIPTION_READ);
 }
 
 } // namespace
