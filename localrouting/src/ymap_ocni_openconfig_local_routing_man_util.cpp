@@ -789,6 +789,24 @@ struct store_prefix {
 
 /* Splits "address/length" and converts both parts; false when the address
  * does not convert. */
+/*
+ * Lists the stored next hops of a route (store path of the route's next-hop
+ * node). A failed find is traced and leaves no list behind.
+ */
+cerrno find_route_next_hops(const ocni_cb_id &id, yfw_map_ctx *ctx, const char *store_path,
+                            const char *addr, uint32_t *count, sysdb_datalist_t **list)
+{
+    cerrno rc = sysdb_find_data(ocni_ip_static_sysdb_connid, store_path, "", SYSDB_FIND_LIST,
+                                count, list);
+    if (rc != YFW_RC_OK) {
+        OCNI_TRC(id, ctx, "sysdb_find_data failed for prefix %s :(%s)\n", addr, cerr_strerror(rc));
+        if (*list != NULL)
+            sysdb_datalist_free(*list);
+        *list = NULL;
+    }
+    return rc;
+}
+
 bool convert_prefix(const ocni_route_common_data *rec, store_prefix *sp)
 {
     memset(sp, 0, sizeof *sp);
@@ -1174,13 +1192,8 @@ cerrno ocni_do_index_lookup_on_sysdb(yfw_map_ctx *ctx, const zidl_yfw_datatree *
 
     uint32_t count = 0;
     sysdb_datalist_t *list = NULL;
-    rc = sysdb_find_data(ocni_ip_static_sysdb_connid, store_path, "", SYSDB_FIND_LIST, &count,
-                         &list);
+    rc = find_route_next_hops(ocni_id, ctx, store_path, sp.addr, &count, &list);
     if (rc != YFW_RC_OK) {
-        OCNI_TRC(ocni_id, ctx, "sysdb_find_data failed for prefix %s :(%s)\n", sp.addr,
-                 cerr_strerror(rc));
-        if (list != NULL)
-            sysdb_datalist_free(list);
         if (is_generated_index(index)) {
             gen_index g;
             split_generated_index(index, &g);
@@ -1240,13 +1253,8 @@ cerrno ocni_do_prefix_lookup_on_sysdb_and_set_tag(yfw_map_ctx *ctx, const zidl_y
     }
     uint32_t count = 0;
     sysdb_datalist_t *list = NULL;
-    rc = sysdb_find_data(ocni_ip_static_sysdb_connid, store_path, "", SYSDB_FIND_LIST, &count,
-                         &list);
+    rc = find_route_next_hops(ocni_id, ctx, store_path, sp.addr, &count, &list);
     if (rc != YFW_RC_OK) {
-        OCNI_TRC(ocni_id, ctx, "sysdb_find_data failed for prefix %s :(%s)\n", sp.addr,
-                 cerr_strerror(rc));
-        if (list != NULL)
-            sysdb_datalist_free(list);
         return rc;
     }
     if (count == 0 || list == NULL) {
@@ -1338,13 +1346,8 @@ cerrno ocni_do_sysdb_lookup_and_get_tag(yfw_map_ctx *ctx)
 
     uint32_t count = 0;
     sysdb_datalist_t *list = NULL;
-    rc = sysdb_find_data(ocni_ip_static_sysdb_connid, store_path, "", SYSDB_FIND_LIST, &count,
-                         &list);
+    rc = find_route_next_hops(ocni_id, ctx, store_path, sp.addr, &count, &list);
     if (rc != YFW_RC_OK) {
-        OCNI_TRC(ocni_id, ctx, "sysdb_find_data failed for prefix %s :(%s)\n", sp.addr,
-                 cerr_strerror(rc));
-        if (list != NULL)
-            sysdb_datalist_free(list);
         return rc;
     }
     for (uint32_t i = 0; i < count && list != NULL; i++) {
