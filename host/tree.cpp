@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <mutex>
 #include <unordered_set>
 
@@ -21,29 +22,33 @@ namespace {
 constexpr uint32_t INDEX_THRESHOLD = 8;
 constexpr char KEY_SEP = '\x1f';
 constexpr char KV_SEP = '\x1e';
-/* Index bucket of every entry of one list, whatever its keys: name + NAME_SEP. */
-constexpr char NAME_SEP = '\x1d';
 
 std::atomic<uint64_t> g_next_serial{1};
 std::atomic<uint64_t> g_sibling_visits{0};
 std::mutex g_trees_mu;
 std::unordered_set<uint64_t> g_live_trees;
 
-char *dup_text(const char *s)
+/* Names and namespaces are few (the schema bounds them) and repeated on every node. */
+struct Interner {
+    std::mutex mu;
+    std::deque<std::string> texts; /* elements never move */
+    std::unordered_set<std::string_view> set;
+};
+
+Interner &interner()
 {
-    if (s == nullptr)
-        return nullptr;
-    size_t n = strlen(s) + 1;
-    char *p = static_cast<char *>(malloc(n));
-    if (p != nullptr)
-        memcpy(p, s, n);
-    return p;
+    static Interner *g = new Interner; /* outlives every tree, including static ones */
+    return *g;
 }
 
-/* Frees a node string: the host's own allocation, and a replacement a plug-in hung there. */
+char *text_copy(Tree *t, const char *s)
+{
+    return s != nullptr ? t->arena.copy(s, strlen(s)) : nullptr;
+}
+
+/* Frees what a plug-in hung on a node in place of the host's own text. */
 void free_text(char *current, char *own)
 {
-    free(own);
     if (current != nullptr && current != own)
         wos_named_free(current);
 }
@@ -74,53 +79,94 @@ bool grow(NodeRec *p, uint32_t need)
     return true;
 }
 
-std::string name_bucket(const char *name)
+/* Links `r` into the chain of its key, keeping the chain in sibling order. */
+void chain_insert(ChildIndex &ix, NodeRec *r)
 {
-    std::string k = name != nullptr ? name : "";
-    k += NAME_SEP;
-    return k;
-}
-
-void index_insert(NodeRec *p, NodeRec *r)
-{
-    auto &v = (*p->child_index)[r->key];
-    auto pos = std::lower_bound(v.begin(), v.end(), r,
-                                [](const NodeRec *a, const NodeRec *b) { return a->index < b->index; });
-    v.insert(pos, r);
-}
-
-/* Entries join their name bucket once, in creation order. */
-void bucket_insert(NodeRec *p, NodeRec *r)
-{
-    if (r->kind == NodeKind::Entry)
-        (*p->child_index)[name_bucket(r->node->name)].push_back(r);
-}
-
-void index_remove(NodeRec *p, NodeRec *r, const std::string &key)
-{
-    auto it = p->child_index->find(key);
-    if (it == p->child_index->end())
+    auto ins = ix.by_key.try_emplace(r->key_view(), r);
+    if (ins.second) {
+        r->prev_same = r;
+        r->next_same = nullptr;
         return;
-    auto &v = it->second;
-    v.erase(std::remove(v.begin(), v.end(), r), v.end());
-    if (v.empty())
-        p->child_index->erase(it);
+    }
+    NodeRec *head = ins.first->second;
+    NodeRec *tail = head->prev_same;
+    if (r->index > tail->index) { /* the usual case: the newest sibling */
+        tail->next_same = r;
+        r->prev_same = tail;
+        r->next_same = nullptr;
+        head->prev_same = r;
+        return;
+    }
+    if (r->index < head->index) {
+        r->next_same = head;
+        r->prev_same = tail;
+        head->prev_same = r;
+        ins.first->second = r;
+        return;
+    }
+    NodeRec *at = head;
+    while (at->next_same != nullptr && at->next_same->index < r->index) {
+        at = at->next_same;
+        ++g_sibling_visits;
+    }
+    r->next_same = at->next_same;
+    r->prev_same = at;
+    at->next_same->prev_same = r;
+    at->next_same = r;
+}
+
+void chain_remove(ChildIndex &ix, NodeRec *r, std::string_view key)
+{
+    auto it = ix.by_key.find(key);
+    if (it == ix.by_key.end())
+        return;
+    NodeRec *head = it->second;
+    if (head == r) {
+        if (r->next_same == nullptr) {
+            ix.by_key.erase(it);
+        } else {
+            NodeRec *next = r->next_same;
+            next->prev_same = r->prev_same;
+            it->second = next;
+        }
+    } else {
+        NodeRec *prev = r->prev_same;
+        prev->next_same = r->next_same;
+        if (r->next_same != nullptr)
+            r->next_same->prev_same = prev;
+        else
+            head->prev_same = prev;
+    }
+    r->next_same = nullptr;
+    r->prev_same = nullptr;
+}
+
+/* Entries join their list's first-entry slot once: the oldest stays. */
+void first_entry_insert(ChildIndex &ix, NodeRec *r)
+{
+    if (r->kind != NodeKind::Entry)
+        return;
+    for (const auto &fe : ix.first_entry)
+        if (fe.first == r->own[0])
+            return;
+    ix.first_entry.emplace_back(r->own[0], r);
 }
 
 void index_add(NodeRec *p, NodeRec *r)
 {
     if (p->child_index) {
-        index_insert(p, r);
-        bucket_insert(p, r);
+        chain_insert(*p->child_index, r);
+        first_entry_insert(*p->child_index, r);
         return;
     }
     if (p->node->n_children < INDEX_THRESHOLD)
         return;
-    p->child_index = std::make_unique<std::unordered_map<std::string, std::vector<NodeRec *>>>();
+    p->child_index = std::make_unique<ChildIndex>();
+    p->child_index->by_key.reserve(p->node->n_children * 2);
     for (uint32_t i = 0; i < p->node->n_children; ++i) {
         NodeRec *c = child_rec(p->node, i);
-        (*p->child_index)[c->key].push_back(c);
-        bucket_insert(p, c);
+        chain_insert(*p->child_index, c);
+        first_entry_insert(*p->child_index, c);
     }
     g_sibling_visits += p->node->n_children;
 }
@@ -256,6 +302,87 @@ std::string entry_key_of(const NodeRec *entry)
     return entry_key(n->name != nullptr ? n->name : "", std::move(keys));
 }
 
+Arena::~Arena()
+{
+    while (head_ != nullptr) {
+        Chunk *next = head_->next;
+        free(head_);
+        head_ = next;
+    }
+}
+
+char *Arena::copy(const char *s, size_t n)
+{
+    constexpr size_t MAX_CHUNK = 64 * 1024;
+    if (head_ == nullptr || head_->size - head_->used < n + 1) {
+        size_t size = next_size_;
+        if (n + 1 > size / 4)
+            size = n + 1; /* a large text gets a block of its own behind the current one */
+        auto *c = static_cast<Chunk *>(malloc(sizeof(Chunk) + size));
+        if (c == nullptr)
+            return nullptr;
+        c->size = size;
+        c->used = 0;
+        if (size == n + 1 && head_ != nullptr) {
+            c->next = head_->next;
+            head_->next = c;
+        } else {
+            c->next = head_;
+            head_ = c;
+            if (next_size_ < MAX_CHUNK)
+                next_size_ *= 2;
+        }
+        char *p = reinterpret_cast<char *>(c + 1) + c->used;
+        c->used += n + 1;
+        memcpy(p, s, n);
+        p[n] = '\0';
+        return p;
+    }
+    char *p = reinterpret_cast<char *>(head_ + 1) + head_->used;
+    head_->used += n + 1;
+    memcpy(p, s, n);
+    p[n] = '\0';
+    return p;
+}
+
+NodeRec *Tree::new_rec()
+{
+    if (block_used == block_size) {
+        block_size = block_size == 0 ? 8 : std::min<size_t>(block_size * 2, 4096);
+        blocks.emplace_back(new NodeRec[block_size]);
+        block_used = 0;
+    }
+    return &blocks.back()[block_used++];
+}
+
+const char *intern(std::string_view s)
+{
+    Interner &in = interner();
+    std::lock_guard<std::mutex> lk(in.mu);
+    auto it = in.set.find(s);
+    if (it != in.set.end())
+        return it->data();
+    in.texts.emplace_back(s);
+    std::string_view v(in.texts.back());
+    in.set.insert(v);
+    return v.data();
+}
+
+namespace {
+
+/* Sets an entry's key text (kept in the tree's arena). */
+bool store_key(NodeRec *r, const std::string &k)
+{
+    char *p = r->tree->arena.copy(k.data(), k.size());
+    if (p == nullptr)
+        return false;
+    r->key = p;
+    r->key_len = uint32_t(k.size());
+    return true;
+}
+
+} // namespace
+
 NodeRec *add_child(NodeRec *p, const char *name, NodeKind kind, const char *value, const char *ns)
 {
     if (p == nullptr || name == nullptr)
@@ -264,19 +391,23 @@ NodeRec *add_child(NodeRec *p, const char *name, NodeKind kind, const char *valu
     uint32_t n = pn->n_children;
     if (n + 1 > p->capacity && !grow(p, n + 1))
         return nullptr;
-    char *nm = dup_text(name);
-    char *val = dup_text(value);
-    char *nsd = (ns != nullptr && ns[0] != '\0') ? dup_text(ns) : nullptr;
-    if (nm == nullptr || (value != nullptr && val == nullptr) ||
-        (ns != nullptr && ns[0] != '\0' && nsd == nullptr)) {
-        free(nm);
-        free(val);
-        free(nsd);
-        return nullptr;
-    }
     Tree *t = p->tree;
-    t->recs.emplace_back();
-    NodeRec *r = &t->recs.back();
+    auto *nm = const_cast<char *>(intern(name));
+    char *val = text_copy(t, value);
+    auto *nsd = (ns != nullptr && ns[0] != '\0') ? const_cast<char *>(intern(ns)) : nullptr;
+    if (value != nullptr && val == nullptr)
+        return nullptr;
+    NodeRec *r = t->new_rec();
+    r->tree = t;
+    r->kind = kind;
+    r->own[0] = nm;
+    if (kind == NodeKind::Entry) {
+        if (!store_key(r, entry_key(name, {})))
+            return nullptr;
+    } else {
+        r->key = nm;
+        r->key_len = uint32_t(strlen(nm));
+    }
     zidl_yfw_datatree *c = &pn->children[n];
     memset(c, 0, sizeof *c);
     c->name = nm;
@@ -284,64 +415,63 @@ NodeRec *add_child(NodeRec *p, const char *name, NodeKind kind, const char *valu
     c->ns = nsd;
     c->fw = r;
     c->flags = uint8_t((kind == NodeKind::Entry ? YFW_DT_F_LIST : 0) | (val != nullptr ? YFW_DT_F_VALUE : 0));
-    r->tree = t;
     r->parent = p;
     r->node = c;
     r->index = n;
-    r->kind = kind;
-    r->own[0] = nm;
     r->own[1] = val;
     r->own[2] = nsd;
-    r->key = kind == NodeKind::Entry ? entry_key(name, {}) : std::string(name);
     pn->n_children = n + 1;
     pn->flags |= YFW_DT_F_CHILDREN;
     index_add(p, r);
     return r;
 }
 
-void find_children(const NodeRec *p, const std::string &key, std::vector<NodeRec *> &out)
+void find_children(const NodeRec *p, std::string_view key, std::vector<NodeRec *> &out)
 {
     out.clear();
     if (p == nullptr)
         return;
     if (p->child_index) {
-        auto it = p->child_index->find(key);
-        if (it != p->child_index->end())
-            out = it->second;
+        auto it = p->child_index->by_key.find(key);
+        if (it != p->child_index->by_key.end())
+            for (NodeRec *r = it->second; r != nullptr; r = r->next_same)
+                out.push_back(r);
         return;
     }
     for (uint32_t i = 0; i < p->node->n_children; ++i) {
         NodeRec *c = child_rec(p->node, i);
         ++g_sibling_visits;
-        if (c->key == key)
+        if (c->key_view() == key)
             out.push_back(c);
     }
 }
 
-NodeRec *find_child(const NodeRec *p, const std::string &key)
+NodeRec *find_child(const NodeRec *p, std::string_view key)
 {
     if (p == nullptr)
         return nullptr;
     if (p->child_index) {
-        auto it = p->child_index->find(key);
-        return it == p->child_index->end() || it->second.empty() ? nullptr : it->second.front();
+        auto it = p->child_index->by_key.find(key);
+        return it == p->child_index->by_key.end() ? nullptr : it->second;
     }
     for (uint32_t i = 0; i < p->node->n_children; ++i) {
         NodeRec *c = child_rec(p->node, i);
         ++g_sibling_visits;
-        if (c->key == key)
+        if (c->key_view() == key)
             return c;
     }
     return nullptr;
 }
 
-NodeRec *find_first_entry(const NodeRec *p, const std::string &name)
+NodeRec *find_first_entry(const NodeRec *p, std::string_view name)
 {
     if (p == nullptr)
         return nullptr;
     if (p->child_index) {
-        auto it = p->child_index->find(name_bucket(name.c_str()));
-        return it == p->child_index->end() || it->second.empty() ? nullptr : it->second.front();
+        for (const auto &fe : p->child_index->first_entry)
+            if (name == fe.first)
+                return fe.second;
+        return nullptr;
     }
     for (uint32_t i = 0; i < p->node->n_children; ++i) {
         NodeRec *c = child_rec(p->node, i);
@@ -352,7 +482,7 @@ NodeRec *find_first_entry(const NodeRec *p, const std::string &name)
     return nullptr;
 }
 
-NodeRec *find_named(const NodeRec *p, const std::string &name)
+NodeRec *find_named(const NodeRec *p, std::string_view name)
 {
     NodeRec *r = find_child(p, name);
     return r != nullptr ? r : find_first_entry(p, name);
@@ -363,15 +493,16 @@ void rekey(NodeRec *entry)
     if (entry == nullptr || entry->kind != NodeKind::Entry)
         return;
     std::string k = entry_key_of(entry);
-    if (k == entry->key)
+    if (std::string_view(k) == entry->key_view())
         return;
     NodeRec *p = entry->parent;
-    std::string old = std::move(entry->key);
-    entry->key = std::move(k);
-    if (p != nullptr && p->child_index) {
-        index_remove(p, entry, old);
-        index_insert(p, entry);
-    }
+    const std::string_view old = entry->key_view();
+    if (p != nullptr && p->child_index)
+        chain_remove(*p->child_index, entry, old);
+    if (!store_key(entry, k))
+        throw std::bad_alloc();
+    if (p != nullptr && p->child_index)
+        chain_insert(*p->child_index, entry);
 }
 
 bool set_value(NodeRec *r, const char *value)
@@ -379,9 +510,19 @@ bool set_value(NodeRec *r, const char *value)
     zidl_yfw_datatree *n = r->node;
     if (value != nullptr && n->value != nullptr && strcmp(value, n->value) == 0)
         return true;
-    char *v = dup_text(value);
-    if (value != nullptr && v == nullptr)
-        return false;
+    char *v = nullptr;
+    if (value != nullptr) {
+        size_t len = strlen(value);
+        char *own = r->own[1];
+        if (own != nullptr && n->value == own && strlen(own) >= len) {
+            v = own; /* the host's own copy is long enough: reuse it */
+            memmove(v, value, len + 1);
+        } else {
+            v = r->tree->arena.copy(value, len);
+            if (v == nullptr)
+                return false;
+        }
+    }
     free_text(n->value, r->own[1]);
     n->value = v;
     r->own[1] = v;
@@ -399,9 +540,7 @@ bool set_ns(NodeRec *r, const char *ns)
     zidl_yfw_datatree *n = r->node;
     if (ns != nullptr && n->ns != nullptr && strcmp(ns, n->ns) == 0)
         return true;
-    char *v = (ns != nullptr && ns[0] != '\0') ? dup_text(ns) : nullptr;
-    if (ns != nullptr && ns[0] != '\0' && v == nullptr)
-        return false;
+    auto *v = (ns != nullptr && ns[0] != '\0') ? const_cast<char *>(intern(ns)) : nullptr;
     free_text(n->ns, r->own[2]);
     n->ns = v;
     r->own[2] = v;
@@ -411,9 +550,7 @@ bool set_ns(NodeRec *r, const char *ns)
 bool set_data_ns(NodeRec *r, const char *data_ns)
 {
     zidl_yfw_datatree *n = r->node;
-    char *v = dup_text(data_ns);
-    if (data_ns != nullptr && v == nullptr)
-        return false;
+    auto *v = data_ns != nullptr ? const_cast<char *>(intern(data_ns)) : nullptr;
     free_text(n->data_ns, r->own[3]);
     n->data_ns = v;
     r->own[3] = v;
@@ -458,21 +595,18 @@ std::string instance_path(const NodeRec *r)
 zidl_yfw_datatree *new_tree()
 {
     auto *root = static_cast<zidl_yfw_datatree *>(calloc(1, sizeof(zidl_yfw_datatree)));
-    char *nm = dup_text("/");
-    if (root == nullptr || nm == nullptr) {
-        free(root);
-        free(nm);
+    if (root == nullptr)
         return nullptr;
-    }
     auto *t = new Tree;
     t->serial = g_next_serial++;
     t->root = root;
-    t->recs.emplace_back();
-    NodeRec *r = &t->recs.back();
+    NodeRec *r = t->new_rec();
+    auto *nm = const_cast<char *>(intern("/"));
     r->tree = t;
     r->node = root;
     r->own[0] = nm;
-    r->key = "/";
+    r->key = nm;
+    r->key_len = 1;
     root->name = nm;
     root->fw = r;
     {

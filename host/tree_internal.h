@@ -4,9 +4,9 @@
 #ifndef OCNI_HOST_TREE_INTERNAL_H
 #define OCNI_HOST_TREE_INTERNAL_H
 
-#include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -15,6 +15,7 @@
 namespace ocni::host::detail {
 
 struct Tree;
+struct ChildIndex;
 
 /* Framework-private record of one node, reached through node->fw. Its address never moves. */
 struct NodeRec {
@@ -24,18 +25,73 @@ struct NodeRec {
     uint32_t index = 0;                /* position in the parent's child array */
     uint32_t capacity = 0;             /* slots of this node's own child array */
     NodeKind kind = NodeKind::Container;
-    std::string key; /* lookup key among siblings: name, or name + key values for entries */
-    /* Built once a node has many children: key -> children with that key, oldest first. */
-    std::unique_ptr<std::unordered_map<std::string, std::vector<NodeRec *>>> child_index;
-    /* Host allocations behind name, value, ns and data_ns (a plug-in may replace the pointers). */
+    /*
+     * Lookup key among siblings: the (interned) name for containers and
+     * leaves, name + key values for entries (kept in the tree's arena).
+     */
+    uint32_t key_len = 0;
+    const char *key = nullptr;
+    /* Siblings sharing this key, oldest first; the head's `prev_same` is the tail. */
+    NodeRec *next_same = nullptr;
+    NodeRec *prev_same = nullptr;
+    /* Built once a node has many children. */
+    std::unique_ptr<ChildIndex> child_index;
+    /*
+     * What the host put behind name, value, ns and data_ns (interned names
+     * and namespaces, arena copies of values). A plug-in may replace the
+     * pointers; replacements are its own tagged allocations.
+     */
     char *own[4] = {nullptr, nullptr, nullptr, nullptr};
+
+    std::string_view key_view() const { return std::string_view(key, key_len); }
+};
+
+/* Sibling index of one parent. */
+struct ChildIndex {
+    /* key -> oldest child with that key (head of its `next_same` chain). */
+    std::unordered_map<std::string_view, NodeRec *> by_key;
+    /* (interned) list name -> oldest entry of that list, whatever its keys. */
+    std::vector<std::pair<const char *, NodeRec *>> first_entry;
+};
+
+/*
+ * Bump allocator for the strings of one tree: freed with the tree, so
+ * that building and freeing hundreds of thousands of nodes costs a few
+ * large allocations instead of one per string.
+ */
+class Arena {
+public:
+    Arena() = default;
+    Arena(const Arena &) = delete;
+    Arena &operator=(const Arena &) = delete;
+    ~Arena();
+    /* Copy of `s` (n bytes, NUL added); NULL when memory is refused. */
+    char *copy(const char *s, size_t n);
+
+private:
+    struct Chunk {
+        Chunk *next;
+        size_t size;
+        size_t used;
+    };
+    Chunk *head_ = nullptr;
+    size_t next_size_ = 1024;
 };
 
 struct Tree {
     uint64_t serial = 0;
     zidl_yfw_datatree *root = nullptr;
-    std::deque<NodeRec> recs;
+    Arena arena;
+    /* Node records, in blocks that never move. */
+    std::vector<std::unique_ptr<NodeRec[]>> blocks;
+    size_t block_used = 0;
+    size_t block_size = 0;
+
+    NodeRec *new_rec();
 };
+
+/* The process-wide copy of a name or namespace: equal texts, equal pointers. Never freed. */
+const char *intern(std::string_view s);
 
 /* Record of a host node; NULL for NULL, foreign or stale pointers. */
 NodeRec *rec_of(const zidl_yfw_datatree *node);
@@ -53,12 +109,12 @@ std::string entry_key_of(const NodeRec *entry);
 NodeRec *add_child(NodeRec *parent, const char *name, NodeKind kind, const char *value,
                    const char *ns);
 /* Children of `parent` whose lookup key is `key`, oldest first. */
-void find_children(const NodeRec *parent, const std::string &key, std::vector<NodeRec *> &out);
-NodeRec *find_child(const NodeRec *parent, const std::string &key);
+void find_children(const NodeRec *parent, std::string_view key, std::vector<NodeRec *> &out);
+NodeRec *find_child(const NodeRec *parent, std::string_view key);
 /* Oldest list entry named `name` under `parent`, whatever its keys. */
-NodeRec *find_first_entry(const NodeRec *parent, const std::string &name);
+NodeRec *find_first_entry(const NodeRec *parent, std::string_view name);
 /* A container or leaf named `name`, else the oldest entry of that name. */
-NodeRec *find_named(const NodeRec *parent, const std::string &name);
+NodeRec *find_named(const NodeRec *parent, std::string_view name);
 /* Recomputes an entry's key after its key leaves changed. */
 void rekey(NodeRec *entry);
 bool set_value(NodeRec *rec, const char *value);
