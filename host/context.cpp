@@ -32,10 +32,10 @@ void note_current(ReqState *st, NodeRec *entry)
 {
     if (st == nullptr || entry == nullptr || entry->parent == nullptr || entry->kind != NodeKind::Entry)
         return;
-    st->scopes.back().current[{entry->parent, entry->node->name}] = ref_of(entry);
+    st->scopes.back().current[{entry->parent, std::string_view(entry->own[0])}] = ref_of(entry);
 }
 
-NodeRec *current_entry(const ReqState *st, const NodeRec *parent, const std::string &name)
+NodeRec *current_entry(const ReqState *st, const NodeRec *parent, std::string_view name)
 {
     if (st == nullptr)
         return nullptr;
@@ -127,7 +127,7 @@ void write_place(yfw_request *req, const MarkerPlace &p, uint16_t v)
 /* List name -> key leaf names. */
 struct KeyRegistry {
     std::mutex mu;
-    std::unordered_map<std::string, std::vector<std::string>> lists;
+    std::map<std::string, std::vector<std::string>, std::less<>> lists;
 };
 
 void fill_defaults(KeyRegistry &k)
@@ -190,7 +190,7 @@ const zidl_yfw_datatree *ancestor_entry(const yfw_req_ctx *rc, const std::string
     if (st != nullptr) {
         for (auto s = st->scopes.rbegin(); s != st->scopes.rend(); ++s) {
             NodeRec *r = rec_of(s->input);
-            if (r != nullptr && schema_path(r) == list_path)
+            if (r != nullptr && schema_path_is(r, list_path))
                 return r->node;
         }
     }
@@ -203,7 +203,7 @@ const zidl_yfw_datatree *ancestor_entry(const yfw_req_ctx *rc, const std::string
     }
     if (st != nullptr) {
         for (NodeRec *r = rec_of(st->current_input); r != nullptr; r = r->parent) {
-            if (r->kind == NodeKind::Entry && schema_path(r) == list_path)
+            if (r->kind == NodeKind::Entry && schema_path_is(r, list_path))
                 return r->node;
         }
     }
@@ -473,14 +473,14 @@ std::vector<std::string> list_keys_of(const std::string &list)
     return it == r.lists.end() ? std::vector<std::string>{} : it->second;
 }
 
-bool list_is_known(const std::string &list)
+bool list_is_known(std::string_view list)
 {
     KeyRegistry &r = keys();
     std::lock_guard<std::mutex> lk(r.mu);
-    return r.lists.count(list) != 0;
+    return r.lists.find(list) != r.lists.end();
 }
 
-bool list_is_key(const std::string &list, const std::string &leaf)
+bool list_is_key(std::string_view list, std::string_view leaf)
 {
     KeyRegistry &r = keys();
     std::lock_guard<std::mutex> lk(r.mu);
@@ -593,7 +593,7 @@ cerrno yfw_map_get_list(yfw_map_ctx *ctx, zidl_yfw_datatree *node, const char *p
         /* The node itself or one of its parents. */
         for (NodeRec *u = r; u != nullptr; u = u->parent) {
             if (u->kind == NodeKind::Entry && u->node->name != nullptr && list == u->node->name &&
-                schema_path(u) == list_path) {
+                schema_path_is(u, list_path)) {
                 *entry = u->node;
                 return YFW_RC_OK;
             }

@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "yfw_types.h"
@@ -120,8 +121,8 @@ LogSink *map_ctx_ltrace_sink(const yfw_map_ctx *ctx);
 /* Key leaf names of a list, by list name; defaults cover the three models. */
 void list_keys_register(const std::string &list, const std::vector<std::string> &keys);
 std::vector<std::string> list_keys_of(const std::string &list);
-bool list_is_known(const std::string &list);
-bool list_is_key(const std::string &list, const std::string &leaf);
+bool list_is_known(std::string_view list);
+bool list_is_key(std::string_view list, std::string_view leaf);
 /* Restores the defaults (forgets what tests registered). */
 void list_keys_reset();
 

@@ -7,6 +7,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -22,7 +23,8 @@ namespace ocni::host::detail {
  */
 struct Scope {
     NodeRef input;
-    std::map<std::pair<const NodeRec *, std::string>, NodeRef> current;
+    /* keyed by the entries' interned names */
+    std::map<std::pair<const NodeRec *, std::string_view>, NodeRef> current;
 };
 
 struct ReqState {
@@ -43,7 +45,7 @@ ReqState *state_of(const yfw_map_ctx *ctx);
 /* Makes `entry` the current entry of its list in the innermost scope. */
 void note_current(ReqState *st, NodeRec *entry);
 /* The current entry of list `name` under `parent`, innermost scope first; NULL when none. */
-NodeRec *current_entry(const ReqState *st, const NodeRec *parent, const std::string &name);
+NodeRec *current_entry(const ReqState *st, const NodeRec *parent, std::string_view name);
 /* Takes note of a current_list the plug-in set since the last framework call. */
 void sync_current_list(yfw_req_ctx *rc);
 /* Points current_list at the current address of its entry after additions. */

@@ -3,6 +3,7 @@
  * down in host/README.md ("Path placement").
  */
 #include <cstring>
+#include <string_view>
 
 #include "host/context_internal.h"
 #include "yfw_map.h"
@@ -12,19 +13,18 @@ using namespace ocni::host::detail;
 
 namespace {
 
-void split_schema_path(const char *path, std::vector<std::string> &toks)
+/* Tokens of a schema path, as views into it; a doubled or trailing "/" gives no token. */
+void split_schema_path(const char *path, std::vector<std::string_view> &toks)
 {
     toks.clear();
-    std::string cur;
+    const char *start = path;
     for (const char *p = path;; ++p) {
         if (*p == '/' || *p == '\0') {
-            if (!cur.empty()) /* a doubled or trailing "/" gives no token */
-                toks.push_back(std::move(cur));
-            cur.clear();
+            if (p > start)
+                toks.emplace_back(start, size_t(p - start));
             if (*p == '\0')
                 break;
-        } else {
-            cur += *p;
+            start = p + 1;
         }
     }
 }
@@ -44,18 +44,19 @@ cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const c
     NodeRec *cur = rec_of(out);
     if (cur == nullptr)
         return YFW_RC_MAP_FAILED;
-    std::vector<std::string> toks;
+    std::vector<std::string_view> toks;
+    toks.reserve(16);
     split_schema_path(path, toks);
     if (toks.empty())
         return YFW_RC_MAP_FAILED;
     for (const auto &t : toks)
-        if (t.find('[') != std::string::npos) /* schema paths carry no keys */
+        if (t.find('[') != std::string_view::npos) /* schema paths carry no keys */
             return YFW_RC_MAP_FAILED;
 
     sync_current_list(ctx->req_ctx);
     bool made = false;
     for (size_t i = 0; i < toks.size(); ++i) {
-        const std::string &name = toks[i];
+        const std::string_view name = toks[i];
         const bool last = i + 1 == toks.size();
         /*
          * A last token with a value is a leaf, whatever the list registry
@@ -68,19 +69,19 @@ cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const c
         NodeRec *next = nullptr;
         made = false;
         if (last && flag == 1) {
-            next = add_child(cur, name.c_str(), as_list ? NodeKind::Entry : NodeKind::Container, nullptr, ns);
+            next = add_child(cur, name, as_list ? NodeKind::Entry : NodeKind::Container, nullptr, ns);
             made = true;
         } else if (as_list) {
             next = current_entry(st, cur, name);
             if (next == nullptr) {
-                next = add_child(cur, name.c_str(), NodeKind::Entry, nullptr, ns);
+                next = add_child(cur, name, NodeKind::Entry, nullptr, ns);
                 made = true;
             }
         } else {
             next = find_child(cur, name);
             if (next == nullptr) {
                 NodeKind kind = last && value != nullptr ? NodeKind::Leaf : NodeKind::Container;
-                next = add_child(cur, name.c_str(), kind, nullptr, ns);
+                next = add_child(cur, name, kind, nullptr, ns);
                 made = true;
             }
         }

@@ -276,30 +276,66 @@ NodeRef ref_of(NodeRec *rec)
     return r;
 }
 
-std::string entry_key(const std::string &name, std::vector<std::pair<std::string, std::string>> keys)
+namespace {
+
+using KeyView = std::pair<std::string_view, std::string_view>;
+
+/* name, then "key=value" pairs in key-name order, with separators no name or value holds. */
+std::string make_key(std::string_view name, KeyView *keys, size_t n)
 {
-    std::sort(keys.begin(), keys.end());
-    std::string k = name;
+    std::sort(keys, keys + n);
+    size_t len = name.size() + 1;
+    for (size_t i = 0; i < n; ++i)
+        len += keys[i].first.size() + keys[i].second.size() + 2;
+    std::string k;
+    k.reserve(len);
+    k.append(name);
     k += KEY_SEP;
-    for (const auto &kv : keys) {
-        k += kv.first;
+    for (size_t i = 0; i < n; ++i) {
+        k.append(keys[i].first);
         k += KV_SEP;
-        k += kv.second;
+        k.append(keys[i].second);
         k += KEY_SEP;
     }
     return k;
 }
 
+} // namespace
+
+std::string entry_key(std::string_view name, const std::vector<std::pair<std::string, std::string>> &keys)
+{
+    KeyView small[4];
+    std::vector<KeyView> big;
+    KeyView *kv = small;
+    if (keys.size() > 4) {
+        big.resize(keys.size());
+        kv = big.data();
+    }
+    for (size_t i = 0; i < keys.size(); ++i)
+        kv[i] = KeyView(keys[i].first, keys[i].second);
+    return make_key(name, kv, keys.size());
+}
+
 std::string entry_key_of(const NodeRec *entry)
 {
-    std::vector<std::pair<std::string, std::string>> keys;
-    const zidl_yfw_datatree *n = entry->node;
-    for (uint32_t i = 0; i < n->n_children; ++i) {
-        const zidl_yfw_datatree &c = n->children[i];
-        if ((c.flags & YFW_DT_F_LIST) && c.value != nullptr && c.name != nullptr)
-            keys.emplace_back(c.name, c.value);
+    KeyView small[4];
+    std::vector<KeyView> big;
+    size_t n = 0;
+    const zidl_yfw_datatree *node = entry->node;
+    for (uint32_t i = 0; i < node->n_children; ++i) {
+        const zidl_yfw_datatree &c = node->children[i];
+        if (!((c.flags & YFW_DT_F_LIST) && c.value != nullptr && c.name != nullptr))
+            continue;
+        if (n < 4) {
+            small[n++] = KeyView(c.name, c.value);
+            continue;
+        }
+        if (big.empty())
+            big.assign(small, small + 4);
+        big.emplace_back(c.name, c.value);
+        ++n;
     }
-    return entry_key(n->name != nullptr ? n->name : "", std::move(keys));
+    return make_key(node->name != nullptr ? node->name : "", big.empty() ? small : big.data(), n);
 }
 
 Arena::~Arena()
@@ -357,15 +393,49 @@ NodeRec *Tree::new_rec()
 
 const char *intern(std::string_view s)
 {
+    /*
+     * Callers mostly pass the same few texts again and again (constants,
+     * names of a parent's children): a small per-thread cache of recent
+     * texts spares the lock and the shared table.
+     */
+    struct Slot {
+        size_t hash = 0;
+        const char *text = nullptr;
+        size_t len = 0;
+    };
+    thread_local Slot cache[64];
+    const size_t h = std::hash<std::string_view>{}(s);
+    Slot &slot = cache[h % 64];
+    if (slot.text != nullptr && slot.hash == h && slot.len == s.size() && memcmp(slot.text, s.data(), s.size()) == 0)
+        return slot.text;
     Interner &in = interner();
-    std::lock_guard<std::mutex> lk(in.mu);
-    auto it = in.set.find(s);
-    if (it != in.set.end())
-        return it->data();
-    in.texts.emplace_back(s);
-    std::string_view v(in.texts.back());
-    in.set.insert(v);
-    return v.data();
+    const char *text = nullptr;
+    {
+        std::lock_guard<std::mutex> lk(in.mu);
+        auto it = in.set.find(s);
+        if (it != in.set.end()) {
+            text = it->data();
+        } else {
+            in.texts.emplace_back(s);
+            std::string_view v(in.texts.back());
+            in.set.insert(v);
+            text = v.data();
+        }
+    }
+    slot = Slot{h, text, s.size()};
+    return text;
+}
+
+bool schema_path_is(const NodeRec *r, std::string_view path)
+{
+    for (; r != nullptr && r->parent != nullptr; r = r->parent) {
+        const char *name = r->node->name != nullptr ? r->node->name : "";
+        const size_t n = strlen(name);
+        if (path.size() < n + 1 || path.compare(path.size() - n, n, name) != 0 || path[path.size() - n - 1] != '/')
+            return false;
+        path.remove_suffix(n + 1);
+    }
+    return path.empty();
 }
 
 namespace {
@@ -385,7 +455,14 @@ bool store_key(NodeRec *r, const std::string &k)
 
 NodeRec *add_child(NodeRec *p, const char *name, NodeKind kind, const char *value, const char *ns)
 {
-    if (p == nullptr || name == nullptr)
+    if (name == nullptr)
+        return nullptr;
+    return add_child(p, std::string_view(name), kind, value, ns);
+}
+
+NodeRec *add_child(NodeRec *p, std::string_view name, NodeKind kind, const char *value, const char *ns)
+{
+    if (p == nullptr)
         return nullptr;
     zidl_yfw_datatree *pn = p->node;
     uint32_t n = pn->n_children;
@@ -406,7 +483,7 @@ NodeRec *add_child(NodeRec *p, const char *name, NodeKind kind, const char *valu
             return nullptr;
     } else {
         r->key = nm;
-        r->key_len = uint32_t(strlen(nm));
+        r->key_len = uint32_t(name.size());
     }
     zidl_yfw_datatree *c = &pn->children[n];
     memset(c, 0, sizeof *c);
@@ -836,30 +913,38 @@ bool parse_instance_path(const char *path, std::vector<PathStep> &steps, std::st
             continue;
         }
         PathStep st;
+        const char *b = p;
         while (*p != '\0' && *p != '/' && *p != '[')
-            st.name += *p++;
+            ++p;
+        st.name.assign(b, size_t(p - b));
         if (st.name.empty())
             return fail("key without a node name");
         while (*p == '[') {
             ++p;
             std::string k, v;
+            const char *kb = p;
             while (*p != '\0' && *p != '=' && *p != ']')
-                k += *p++;
+                ++p;
+            k.assign(kb, size_t(p - kb));
             if (*p != '=' || k.empty())
                 return fail("key without '='");
             ++p;
             if (*p == '\'' || *p == '"') {
                 char q = *p++;
+                const char *vb = p;
                 while (*p != '\0' && *p != q)
-                    v += *p++;
+                    ++p;
+                v.assign(vb, size_t(p - vb));
                 if (*p != q)
                     return fail("unterminated quoted key value");
                 ++p;
                 if (*p != ']')
                     return fail("text after a quoted key value");
             } else {
+                const char *vb = p;
                 while (*p != '\0' && *p != ']')
-                    v += *p++;
+                    ++p;
+                v.assign(vb, size_t(p - vb));
             }
             if (*p != ']')
                 return fail("unterminated '['");

@@ -101,12 +101,13 @@ NodeRef ref_of(NodeRec *rec);
 bool tree_alive(uint64_t serial);
 
 /* Sibling-lookup keys. */
-std::string entry_key(const std::string &name,
-                      std::vector<std::pair<std::string, std::string>> keys);
+std::string entry_key(std::string_view name, const std::vector<std::pair<std::string, std::string>> &keys);
 std::string entry_key_of(const NodeRec *entry);
 
 /* Appends a child; NULL when memory is refused. */
 NodeRec *add_child(NodeRec *parent, const char *name, NodeKind kind, const char *value,
+                   const char *ns);
+NodeRec *add_child(NodeRec *parent, std::string_view name, NodeKind kind, const char *value,
                    const char *ns);
 /* Children of `parent` whose lookup key is `key`, oldest first. */
 void find_children(const NodeRec *parent, std::string_view key, std::vector<NodeRec *> &out);
@@ -123,6 +124,8 @@ bool set_data_ns(NodeRec *rec, const char *data_ns);
 void mark_key(NodeRec *leaf);
 
 std::string schema_path(const NodeRec *rec);
+/* Whether the schema path of `rec` is `path`, without building it. */
+bool schema_path_is(const NodeRec *rec, std::string_view path);
 std::string instance_path(const NodeRec *rec);
 
 } // namespace ocni::host::detail
