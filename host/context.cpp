@@ -32,7 +32,12 @@ void note_current(ReqState *st, NodeRec *entry)
 {
     if (st == nullptr || entry == nullptr || entry->parent == nullptr || entry->kind != NodeKind::Entry)
         return;
-    st->scopes.back().current[{entry->parent, std::string_view(entry->own[0])}] = ref_of(entry);
+    NodeRef &cur = st->scopes.back().current[{entry->parent, std::string_view(entry->own[0])}];
+    NodeRef now = ref_of(entry);
+    if (!(cur == now)) {
+        cur = now;
+        ++st->current_gen;
+    }
 }
 
 NodeRec *current_entry(const ReqState *st, const NodeRec *parent, std::string_view name)
@@ -128,6 +133,15 @@ void write_place(yfw_request *req, const MarkerPlace &p, uint16_t v)
 struct KeyRegistry {
     std::mutex mu;
     std::map<std::string, std::vector<std::string>, std::less<>> lists;
+    /* The list names again, hashed: asked for every token of every placed path. */
+    std::unordered_map<std::string_view, const std::vector<std::string> *> by_name;
+
+    void reindex()
+    {
+        by_name.clear();
+        for (const auto &l : lists)
+            by_name.emplace(l.first, &l.second);
+    }
 };
 
 void fill_defaults(KeyRegistry &k)
@@ -146,6 +160,7 @@ void fill_defaults(KeyRegistry &k)
         {"vrf-next-hop-interface-name-next-hop-address", {"interface-name", "next-hop-address"}},
         {"vrf-next-hop-next-hop-address", {"next-hop-address"}},
     };
+    k.reindex();
 }
 
 KeyRegistry &keys()
@@ -338,13 +353,16 @@ void req_push_input_entry(yfw_req_ctx *rc, const zidl_yfw_datatree *entry)
     Scope s;
     s.input = node_ref(entry);
     st->scopes.push_back(std::move(s));
+    ++st->current_gen;
 }
 
 void req_pop_input_entry(yfw_req_ctx *rc)
 {
     ReqState *st = state_of(rc);
-    if (st != nullptr && st->scopes.size() > 1)
+    if (st != nullptr && st->scopes.size() > 1) {
         st->scopes.pop_back();
+        ++st->current_gen;
+    }
 }
 
 size_t req_input_depth(const yfw_req_ctx *rc)
@@ -379,6 +397,8 @@ void req_enter_input(yfw_req_ctx *rc, const zidl_yfw_datatree *node)
     size_t keep = 0;
     while (keep < entries.size() && keep + 1 < st->scopes.size() && st->scopes[keep + 1].input == entries[keep])
         ++keep;
+    if (st->scopes.size() != keep + 1 || keep < entries.size())
+        ++st->current_gen;
     st->scopes.resize(keep + 1);
     for (size_t i = keep; i < entries.size(); ++i) {
         Scope s;
@@ -463,6 +483,7 @@ void list_keys_register(const std::string &list, const std::vector<std::string> 
     KeyRegistry &r = keys();
     std::lock_guard<std::mutex> lk(r.mu);
     r.lists[list] = k;
+    r.reindex();
 }
 
 std::vector<std::string> list_keys_of(const std::string &list)
@@ -477,17 +498,17 @@ bool list_is_known(std::string_view list)
 {
     KeyRegistry &r = keys();
     std::lock_guard<std::mutex> lk(r.mu);
-    return r.lists.find(list) != r.lists.end();
+    return r.by_name.count(list) != 0;
 }
 
 bool list_is_key(std::string_view list, std::string_view leaf)
 {
     KeyRegistry &r = keys();
     std::lock_guard<std::mutex> lk(r.mu);
-    auto it = r.lists.find(list);
-    if (it == r.lists.end())
+    auto it = r.by_name.find(list);
+    if (it == r.by_name.end())
         return false;
-    for (const auto &k : it->second)
+    for (const auto &k : *it->second)
         if (k == leaf)
             return true;
     return false;

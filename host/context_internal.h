@@ -27,7 +27,25 @@ struct Scope {
     std::map<std::pair<const NodeRec *, std::string_view>, NodeRef> current;
 };
 
+/*
+ * The nodes the last placement resolved for the intermediate tokens of its
+ * path, so that the next placement sharing a leading part of that path
+ * (a callback adds several leaves under one entry) resumes there. Valid
+ * while the same output tree is used and no current list entry changed.
+ */
+struct PlaceMemo {
+    uint64_t tree_serial = 0;
+    uint64_t gen = 0;
+    const NodeRec *start = nullptr;
+    std::string path;                                  /* the path last placed */
+    std::vector<std::pair<uint32_t, uint32_t>> tokens; /* its tokens: offset, length */
+    std::vector<NodeRec *> nodes;                      /* node of each intermediate token */
+};
+
 struct ReqState {
+    /* Bumped whenever the current entry of some output list may have changed. */
+    uint64_t current_gen = 1;
+    PlaceMemo memo;
     std::string vrf;
     bool has_vrf = false;
     std::vector<Scope> scopes{Scope{}};

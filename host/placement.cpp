@@ -2,6 +2,7 @@
  * Path placement: yfw_map_datatree_add_path_flagged. The rule is written
  * down in host/README.md ("Path placement").
  */
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -36,6 +37,18 @@ bool is_key_of_parent(const NodeRec *leaf)
            list_is_key(p->node->name, leaf->node->name);
 }
 
+/* Interned names the placement rule tests for. */
+struct Names {
+    const char *config = intern("config");
+    const char *state = intern("state");
+};
+
+const Names &names()
+{
+    static const Names n;
+    return n;
+}
+
 cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const char *ns,
              const char *value, const zidl_yfw_datatree *src, zidl_yfw_datatree **created,
              uint32_t flag)
@@ -54,8 +67,32 @@ cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const c
             return YFW_RC_MAP_FAILED;
 
     sync_current_list(ctx->req_ctx);
+
+    /* Resume below the intermediate nodes the previous placement resolved, when still valid. */
+    const NodeRec *start = cur;
+    size_t from = 0;
+    PlaceMemo *memo = st != nullptr ? &st->memo : nullptr;
+    if (memo != nullptr) {
+        if (memo->start == start && memo->tree_serial == start->tree->serial && memo->gen == st->current_gen) {
+            const size_t limit = std::min(toks.size() - 1, memo->nodes.size());
+            while (from < limit &&
+                   toks[from] == std::string_view(memo->path).substr(memo->tokens[from].first, memo->tokens[from].second))
+                ++from;
+            if (from > 0)
+                cur = memo->nodes[from - 1];
+        }
+        memo->start = start;
+        memo->tree_serial = start->tree->serial;
+        memo->path.assign(path);
+        memo->tokens.clear();
+        for (const auto &t : toks)
+            memo->tokens.emplace_back(uint32_t(t.data() - path), uint32_t(t.size()));
+        memo->nodes.resize(from);
+    }
+
+    const Names &nm = names();
     bool made = false;
-    for (size_t i = 0; i < toks.size(); ++i) {
+    for (size_t i = from; i < toks.size(); ++i) {
         const std::string_view name = toks[i];
         const bool last = i + 1 == toks.size();
         /*
@@ -63,9 +100,8 @@ cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const c
          * says, and so is anything directly below "config" or "state"
          * (config/next-hop is a leaf, next-hops/next-hop a list).
          */
-        const char *here = cur->node->name != nullptr ? cur->node->name : "";
-        const bool under_leaf_container = strcmp(here, "config") == 0 || strcmp(here, "state") == 0;
-        const bool as_list = list_is_known(name) && !(last && value != nullptr) && !under_leaf_container;
+        const bool under_leaf_container = cur->own[0] == nm.config || cur->own[0] == nm.state;
+        const bool as_list = !(last && value != nullptr) && !under_leaf_container && list_is_known(name);
         NodeRec *next = nullptr;
         made = false;
         if (last && flag == 1) {
@@ -85,12 +121,20 @@ cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const c
                 made = true;
             }
         }
-        if (next == nullptr)
+        if (next == nullptr) {
+            if (memo != nullptr)
+                memo->start = nullptr;
             return YFW_RC_NO_MEMORY;
+        }
         if (made && next->kind == NodeKind::Entry)
             note_current(st, next);
         cur = next;
+        if (memo != nullptr && !last)
+            memo->nodes.push_back(cur);
     }
+    /* The nodes just resolved hold whatever current entries this placement made. */
+    if (memo != nullptr)
+        memo->gen = st->current_gen;
     if (ns != nullptr && ns[0] != '\0' && !set_ns(cur, ns))
         return YFW_RC_NO_MEMORY;
     if (value != nullptr && !set_value(cur, value))

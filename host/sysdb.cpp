@@ -52,19 +52,57 @@ StoreState &state()
     return *s;
 }
 
+/* A compiled, anchored POSIX extended expression. */
+class Regex {
+public:
+    explicit Regex(const std::string &text)
+    {
+        std::string anchored = "^(" + text + ")$";
+        ok_ = regcomp(&re_, anchored.c_str(), REG_EXTENDED | REG_NOSUB) == 0;
+    }
+    Regex(const Regex &) = delete;
+    Regex &operator=(const Regex &) = delete;
+    ~Regex()
+    {
+        if (ok_)
+            regfree(&re_);
+    }
+    bool ok() const { return ok_; }
+    bool matches(const std::string &s) const { return regexec(&re_, s.c_str(), 0, nullptr, 0) == 0; }
+
+private:
+    regex_t re_;
+    bool ok_ = false;
+};
+
+/*
+ * Lookups repeat the same few patterns for every route; compiling one
+ * costs far more than matching it, so compiled patterns are kept (a
+ * bounded number of them, dropped all at once when full).
+ */
+std::shared_ptr<const Regex> compiled(const std::string &text)
+{
+    static std::mutex mu;
+    static auto *cache = new std::unordered_map<std::string, std::shared_ptr<const Regex>>;
+    std::lock_guard<std::mutex> lk(mu);
+    auto it = cache->find(text);
+    if (it != cache->end())
+        return it->second;
+    auto re = std::make_shared<const Regex>(text);
+    if (!re->ok())
+        return nullptr;
+    if (cache->size() >= 256)
+        cache->clear();
+    cache->emplace(text, re);
+    return re;
+}
+
 /* One component of a lookup path: literal text or a compiled pattern. */
 class Component {
 public:
     explicit Component(std::string text) : text_(std::move(text))
     {
         pattern_ = text_.find_first_of(".*+?[](){}|^$\\") != std::string::npos;
-    }
-    Component(const Component &) = delete;
-    Component &operator=(const Component &) = delete;
-    ~Component()
-    {
-        if (compiled_)
-            regfree(&re_);
     }
 
     bool is_pattern() const { return pattern_; }
@@ -74,23 +112,21 @@ public:
     {
         if (!pattern_)
             return true;
-        std::string anchored = "^(" + text_ + ")$";
-        compiled_ = regcomp(&re_, anchored.c_str(), REG_EXTENDED | REG_NOSUB) == 0;
-        return compiled_;
+        re_ = compiled(text_);
+        return re_ != nullptr;
     }
 
     bool matches(const std::string &s) const
     {
         if (!pattern_)
             return s == text_;
-        return regexec(&re_, s.c_str(), 0, nullptr, 0) == 0;
+        return re_->matches(s);
     }
 
 private:
     std::string text_;
     bool pattern_ = false;
-    bool compiled_ = false;
-    regex_t re_;
+    std::shared_ptr<const Regex> re_;
 };
 
 std::vector<std::string> split(const std::string &s)

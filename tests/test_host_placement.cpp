@@ -217,6 +217,59 @@ TEST_F(PlacementTest, CurrentListSetByThePluginIsUsed)
     EXPECT_EQ(h.out_node(base + "/static[prefix=11.0.0.0/8]/config/prefix"), nullptr);
 }
 
+/*
+ * Consecutive placements sharing a leading path resume where the previous
+ * one stopped; each way the current entry can change in between must be
+ * seen: an xpath walk through another entry, the plug-in's current_list,
+ * a new entry, and another output tree.
+ */
+TEST_F(PlacementTest, PlacementsFollowEveryChangeOfTheCurrentEntry)
+{
+    const std::string base = "/network-instances/network-instance/protocols/protocol/static-routes";
+    const std::string leaf = std::string(ST) + "/config/metric";
+    auto entry = [&](const char *prefix) { return h.out_node(base + "/static[prefix=" + prefix + "]"); };
+    auto metric = [&](const char *prefix) {
+        zidl_yfw_datatree *m = h.out_node(base + "/static[prefix=" + prefix + "]/config/metric");
+        return m != nullptr && m->value != nullptr ? std::string(m->value) : std::string("-");
+    };
+    auto find = [&](const char *prefix) {
+        yfw_map_xpath_op rec;
+        memset(&rec, 0, sizeof rec);
+        rec.op = YFW_XPATH_OP_FIND;
+        rec.node_type = YFW_XPATH_NODE_LIST;
+        rec.root = h.out;
+        snprintf(rec.path, sizeof rec.path, "%s/static[prefix=%s]", base.c_str(), prefix);
+        return yfw_map_tree_xpath_operations(h.ctx, &rec);
+    };
+    for (const char *p : {"10.0.0.0/8", "11.0.0.0/8"}) {
+        ASSERT_EQ(add(ST, nullptr, 1), YFW_RC_OK);
+        ASSERT_EQ(add(std::string(ST) + "/prefix", p), YFW_RC_OK);
+    }
+    ASSERT_EQ(add(leaf, "1"), YFW_RC_OK); /* the newest entry is current */
+    EXPECT_EQ(metric("11.0.0.0/8"), "1");
+
+    ASSERT_EQ(find("10.0.0.0/8"), YFW_RC_OK);
+    ASSERT_EQ(add(leaf, "2"), YFW_RC_OK);
+    EXPECT_EQ(metric("10.0.0.0/8"), "2");
+
+    h.rc->current_list = entry("11.0.0.0/8");
+    ASSERT_EQ(add(leaf, "3"), YFW_RC_OK);
+    EXPECT_EQ(metric("11.0.0.0/8"), "3");
+    EXPECT_EQ(metric("10.0.0.0/8"), "2");
+
+    ASSERT_EQ(add(ST, nullptr, 1), YFW_RC_OK);
+    ASSERT_EQ(add(std::string(ST) + "/prefix", "12.0.0.0/8"), YFW_RC_OK);
+    ASSERT_EQ(add(leaf, "4"), YFW_RC_OK);
+    EXPECT_EQ(metric("12.0.0.0/8"), "4");
+    EXPECT_EQ(metric("11.0.0.0/8"), "3");
+
+    TreePtr other(tree_new());
+    ASSERT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, other.get(), leaf.c_str(), NS, "5", nullptr, nullptr, 0, 0),
+              YFW_RC_OK);
+    EXPECT_EQ(tree_lines(other.get()), (Lines{base + "/static/config/metric = 5"}));
+    EXPECT_EQ(metric("12.0.0.0/8"), "4");
+}
+
 TEST_F(PlacementTest, CurrentListFollowsItsEntryWhenTheArrayMoves)
 {
     ASSERT_EQ(add(ST, nullptr, 1), YFW_RC_OK);
