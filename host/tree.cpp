@@ -278,8 +278,6 @@ NodeRef ref_of(NodeRec *rec)
 
 namespace {
 
-using KeyView = std::pair<std::string_view, std::string_view>;
-
 /* name, then "key=value" pairs in key-name order, with separators no name or value holds. */
 std::string make_key(std::string_view name, KeyView *keys, size_t n)
 {
@@ -895,64 +893,112 @@ std::string node_schema_path(const zidl_yfw_datatree *node)
     return schema_path(rec_of(node));
 }
 
-bool parse_instance_path(const char *path, std::vector<PathStep> &steps, std::string *err)
+namespace detail {
+
+bool parse_path_views(std::string_view path, std::vector<StepView> &steps, std::vector<KeyView> &keys,
+                      const char **err)
 {
     steps.clear();
+    keys.clear();
     auto fail = [&](const char *why) {
         if (err != nullptr)
             *err = why;
         steps.clear();
+        keys.clear();
         return false;
     };
-    if (path == nullptr)
-        return fail("no path");
-    const char *p = path;
-    while (*p != '\0') {
+    const char *p = path.data();
+    const char *const end = p + path.size();
+    auto at = [&](const char *q) { return q < end ? *q : '\0'; };
+    while (p < end) {
         if (*p == '/') {
             ++p;
             continue;
         }
-        PathStep st;
+        StepView st;
         const char *b = p;
-        while (*p != '\0' && *p != '/' && *p != '[')
+        while (p < end && *p != '/' && *p != '[')
             ++p;
-        st.name.assign(b, size_t(p - b));
+        st.name = std::string_view(b, size_t(p - b));
         if (st.name.empty())
             return fail("key without a node name");
-        while (*p == '[') {
+        st.first_key = keys.size();
+        while (at(p) == '[') {
             ++p;
-            std::string k, v;
             const char *kb = p;
-            while (*p != '\0' && *p != '=' && *p != ']')
+            while (p < end && *p != '=' && *p != ']')
                 ++p;
-            k.assign(kb, size_t(p - kb));
-            if (*p != '=' || k.empty())
+            std::string_view k(kb, size_t(p - kb));
+            if (at(p) != '=' || k.empty())
                 return fail("key without '='");
             ++p;
-            if (*p == '\'' || *p == '"') {
+            std::string_view v;
+            if (at(p) == '\'' || at(p) == '"') {
                 char q = *p++;
                 const char *vb = p;
-                while (*p != '\0' && *p != q)
+                while (p < end && *p != q)
                     ++p;
-                v.assign(vb, size_t(p - vb));
-                if (*p != q)
+                if (at(p) != q)
                     return fail("unterminated quoted key value");
+                v = std::string_view(vb, size_t(p - vb));
                 ++p;
-                if (*p != ']')
+                if (at(p) != ']')
                     return fail("text after a quoted key value");
             } else {
                 const char *vb = p;
-                while (*p != '\0' && *p != ']')
+                while (p < end && *p != ']')
                     ++p;
-                v.assign(vb, size_t(p - vb));
+                v = std::string_view(vb, size_t(p - vb));
             }
-            if (*p != ']')
+            if (at(p) != ']')
                 return fail("unterminated '['");
             ++p;
-            st.keys.emplace_back(std::move(k), std::move(v));
+            keys.emplace_back(k, v);
         }
-        if (*p != '\0' && *p != '/')
+        st.n_keys = keys.size() - st.first_key;
+        if (p < end && *p != '/')
             return fail("text after ']'");
+        steps.push_back(st);
+    }
+    return true;
+}
+
+std::string entry_key(std::string_view name, const KeyView *keys, size_t n)
+{
+    KeyView small[4];
+    std::vector<KeyView> big;
+    KeyView *kv = small;
+    if (n > 4) {
+        big.resize(n);
+        kv = big.data();
+    }
+    std::copy(keys, keys + n, kv);
+    return make_key(name, kv, n);
+}
+
+} // namespace detail
+
+bool parse_instance_path(const char *path, std::vector<PathStep> &steps, std::string *err)
+{
+    steps.clear();
+    if (path == nullptr) {
+        if (err != nullptr)
+            *err = "no path";
+        return false;
+    }
+    std::vector<StepView> views;
+    std::vector<KeyView> keys;
+    const char *why = nullptr;
+    if (!parse_path_views(path, views, keys, &why)) {
+        if (err != nullptr)
+            *err = why;
+        return false;
+    }
+    for (const StepView &v : views) {
+        PathStep st;
+        st.name.assign(v.name);
+        for (size_t i = 0; i < v.n_keys; ++i)
+            st.keys.emplace_back(std::string(keys[v.first_key + i].first), std::string(keys[v.first_key + i].second));
         steps.push_back(std::move(st));
     }
     return true;

@@ -100,8 +100,26 @@ NodeRec *rec_of(NodeRef ref);
 NodeRef ref_of(NodeRec *rec);
 bool tree_alive(uint64_t serial);
 
+/* A key of a path step: name and value. */
+using KeyView = std::pair<std::string_view, std::string_view>;
+
+/* One step of an instance path, as views into it; its keys are keys[first_key, first_key + n_keys). */
+struct StepView {
+    std::string_view name;
+    size_t first_key = 0;
+    size_t n_keys = 0;
+};
+
+/*
+ * Splits an instance path into steps without copying it (the rules of
+ * parse_instance_path). Returns false with `*err` set when malformed.
+ */
+bool parse_path_views(std::string_view path, std::vector<StepView> &steps, std::vector<KeyView> &keys,
+                      const char **err = nullptr);
+
 /* Sibling-lookup keys. */
 std::string entry_key(std::string_view name, const std::vector<std::pair<std::string, std::string>> &keys);
+std::string entry_key(std::string_view name, const KeyView *keys, size_t n);
 std::string entry_key_of(const NodeRec *entry);
 
 /* Appends a child; NULL when memory is refused. */

@@ -1024,6 +1024,11 @@ WalkResult Walker::read(const ReadRequest &req, zidl_yfw_datatree **out)
             Run run(YFW_REQ_READ_STATE, opt_);
             run.out = oper_req;
             run.state_idx = &oc_state_;
+            /* The configuration came with the read before: this request selects state only. */
+            if (run.req != nullptr) {
+                request_set_marker(run.req, Marker::W7F0_BIT15);
+                request_set_mode(run.req, YFW_REQ_MODE_SELECTED);
+            }
             if (srq != nullptr && oper_req != nullptr && run.ok()) {
                 res = walk_tree(run, srq, Model::OpenConfigEdit);
                 flush_trace(opt_, run.ctx);

@@ -3,6 +3,9 @@
  * output list to an entry.
  */
 #include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "host/context_internal.h"
 #include "yfw_map.h"
@@ -10,34 +13,47 @@
 namespace ocni::host::detail {
 namespace {
 
-/* A NUL-terminated copy of a fixed-size field that may lack its terminator. */
-std::string field(const char *f, size_t size)
+/* A fixed-size field that may lack its terminator. */
+std::string_view field(const char *f, size_t size)
 {
-    return std::string(f, strnlen(f, size));
+    return std::string_view(f, strnlen(f, size));
+}
+
+/* Parsed paths of the calling thread, reused so that a lookup allocates nothing. */
+struct ParsedPath {
+    std::vector<StepView> steps;
+    std::vector<KeyView> keys;
+};
+
+ParsedPath &scratch(int which)
+{
+    thread_local ParsedPath p[2];
+    return p[which];
 }
 
 enum class Walk { Find, Add };
 
 /*
- * Resolves `steps` below `root`, creating what is missing when adding.
+ * Resolves `path` below `root`, creating what is missing when adding.
  * Every list entry on the way becomes the current entry of its list.
  * Sets `*created` when the last node was made now.
  */
-cerrno walk(ReqState *st, NodeRec *root, const std::vector<PathStep> &steps, Walk mode,
-            uint32_t node_type, const std::string &value, const std::string &ns, NodeRec **result,
-            bool *created)
+cerrno walk(ReqState *st, NodeRec *root, const ParsedPath &path, Walk mode, uint32_t node_type,
+            std::string_view value, std::string_view ns, NodeRec **result, bool *created)
 {
     *result = nullptr;
     *created = false;
-    const char *nsp = ns.empty() ? nullptr : ns.c_str();
+    const char *nsp = ns.empty() ? nullptr : intern(ns);
     NodeRec *cur = root;
+    const auto &steps = path.steps;
     for (size_t i = 0; i < steps.size(); ++i) {
-        const PathStep &s = steps[i];
+        const StepView &s = steps[i];
+        const KeyView *keys = path.keys.data() + s.first_key;
         const bool last = i + 1 == steps.size();
-        const bool leaf = last && node_type == YFW_XPATH_NODE_LEAF && s.keys.empty();
+        const bool leaf = last && node_type == YFW_XPATH_NODE_LEAF && s.n_keys == 0;
         NodeRec *next = nullptr;
-        if (!s.keys.empty()) {
-            next = find_child(cur, entry_key(s.name, s.keys));
+        if (s.n_keys != 0) {
+            next = find_child(cur, entry_key(s.name, keys, s.n_keys));
         } else {
             next = leaf ? find_child(cur, s.name) : find_named(cur, s.name);
         }
@@ -46,18 +62,20 @@ cerrno walk(ReqState *st, NodeRec *root, const std::vector<PathStep> &steps, Wal
             if (mode == Walk::Find)
                 return YFW_RC_MAP_FAILED;
             NodeKind kind = leaf ? NodeKind::Leaf
-                                 : (!s.keys.empty() || list_is_known(s.name)) ? NodeKind::Entry
-                                                                               : NodeKind::Container;
-            next = add_child(cur, s.name.c_str(), kind, leaf && !value.empty() ? value.c_str() : nullptr, nsp);
+                                 : (s.n_keys != 0 || list_is_known(s.name)) ? NodeKind::Entry
+                                                                             : NodeKind::Container;
+            const std::string v = leaf ? std::string(value) : std::string();
+            next = add_child(cur, s.name, kind, !v.empty() ? v.c_str() : nullptr, nsp);
             if (next == nullptr)
                 return YFW_RC_NO_MEMORY;
-            for (const auto &kv : s.keys) {
-                NodeRec *k = add_child(next, kv.first.c_str(), NodeKind::Leaf, kv.second.c_str(), nsp);
-                if (k == nullptr)
+            for (size_t k = 0; k < s.n_keys; ++k) {
+                const std::string kv(keys[k].second);
+                NodeRec *kr = add_child(next, keys[k].first, NodeKind::Leaf, kv.c_str(), nsp);
+                if (kr == nullptr)
                     return YFW_RC_NO_MEMORY;
-                k->node->flags |= YFW_DT_F_LIST;
+                kr->node->flags |= YFW_DT_F_LIST;
             }
-            if (!s.keys.empty())
+            if (s.n_keys != 0)
                 rekey(next);
             made = true;
         } else if (leaf && !value.empty()) {
@@ -66,7 +84,7 @@ cerrno walk(ReqState *st, NodeRec *root, const std::vector<PathStep> &steps, Wal
             if (mode == Walk::Find && !same)
                 return YFW_RC_MAP_FAILED;
             /* An add of an existing leaf with another value updates it. */
-            if (mode == Walk::Add && !same && !set_value(next, value.c_str()))
+            if (mode == Walk::Add && !same && !set_value(next, std::string(value).c_str()))
                 return YFW_RC_NO_MEMORY;
         }
         if (next->kind == NodeKind::Entry)
@@ -101,8 +119,8 @@ cerrno yfw_map_tree_xpath_operations(yfw_map_ctx *ctx, yfw_map_xpath_op *op)
         ReqState *st = state_of(ctx);
         if (ctx != nullptr)
             sync_current_list(ctx->req_ctx);
-        std::vector<PathStep> steps;
-        if (!parse_instance_path(field(op->path, sizeof op->path).c_str(), steps))
+        ParsedPath &steps = scratch(0);
+        if (!parse_path_views(field(op->path, sizeof op->path), steps.steps, steps.keys))
             return YFW_RC_MAP_FAILED;
         NodeRec *res = nullptr;
         bool created = false;
@@ -131,19 +149,21 @@ cerrno yfw_map_stitch_list_to_list(yfw_map_ctx *ctx, yfw_map_xpath_op *op)
     if (root == nullptr)
         return YFW_RC_MAP_FAILED;
     try {
-        std::vector<PathStep> steps, list;
-        if (!parse_instance_path(field(op->path, sizeof op->path).c_str(), steps) || steps.empty() ||
-            !parse_instance_path(field(op->schema_path, sizeof op->schema_path).c_str(), list) || list.empty())
+        ParsedPath &steps = scratch(0);
+        ParsedPath &list = scratch(1);
+        if (!parse_path_views(field(op->path, sizeof op->path), steps.steps, steps.keys) || steps.steps.empty() ||
+            !parse_path_views(field(op->schema_path, sizeof op->schema_path), list.steps, list.keys) ||
+            list.steps.empty())
             return YFW_RC_MAP_FAILED;
         /* The path must end in an entry of the list being stitched. */
-        if (steps.back().name != list.back().name || steps.back().keys.empty())
+        if (steps.steps.back().name != list.steps.back().name || steps.steps.back().n_keys == 0)
             return YFW_RC_MAP_FAILED;
         ReqState *st = state_of(ctx);
         if (ctx != nullptr)
             sync_current_list(ctx->req_ctx);
         NodeRec *res = nullptr;
         bool created = false;
-        cerrno rc = walk(st, root, steps, Walk::Add, YFW_XPATH_NODE_CONTAINER, std::string(),
+        cerrno rc = walk(st, root, steps, Walk::Add, YFW_XPATH_NODE_CONTAINER, std::string_view(),
                          field(op->ns, sizeof op->ns), &res, &created);
         if (ctx != nullptr)
             refresh_current_list(ctx->req_ctx);
