@@ -217,6 +217,25 @@ BindingIndex::BindingIndex(Model model)
         if (b.model != model)
             continue;
         by_path_[b.schema_path].push_back(&b);
+        Node *at = &root_;
+        size_t pos = 0;
+        while (pos < b.schema_path.size()) {
+            size_t next = b.schema_path.find('/', pos + 1);
+            if (next == std::string::npos)
+                next = b.schema_path.size();
+            std::string name = b.schema_path.substr(pos + 1, next - pos - 1);
+            pos = next;
+            if (name.empty())
+                continue;
+            Node *c = const_cast<Node *>(at->child(name.c_str()));
+            if (c == nullptr) {
+                at->children.push_back(std::make_unique<Node>());
+                c = at->children.back().get();
+                c->name = name;
+            }
+            at = c;
+        }
+        at->bindings.push_back(&b);
         /* Every ancestor path (and the path itself) leads to a binding. */
         std::string p = b.schema_path;
         while (!p.empty()) {
@@ -233,6 +252,14 @@ const std::vector<const Binding *> *BindingIndex::find(const std::string &schema
 {
     auto it = by_path_.find(schema_path);
     return it == by_path_.end() ? nullptr : &it->second;
+}
+
+const BindingIndex::Node *BindingIndex::Node::child(const char *n) const
+{
+    for (const auto &c : children)
+        if (c->name == n)
+            return c.get();
+    return nullptr;
 }
 
 bool BindingIndex::has_bindings_below(const std::string &schema_path) const

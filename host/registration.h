@@ -12,6 +12,7 @@
 #define OCNI_HOST_REGISTRATION_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -57,14 +58,30 @@ std::vector<std::string> registration_callback_names();
  */
 class BindingIndex {
 public:
+    /*
+     * A schema node with at least one binding at or below it. The walker
+     * descends these alongside the data tree, so that finding a node's
+     * bindings costs a few name comparisons, not a path lookup.
+     */
+    struct Node {
+        std::string name;
+        std::vector<const Binding *> bindings;
+        std::vector<std::unique_ptr<Node>> children; /* a handful each */
+        /* The child named `name`, NULL when nothing below it is bound. */
+        const Node *child(const char *name) const;
+    };
+
     explicit BindingIndex(Model model);
     const std::vector<const Binding *> *find(const std::string &schema_path) const;
     /* Schema paths with at least one binding below or at them (walk pruning). */
     bool has_bindings_below(const std::string &schema_path) const;
+    /* The root of the schema ("/"), parent of the top-level nodes. */
+    const Node *root() const { return &root_; }
 
 private:
     std::unordered_map<std::string, std::vector<const Binding *>> by_path_;
     std::unordered_map<std::string, bool> prefixes_;
+    Node root_;
 };
 
 const char *model_name(Model m);

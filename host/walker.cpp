@@ -98,6 +98,16 @@ struct Walker::Run {
     Family family = Family::Any; /* family of the static entry being walked */
     WalkResult fail;
     std::unordered_map<std::string, std::vector<std::string>> keys; /* list keys by list name */
+    /* The same, by name pointer (host trees intern their names): name checked on a hit. */
+    struct KeysSeen {
+        std::string name;
+        const std::vector<std::string> *keys;
+    };
+    std::unordered_map<const char *, KeysSeen> keys_by_ptr;
+    /* Resolved callbacks, by position of their binding in the registration table. */
+    const std::vector<void *> *syms = nullptr;
+    /* Walk-order scratch per depth: child ranks. */
+    std::vector<std::vector<uint8_t>> ranks;
     /* Edits: called after each static entry; false aborts the walk (fail set). */
     std::function<bool()> after_static;
 
@@ -121,9 +131,13 @@ struct Walker::Run {
 
     const std::vector<std::string> &keys_of(const char *list)
     {
+        auto seen = keys_by_ptr.find(list);
+        if (seen != keys_by_ptr.end() && seen->second.name == list)
+            return *seen->second.keys;
         auto it = keys.find(list);
         if (it == keys.end())
             it = keys.emplace(list, list_keys_of(list)).first;
+        keys_by_ptr[list] = KeysSeen{list, &it->second};
         return it->second;
     }
     bool is_entry(const zidl_yfw_datatree *n)
@@ -136,6 +150,8 @@ Walker::Walker(const Plugin &plugin, NativeConfig &config, WalkerOptions opt)
     : plugin_(plugin), config_(config), opt_(opt), oc_edit_(Model::OpenConfigEdit),
       oc_state_(Model::OpenConfigState), native_(Model::Native), oper_(Model::Operational)
 {
+    for (const Binding &b : registration_table())
+        syms_.push_back(plugin_.symbol(b.callback));
 }
 
 Walker::~Walker() { tree_free(last_output_); }
@@ -155,48 +171,44 @@ void flush_trace(const WalkerOptions &opt, yfw_map_ctx *ctx)
 /* The recursive part of a walk, kept apart from the Walker's public interface. */
 class Visitor {
 public:
+    using SNode = BindingIndex::Node;
     Visitor(Walker::Run &r, const Plugin &p) : r_(r), p_(p) {}
 
-    bool children(const zidl_yfw_datatree *n, std::string &path, bool only_keys);
-    bool node(const zidl_yfw_datatree *n, std::string &path);
+    /* `s` and `ss`: schema nodes of `n` in the run's index and state index (either may be NULL). */
+    bool children(const zidl_yfw_datatree *n, std::string &path, bool only_keys, const SNode *s, const SNode *ss,
+                  size_t depth);
+    bool node(const zidl_yfw_datatree *n, std::string &path, const SNode *ps, const SNode *pss, size_t depth);
 
 private:
     Walker::Run &r_;
     const Plugin &p_;
 
-    bool wanted(const std::string &path) const
-    {
-        return r_.idx->has_bindings_below(path) || (r_.state_idx && r_.state_idx->has_bindings_below(path));
-    }
-    unsigned subtrees_of(const zidl_yfw_datatree *n, std::string &path) const
+    static const SNode *below(const SNode *s, const char *name) { return s != nullptr ? s->child(name) : nullptr; }
+    static unsigned subtrees_of(const zidl_yfw_datatree *n, const SNode *s, const SNode *ss)
     {
         unsigned count = 0;
         for_children(n, [&](const zidl_yfw_datatree *c) {
-            size_t len = path.size();
-            path += '/';
-            path += c->name;
-            if (wanted(path))
+            if (below(s, c->name) != nullptr || below(ss, c->name) != nullptr)
                 ++count;
-            path.resize(len);
         });
         return count;
     }
-    int call(const Binding &b, const zidl_yfw_datatree *n, std::string &path);
+    int call(const Binding &b, const zidl_yfw_datatree *n, const SNode *s, const SNode *ss);
 };
 
 /* 0 done, 1 subtree not for this plug-in, -1 failure (recorded in the run). */
-int Visitor::call(const Binding &b, const zidl_yfw_datatree *n, std::string &path)
+int Visitor::call(const Binding &b, const zidl_yfw_datatree *n, const SNode *s, const SNode *ss)
 {
     if (b.kind == CallbackKind::Condition)
         return 0; /* the plug-in's own callbacks consult their condition tables */
     if (b.family != Family::Any && r_.family != Family::Any && b.family != r_.family)
         return 0;
-    void *sym = p_.symbol(b.callback);
+    void *sym = r_.syms != nullptr ? (*r_.syms)[size_t(&b - registration_table().data())] : p_.symbol(b.callback);
     if (sym == nullptr)
         return 0;
     cerrno rc;
     if (b.kind == CallbackKind::Container)
-        rc = reinterpret_cast<ContainerFn>(sym)(r_.ctx, n, subtrees_of(n, path), r_.out);
+        rc = reinterpret_cast<ContainerFn>(sym)(r_.ctx, n, subtrees_of(n, s, ss), r_.out);
     else
         rc = reinterpret_cast<LeafFn>(sym)(r_.ctx, n, r_.out);
     if (rc == 0)
@@ -212,8 +224,12 @@ int Visitor::call(const Binding &b, const zidl_yfw_datatree *n, std::string &pat
     return -1;
 }
 
-bool Visitor::node(const zidl_yfw_datatree *n, std::string &path)
+bool Visitor::node(const zidl_yfw_datatree *n, std::string &path, const SNode *ps, const SNode *pss, size_t depth)
 {
+    const SNode *s = below(ps, n->name);
+    const SNode *ss = below(pss, n->name);
+    if (s == nullptr && ss == nullptr)
+        return true;
     const size_t len = path.size();
     path += '/';
     path += n->name;
@@ -222,8 +238,6 @@ bool Visitor::node(const zidl_yfw_datatree *n, std::string &path)
         size_t l;
         ~Restore() { p.resize(l); }
     } restore{path, len};
-    if (!wanted(path))
-        return true;
 
     const bool entry = r_.is_entry(n);
     const Family saved_family = r_.family;
@@ -245,16 +259,14 @@ bool Visitor::node(const zidl_yfw_datatree *n, std::string &path)
     const bool whole_instance = entry && is_delete(n->op) && r_.model == Model::OpenConfigEdit &&
                                 strcmp(n->name, "static") == 0 && child_value(n, "prefix") == nullptr;
     int res = 0;
-    const std::vector<const Binding *> *bs = r_.idx->find(path);
-    const std::vector<const Binding *> *ss = r_.state_idx ? r_.state_idx->find(path) : nullptr;
-    for (const std::vector<const Binding *> *list : {bs, ss}) {
-        if (list == nullptr)
+    for (const SNode *at : {s, ss}) {
+        if (at == nullptr)
             continue;
-        for (const Binding *b : *list) {
+        for (const Binding *b : at->bindings) {
             const uint32_t saved_suppress = r_.rc->suppress_flag;
             if (whole_instance)
                 r_.rc->suppress_flag = 1;
-            res = call(*b, n, path);
+            res = call(*b, n, s, ss);
             if (whole_instance)
                 r_.rc->suppress_flag = saved_suppress;
             if (res != 0)
@@ -267,7 +279,7 @@ bool Visitor::node(const zidl_yfw_datatree *n, std::string &path)
     if (res == 0 && (n->flags & YFW_DT_F_CHILDREN)) {
         req_push_ancestor(r_.rc, path.c_str(), const_cast<zidl_yfw_datatree *>(n));
         /* Below a deleted entry only its keys are mapped: the entry's removal covers the rest. */
-        ok = children(n, path, entry && is_delete(n->op));
+        ok = children(n, path, entry && is_delete(n->op), s, ss, depth + 1);
         req_pop_ancestor(r_.rc);
     }
     if (entry)
@@ -283,28 +295,41 @@ bool Visitor::node(const zidl_yfw_datatree *n, std::string &path)
  * the other leaves, then "config" containers, then the other containers
  * and lists, each group in document order.
  */
-bool Visitor::children(const zidl_yfw_datatree *n, std::string &path, bool only_keys)
+bool Visitor::children(const zidl_yfw_datatree *n, std::string &path, bool only_keys, const SNode *s,
+                       const SNode *ss, size_t depth)
 {
+    constexpr uint8_t SKIP = 0xff;
     const std::vector<std::string> *keys = r_.is_entry(n) ? &r_.keys_of(n->name) : nullptr;
-    std::vector<const zidl_yfw_datatree *> order[4];
-    for_children(n, [&](const zidl_yfw_datatree *c) {
+    if (r_.ranks.size() <= depth)
+        r_.ranks.resize(depth + 1);
+    std::vector<uint8_t> &rank = r_.ranks[depth];
+    rank.assign(n->n_children, SKIP);
+    bool any_key = false;
+    for (uint32_t i = 0; i < n->n_children; ++i) {
+        const zidl_yfw_datatree *c = &n->children[i];
+        if (c->name == nullptr)
+            break;
+        if (below(s, c->name) == nullptr && below(ss, c->name) == nullptr)
+            continue; /* nothing bound at or below it */
         bool leaf = !(c->flags & YFW_DT_F_CHILDREN) && (c->value != nullptr || !r_.is_entry(c));
         bool key = false;
         if (keys && leaf)
             key = std::find(keys->begin(), keys->end(), c->name) != keys->end();
         if (only_keys && !key)
-            return;
-        int rank = key ? 0 : leaf ? 1 : strcmp(c->name, "config") == 0 ? 2 : 3;
-        order[rank].push_back(c);
-    });
-    if (keys && order[0].size() > 1) {
-        std::stable_sort(order[0].begin(), order[0].end(), [&](const zidl_yfw_datatree *a, const zidl_yfw_datatree *b) {
-            return std::find(keys->begin(), keys->end(), a->name) < std::find(keys->begin(), keys->end(), b->name);
-        });
+            continue;
+        any_key = any_key || key;
+        rank[i] = key ? 0 : leaf ? 1 : strcmp(c->name, "config") == 0 ? 2 : 3;
     }
-    for (auto &group : order)
-        for (const zidl_yfw_datatree *c : group)
-            if (!node(c, path))
+    /* Key leaves in key order (a key given twice: document order). */
+    if (any_key) {
+        for (const std::string &k : *keys)
+            for (uint32_t i = 0; i < n->n_children; ++i)
+                if (r_.ranks[depth][i] == 0 && k == n->children[i].name && !node(&n->children[i], path, s, ss, depth))
+                    return false;
+    }
+    for (uint8_t r = 1; r <= 3; ++r)
+        for (uint32_t i = 0; i < n->n_children; ++i)
+            if (r_.ranks[depth][i] == r && !node(&n->children[i], path, s, ss, depth))
                 return false;
     return true;
 }
@@ -316,10 +341,11 @@ WalkResult Walker::walk_tree(Run &run, const zidl_yfw_datatree *input_root, Mode
     run.model = model;
     run.idx = model == Model::OpenConfigEdit ? &oc_edit_ : model == Model::Native ? &native_ : &oper_;
     run.fail = WalkResult{};
+    run.syms = &syms_;
     Visitor v(run, plugin_);
     std::string path;
     path.reserve(256);
-    v.children(input_root, path, false);
+    v.children(input_root, path, false, run.idx->root(), run.state_idx ? run.state_idx->root() : nullptr, 0);
     return run.fail;
 }
 

@@ -106,6 +106,7 @@ private:
     NativeConfig &config_;
     WalkerOptions opt_;
     BindingIndex oc_edit_, oc_state_, native_, oper_;
+    std::vector<void *> syms_; /* the plug-in's callback of each binding, in table order */
     zidl_yfw_datatree *last_output_ = nullptr;
 };
 
