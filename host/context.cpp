@@ -5,8 +5,10 @@
  */
 #include "host/context_internal.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <unordered_map>
 
@@ -129,9 +131,8 @@ void write_place(yfw_request *req, const MarkerPlace &p, uint16_t v)
         memcpy(b + p.off, &v, sizeof v);
 }
 
-/* List name -> key leaf names. */
-struct KeyRegistry {
-    std::mutex mu;
+/* List name -> key leaf names: one immutable version, read without a lock. */
+struct KeySnapshot {
     std::map<std::string, std::vector<std::string>, std::less<>> lists;
     /* The list names again, hashed: asked for every token of every placed path. */
     std::unordered_map<std::string_view, const std::vector<std::string> *> by_name;
@@ -144,9 +145,33 @@ struct KeyRegistry {
     }
 };
 
-void fill_defaults(KeyRegistry &k)
+/*
+ * Changes (start-up, tests) publish a new version; old versions are kept,
+ * so that a reader never sees one freed under it. They are few.
+ */
+struct KeyRegistry {
+    std::mutex mu;
+    std::vector<std::unique_ptr<KeySnapshot>> versions;
+    std::atomic<const KeySnapshot *> current{nullptr};
+
+    /* Publishes `edit` applied to a copy of the current version. */
+    template <class Fn>
+    void change(Fn &&edit)
+    {
+        std::lock_guard<std::mutex> lk(mu);
+        auto next = std::make_unique<KeySnapshot>();
+        if (const KeySnapshot *cur = current.load(std::memory_order_acquire))
+            next->lists = cur->lists;
+        edit(next->lists);
+        next->reindex();
+        current.store(next.get(), std::memory_order_release);
+        versions.push_back(std::move(next));
+    }
+};
+
+void fill_defaults(std::map<std::string, std::vector<std::string>, std::less<>> &lists)
 {
-    k.lists = {
+    lists = {
         /* OpenConfig network instances and the operational model */
         {"network-instance", {"name"}},
         {"protocol", {"identifier", "name"}},
@@ -160,17 +185,21 @@ void fill_defaults(KeyRegistry &k)
         {"vrf-next-hop-interface-name-next-hop-address", {"interface-name", "next-hop-address"}},
         {"vrf-next-hop-next-hop-address", {"next-hop-address"}},
     };
-    k.reindex();
 }
 
 KeyRegistry &keys()
 {
     static KeyRegistry *k = [] {
         auto *r = new KeyRegistry;
-        fill_defaults(*r);
+        r->change([](auto &lists) { fill_defaults(lists); });
         return r;
     }();
     return *k;
+}
+
+const KeySnapshot &key_snapshot()
+{
+    return *keys().current.load(std::memory_order_acquire);
 }
 
 std::string strip_trailing_slash(std::string s)
@@ -480,31 +509,24 @@ LogSink *map_ctx_ltrace_sink(const yfw_map_ctx *ctx)
 
 void list_keys_register(const std::string &list, const std::vector<std::string> &k)
 {
-    KeyRegistry &r = keys();
-    std::lock_guard<std::mutex> lk(r.mu);
-    r.lists[list] = k;
-    r.reindex();
+    keys().change([&](auto &lists) { lists[list] = k; });
 }
 
 std::vector<std::string> list_keys_of(const std::string &list)
 {
-    KeyRegistry &r = keys();
-    std::lock_guard<std::mutex> lk(r.mu);
+    const KeySnapshot &r = key_snapshot();
     auto it = r.lists.find(list);
     return it == r.lists.end() ? std::vector<std::string>{} : it->second;
 }
 
 bool list_is_known(std::string_view list)
 {
-    KeyRegistry &r = keys();
-    std::lock_guard<std::mutex> lk(r.mu);
-    return r.by_name.count(list) != 0;
+    return key_snapshot().by_name.count(list) != 0;
 }
 
 bool list_is_key(std::string_view list, std::string_view leaf)
 {
-    KeyRegistry &r = keys();
-    std::lock_guard<std::mutex> lk(r.mu);
+    const KeySnapshot &r = key_snapshot();
     auto it = r.by_name.find(list);
     if (it == r.by_name.end())
         return false;
@@ -516,9 +538,7 @@ bool list_is_key(std::string_view list, std::string_view leaf)
 
 void list_keys_reset()
 {
-    KeyRegistry &r = keys();
-    std::lock_guard<std::mutex> lk(r.mu);
-    fill_defaults(r);
+    keys().change([](auto &lists) { fill_defaults(lists); });
 }
 
 } // namespace ocni::host

@@ -19,14 +19,13 @@ void split_schema_path(const char *path, std::vector<std::string_view> &toks)
 {
     toks.clear();
     const char *start = path;
-    for (const char *p = path;; ++p) {
-        if (*p == '/' || *p == '\0') {
-            if (p > start)
-                toks.emplace_back(start, size_t(p - start));
-            if (*p == '\0')
-                break;
-            start = p + 1;
-        }
+    for (;;) {
+        const char *slash = strchrnul(start, '/');
+        if (slash > start)
+            toks.emplace_back(start, size_t(slash - start));
+        if (*slash == '\0')
+            break;
+        start = slash + 1;
     }
 }
 

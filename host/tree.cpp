@@ -23,8 +23,12 @@ constexpr uint32_t INDEX_THRESHOLD = 8;
 constexpr char KEY_SEP = '\x1f';
 constexpr char KV_SEP = '\x1e';
 
+/* The host library is linked, not loaded late: its per-thread caches can use the fast TLS model. */
+#define OCNI_TLS thread_local __attribute__((tls_model("initial-exec")))
+
 std::atomic<uint64_t> g_next_serial{1};
 std::atomic<uint64_t> g_sibling_visits{0};
+std::atomic<uint64_t> g_free_epoch{1}; /* bumped whenever a tree is freed */
 std::mutex g_trees_mu;
 std::unordered_set<uint64_t> g_live_trees;
 
@@ -247,8 +251,18 @@ uint64_t sibling_visits()
 
 bool tree_alive(uint64_t serial)
 {
+    /* The last tree found alive, valid until any tree is freed. */
+    static OCNI_TLS uint64_t seen_serial = 0, seen_epoch = 0;
+    const uint64_t epoch = g_free_epoch.load(std::memory_order_acquire);
+    if (serial != 0 && serial == seen_serial && epoch == seen_epoch)
+        return true;
     std::lock_guard<std::mutex> lk(g_trees_mu);
-    return g_live_trees.count(serial) != 0;
+    const bool alive = g_live_trees.count(serial) != 0;
+    if (alive) {
+        seen_serial = serial;
+        seen_epoch = epoch;
+    }
+    return alive;
 }
 
 NodeRec *rec_of(const zidl_yfw_datatree *node)
@@ -389,38 +403,44 @@ NodeRec *Tree::new_rec()
     return &blocks.back()[block_used++];
 }
 
+namespace {
+
+const char *intern_slow(std::string_view s)
+{
+    Interner &in = interner();
+    std::lock_guard<std::mutex> lk(in.mu);
+    auto it = in.set.find(s);
+    if (it != in.set.end())
+        return it->data();
+    in.texts.emplace_back(s);
+    std::string_view v(in.texts.back());
+    in.set.insert(v);
+    return v.data();
+}
+
+} // namespace
+
 const char *intern(std::string_view s)
 {
     /*
-     * Callers mostly pass the same few texts again and again (constants,
-     * names of a parent's children): a small per-thread cache of recent
-     * texts spares the lock and the shared table.
+     * Callers mostly pass the same few texts again and again, often at the
+     * same address (constants, names of other host nodes): a small
+     * per-thread cache by address spares the hashing, the lock and the
+     * shared table. An address that is itself an interned text needs no
+     * comparison; any other is compared, since its buffer may be reused.
      */
     struct Slot {
-        size_t hash = 0;
+        const char *src = nullptr;
         const char *text = nullptr;
         size_t len = 0;
     };
-    thread_local Slot cache[64];
-    const size_t h = std::hash<std::string_view>{}(s);
-    Slot &slot = cache[h % 64];
-    if (slot.text != nullptr && slot.hash == h && slot.len == s.size() && memcmp(slot.text, s.data(), s.size()) == 0)
+    static OCNI_TLS Slot cache[64];
+    Slot &slot = cache[(reinterpret_cast<uintptr_t>(s.data()) >> 3) % 64];
+    if (slot.src == s.data() && slot.len == s.size() &&
+        (slot.src == slot.text || memcmp(slot.text, s.data(), s.size()) == 0))
         return slot.text;
-    Interner &in = interner();
-    const char *text = nullptr;
-    {
-        std::lock_guard<std::mutex> lk(in.mu);
-        auto it = in.set.find(s);
-        if (it != in.set.end()) {
-            text = it->data();
-        } else {
-            in.texts.emplace_back(s);
-            std::string_view v(in.texts.back());
-            in.set.insert(v);
-            text = v.data();
-        }
-    }
-    slot = Slot{h, text, s.size()};
+    const char *text = intern_slow(s);
+    slot = Slot{s.data(), text, s.size()};
     return text;
 }
 
@@ -713,6 +733,7 @@ void tree_free(zidl_yfw_datatree *root)
     {
         std::lock_guard<std::mutex> lk(g_trees_mu);
         g_live_trees.erase(t->serial);
+        g_free_epoch.fetch_add(1, std::memory_order_release);
     }
     free_contents(root);
     free(root);

@@ -450,6 +450,70 @@ TEST(Trees, KeylessStepsFindTheOldestEntryWithoutScanning)
     EXPECT_EQ(tree_find(t.get(), "/routes/nothing"), nullptr);
 }
 
+TEST(Trees, NamesGivenThroughAReusedBufferKeepTheirOwnText)
+{
+    /* A caller formats every name into the same buffer, as the plug-in does with its paths. */
+    zidl_yfw_datatree *root = tree_new();
+    char name[32], ns[32];
+    const char *texts[] = {"alpha", "omega", "alpha", "gamma", "gammas"};
+    for (const char *t : texts) {
+        snprintf(name, sizeof name, "%s", t);
+        snprintf(ns, sizeof ns, "urn:%s", t);
+        ASSERT_NE(node_add_child(root, name, NodeKind::Leaf, t, ns), nullptr);
+    }
+    ASSERT_EQ(root->n_children, 5u);
+    for (uint32_t i = 0; i < 5; ++i) {
+        EXPECT_STREQ(root->children[i].name, texts[i]);
+        EXPECT_STREQ(root->children[i].ns, (std::string("urn:") + texts[i]).c_str());
+        EXPECT_STREQ(root->children[i].value, texts[i]);
+    }
+    tree_free(root);
+}
+
+TEST(Trees, LeafValuesSurviveRewritesOfAnyLength)
+{
+    TreePtr t = build_tree("/c/leaf = medium-value");
+    zidl_yfw_datatree *leaf = tree_find(t.get(), "/c/leaf");
+    for (const char *v : {"short", "a-much-longer-value-than-before", "", "x", "medium-value"}) {
+        ASSERT_TRUE(node_set_value(leaf, v));
+        EXPECT_STREQ(leaf->value, v);
+    }
+    ASSERT_TRUE(node_set_value(leaf, nullptr));
+    EXPECT_EQ(leaf->value, nullptr);
+    EXPECT_EQ(leaf->flags & YFW_DT_F_VALUE, 0);
+}
+
+/* Siblings sharing keys are found oldest first, also after re-keying, with and without a sibling index. */
+TEST(Trees, EntriesSharingKeysAreFoundOldestFirstAcrossRekeys)
+{
+    for (int fillers : {0, 20}) {
+        SCOPED_TRACE(fillers);
+        TreePtr t = build_tree("/routes");
+        zidl_yfw_datatree *routes = tree_find(t.get(), "/routes");
+        for (int i = 0; i < fillers; ++i)
+            node_add_entry(routes, "other", {{"id", std::to_string(i)}});
+        /* Three entries with prefix 1, each first added with keys of its own. */
+        std::vector<NodeRef> e;
+        for (const char *k : {"a", "b", "c"})
+            e.push_back(node_ref(node_add_entry(routes, "static", {{"prefix", k}})));
+        auto key_leaf = [&](int i) { return node_child(node_get(e[i]), "prefix"); };
+        for (int i : {2, 0, 1}) /* re-keyed out of sibling order */
+            ASSERT_TRUE(node_set_value(key_leaf(i), "1"));
+        auto found = [&] { return node_find_entry(routes, "static", {{"prefix", "1"}}); };
+        EXPECT_EQ(found(), node_get(e[0]));
+        ASSERT_TRUE(node_set_value(key_leaf(0), "9"));
+        EXPECT_EQ(found(), node_get(e[1]));
+        EXPECT_EQ(node_find_entry(routes, "static", {{"prefix", "9"}}), node_get(e[0]));
+        ASSERT_TRUE(node_set_value(key_leaf(1), "9"));
+        EXPECT_EQ(found(), node_get(e[2]));
+        EXPECT_EQ(node_find_entry(routes, "static", {{"prefix", "9"}}), node_get(e[0]));
+        ASSERT_TRUE(node_set_value(key_leaf(0), "1"));
+        EXPECT_EQ(found(), node_get(e[0]));
+        EXPECT_EQ(node_find_entry(routes, "static", {{"prefix", "9"}}), node_get(e[1]));
+        EXPECT_EQ(node_child(routes, "static"), node_get(e[0])); /* oldest of the list, whatever its keys */
+    }
+}
+
 TEST(Trees, DataNamespaceReplacedByAPluginIsFreedWithTheTree)
 {
     zidl_yfw_datatree *root = tree_new();

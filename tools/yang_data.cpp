@@ -8,6 +8,8 @@
 #include <cctype>
 #include <cstring>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 namespace ocni::yang {
 
@@ -306,6 +308,7 @@ private:
     const Context &ctx_;
     /* Modules by namespace text: a handful, looked up for every node. */
     std::unordered_map<std::string, const lys_module *> modules_;
+    std::vector<std::pair<const char *, const lys_module *>> module_ptrs_;
     /*
      * List entries made so far, by parent and schema node, then key values,
      * so that a framework tree that repeats an entry under one parent gives
@@ -322,6 +325,18 @@ private:
     }
 
     const lys_module *module_of(const char *ns)
+    {
+        /* Framework trees repeat the same namespace pointers: try those first. */
+        for (const auto &seen : module_ptrs_)
+            if (seen.first == ns)
+                return seen.second;
+        const lys_module *m = module_by_text(ns);
+        if (module_ptrs_.size() < 16)
+            module_ptrs_.emplace_back(ns, m);
+        return m;
+    }
+
+    const lys_module *module_by_text(const char *ns)
     {
         auto it = modules_.find(ns);
         if (it != modules_.end())
