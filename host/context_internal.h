@@ -42,10 +42,29 @@ struct PlaceMemo {
     std::vector<NodeRec *> nodes;                      /* node of each intermediate token */
 };
 
+/*
+ * The last xpath lookup of a list entry or container: plug-ins look the
+ * same entry up again for every leaf they add below it. Valid while the
+ * tree and every entry key are unchanged (steps are found by their keys or
+ * as the oldest node of their name, which later additions never change).
+ */
+struct XpathHit {
+    const NodeRec *root = nullptr;
+    uint64_t tree_serial = 0;
+    uint64_t rekeys = 0;
+    uint64_t gen = 0;                 /* current entries as the lookup left them */
+    std::string path;
+    NodeRec *result = nullptr;
+    std::vector<NodeRec *> entries; /* list entries on the way, made current by the lookup */
+    uint64_t used = 0;
+};
+
 struct ReqState {
     /* Bumped whenever the current entry of some output list may have changed. */
     uint64_t current_gen = 1;
     PlaceMemo memo;
+    XpathHit xhit[2]; /* lookups from two roots alternate (an entry, then a list below it) */
+    uint64_t xhit_clock = 0;
     std::string vrf;
     bool has_vrf = false;
     std::vector<Scope> scopes{Scope{}};

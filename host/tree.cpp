@@ -29,6 +29,7 @@ constexpr char KV_SEP = '\x1e';
 std::atomic<uint64_t> g_next_serial{1};
 std::atomic<uint64_t> g_sibling_visits{0};
 std::atomic<uint64_t> g_free_epoch{1}; /* bumped whenever a tree is freed */
+std::atomic<uint64_t> g_rekey_epoch{1}; /* bumped whenever an entry's key changes */
 std::mutex g_trees_mu;
 std::unordered_set<uint64_t> g_live_trees;
 
@@ -583,6 +584,11 @@ NodeRec *find_named(const NodeRec *p, std::string_view name)
     return r != nullptr ? r : find_first_entry(p, name);
 }
 
+uint64_t rekey_epoch()
+{
+    return g_rekey_epoch.load(std::memory_order_relaxed);
+}
+
 void rekey(NodeRec *entry)
 {
     if (entry == nullptr || entry->kind != NodeKind::Entry)
@@ -590,6 +596,7 @@ void rekey(NodeRec *entry)
     std::string k = entry_key_of(entry);
     if (std::string_view(k) == entry->key_view())
         return;
+    g_rekey_epoch.fetch_add(1, std::memory_order_relaxed);
     NodeRec *p = entry->parent;
     const std::string_view old = entry->key_view();
     if (p != nullptr && p->child_index)

@@ -136,6 +136,8 @@ NodeRec *find_first_entry(const NodeRec *parent, std::string_view name);
 NodeRec *find_named(const NodeRec *parent, std::string_view name);
 /* Recomputes an entry's key after its key leaves changed. */
 void rekey(NodeRec *entry);
+/* Changes whenever some entry's key changed, in any tree. */
+uint64_t rekey_epoch();
 bool set_value(NodeRec *rec, const char *value);
 bool set_ns(NodeRec *rec, const char *ns);
 bool set_data_ns(NodeRec *rec, const char *data_ns);

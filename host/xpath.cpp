@@ -2,6 +2,7 @@
  * xpath operations on instance paths with bracketed keys, and stitching an
  * output list to an entry.
  */
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -97,6 +98,50 @@ cerrno walk(ReqState *st, NodeRec *root, const ParsedPath &path, Walk mode, uint
     return YFW_RC_OK;
 }
 
+/* The remembered result of the same lookup, when still valid; its entries made current again. */
+NodeRec *repeat(ReqState *st, const NodeRec *root, std::string_view text)
+{
+    for (XpathHit &h : st->xhit) {
+        if (h.result == nullptr || h.root != root || h.tree_serial != root->tree->serial ||
+            h.rekeys != rekey_epoch() || text != h.path)
+            continue;
+        if (h.gen != st->current_gen) {
+            for (NodeRec *e : h.entries)
+                note_current(st, e);
+            h.gen = st->current_gen;
+        }
+        h.used = ++st->xhit_clock;
+        return h.result;
+    }
+    return nullptr;
+}
+
+void remember(ReqState *st, NodeRec *root, std::string_view text, NodeRec *result)
+{
+    XpathHit *slot = &st->xhit[0];
+    for (XpathHit &h : st->xhit) {
+        if (h.root == root) {
+            slot = &h;
+            break;
+        }
+        if (h.used < slot->used)
+            slot = &h;
+    }
+    XpathHit &h = *slot;
+    h.used = ++st->xhit_clock;
+    h.root = root;
+    h.tree_serial = root->tree->serial;
+    h.rekeys = rekey_epoch();
+    h.gen = st->current_gen;
+    h.path.assign(text);
+    h.result = result;
+    h.entries.clear();
+    for (NodeRec *r = result; r != nullptr && r != root; r = r->parent)
+        if (r->kind == NodeKind::Entry)
+            h.entries.push_back(r);
+    std::reverse(h.entries.begin(), h.entries.end());
+}
+
 } // namespace
 } // namespace ocni::host::detail
 
@@ -119,8 +164,19 @@ cerrno yfw_map_tree_xpath_operations(yfw_map_ctx *ctx, yfw_map_xpath_op *op)
         ReqState *st = state_of(ctx);
         if (ctx != nullptr)
             sync_current_list(ctx->req_ctx);
+        const std::string_view text = field(op->path, sizeof op->path);
+        /* Leaves are looked up afresh: their values are compared or written. */
+        const bool cacheable = st != nullptr && op->node_type != YFW_XPATH_NODE_LEAF;
+        if (cacheable) {
+            if (NodeRec *again = repeat(st, root, text)) {
+                op->result = again->node;
+                if (ctx != nullptr)
+                    refresh_current_list(ctx->req_ctx);
+                return op->op == YFW_XPATH_OP_ADD ? YFW_RC_NODE_EXISTS : YFW_RC_OK;
+            }
+        }
         ParsedPath &steps = scratch(0);
-        if (!parse_path_views(field(op->path, sizeof op->path), steps.steps, steps.keys))
+        if (!parse_path_views(text, steps.steps, steps.keys))
             return YFW_RC_MAP_FAILED;
         NodeRec *res = nullptr;
         bool created = false;
@@ -131,6 +187,8 @@ cerrno yfw_map_tree_xpath_operations(yfw_map_ctx *ctx, yfw_map_xpath_op *op)
             refresh_current_list(ctx->req_ctx);
         if (rc != YFW_RC_OK)
             return rc;
+        if (cacheable)
+            remember(st, root, text, res);
         op->result = res->node;
         if (op->op == YFW_XPATH_OP_ADD && !created)
             return YFW_RC_NODE_EXISTS;

@@ -189,6 +189,60 @@ TEST_F(XpathTest, StitchMakesTheEntryCurrentForItsList)
               (Lines{"/network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=192.0.2.0/24]"}));
 }
 
+/*
+ * A lookup repeated with the same path answers as a fresh one would: after
+ * the entry's key changed, after another entry became current, from
+ * another root, and in another tree.
+ */
+TEST_F(XpathTest, RepeatedLookupsFollowKeyAndCurrentEntryChanges)
+{
+    const std::string base = "/network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]"
+                             "/static-routes";
+    const std::string a = base + "/static[prefix=10.0.0.0/8]/";
+    const std::string b = base + "/static[prefix=11.0.0.0/8]/";
+    const char *leaf = "/network-instances/network-instance/protocols/protocol/static-routes/static/config/metric";
+    auto place = [&](const char *v) {
+        return yfw_map_datatree_add_path_flagged(h.ctx, h.out, leaf, NS, v, nullptr, nullptr, 0, 0);
+    };
+    auto metric = [&](const std::string &entry) {
+        zidl_yfw_datatree *n = tree_find(h.out, (entry + "config/metric").c_str());
+        return n != nullptr && n->value != nullptr ? std::string(n->value) : std::string("-");
+    };
+
+    ASSERT_EQ(xpath(h.ctx, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a.c_str()).rc, YFW_RC_OK);
+    ASSERT_EQ(xpath(h.ctx, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, b.c_str()).rc, YFW_RC_OK);
+    auto again = xpath(h.ctx, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a.c_str());
+    ASSERT_EQ(again.rc, YFW_RC_NODE_EXISTS);
+    ASSERT_EQ(place("1"), YFW_RC_OK); /* lands in the entry looked up last */
+    EXPECT_EQ(metric(a), "1");
+
+    ASSERT_EQ(xpath(h.ctx, YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, b.c_str()).rc, YFW_RC_OK);
+    ASSERT_EQ(place("2"), YFW_RC_OK);
+    EXPECT_EQ(metric(b), "2");
+    EXPECT_EQ(xpath(h.ctx, YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, a.c_str()).rc, YFW_RC_OK);
+    ASSERT_EQ(place("3"), YFW_RC_OK);
+    EXPECT_EQ(metric(a), "3");
+
+    /* The plug-in makes b current; looking a up again makes a current again. */
+    h.rc->current_list = tree_find(h.out, b.c_str());
+    ASSERT_EQ(xpath(h.ctx, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a.c_str()).rc, YFW_RC_NODE_EXISTS);
+    ASSERT_EQ(place("4"), YFW_RC_OK);
+    EXPECT_EQ(metric(a), "4");
+    EXPECT_EQ(metric(b), "2");
+
+    /* Entry a now carries another key: its old path finds nothing. */
+    ASSERT_TRUE(node_set_value(node_child(again.rec.result, "prefix"), "12.0.0.0/8"));
+    EXPECT_EQ(xpath(h.ctx, YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, a.c_str()).rc, YFW_RC_MAP_FAILED);
+    EXPECT_EQ(xpath(h.ctx, YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out,
+                    (base + "/static[prefix=12.0.0.0/8]/").c_str()).rec.result,
+              node_get(node_ref(again.rec.result)));
+
+    TreePtr other(tree_new());
+    auto fresh = xpath(h.ctx, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, other.get(), b.c_str());
+    EXPECT_EQ(fresh.rc, YFW_RC_OK); /* made in the other tree, not found in the first */
+    EXPECT_EQ(node_root(fresh.rec.result), other.get());
+}
+
 TEST_F(XpathTest, StitchRefusesAPathThatDoesNotEndInTheList)
 {
     yfw_map_xpath_op rec;
