@@ -129,43 +129,45 @@ private:
     std::shared_ptr<const Regex> re_;
 };
 
-std::vector<std::string> split(const std::string &s)
+/* Components of `s` from `from` on; empty ones (doubled or trailing "/") are skipped. */
+std::vector<std::string> split(const std::string &s, size_t from = 0)
 {
     std::vector<std::string> out;
-    std::string cur;
-    for (char c : s) {
-        if (c == '/') {
-            if (!cur.empty())
-                out.push_back(std::move(cur));
-            cur.clear();
-        } else {
-            cur += c;
-        }
+    size_t at = from;
+    while (at < s.size()) {
+        size_t slash = s.find('/', at);
+        if (slash == std::string::npos)
+            slash = s.size();
+        if (slash > at)
+            out.emplace_back(s, at, slash - at);
+        at = slash + 1;
     }
-    if (!cur.empty())
-        out.push_back(std::move(cur));
     return out;
 }
 
 /* A parsed lookup: its components and the literal key prefix that bounds the scan. */
 struct Lookup {
-    std::vector<std::unique_ptr<Component>> comps;
+    std::vector<Component> comps;
     std::string scan_prefix;
 };
 
 cerrno prepare(const sysdb_conn *conn, const char *path, Lookup &lk)
 {
-    for (auto &c : split(path))
-        lk.comps.push_back(std::make_unique<Component>(std::move(c)));
+    std::vector<std::string> parts = split(path);
+    lk.comps.reserve(parts.size());
+    for (auto &c : parts)
+        lk.comps.emplace_back(std::move(c));
     lk.scan_prefix = conn->root;
     bool literal = true;
     for (auto &c : lk.comps) {
-        if (!c->compile())
+        if (!c.compile())
             return SYSDB_RC_INVALID_ARG;
-        if (c->is_pattern())
+        if (c.is_pattern())
             literal = false;
-        if (literal)
-            lk.scan_prefix += c->text() + "/";
+        if (literal) {
+            lk.scan_prefix += c.text();
+            lk.scan_prefix += '/';
+        }
     }
     return YFW_RC_OK;
 }
@@ -181,11 +183,11 @@ cerrno visit(const sysdb_conn *conn, const Lookup &lk, Fn &&fn)
     const size_t n = lk.comps.size();
     return engine->scan(lk.scan_prefix, prefix_end(lk.scan_prefix),
                         [&](const std::string &key, const std::string &value) {
-                            std::vector<std::string> kc = split(key.substr(conn->root.size()));
+                            std::vector<std::string> kc = split(key, conn->root.size());
                             if (kc.size() < n)
                                 return true;
                             for (size_t i = 0; i < n; ++i)
-                                if (!lk.comps[i]->matches(kc[i]))
+                                if (!lk.comps[i].matches(kc[i]))
                                     return true;
                             fn(key, value, kc, !key.empty() && key.back() == '/');
                             return true;
