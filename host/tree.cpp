@@ -65,18 +65,18 @@ NodeRec *child_rec(const zidl_yfw_datatree *parent, uint32_t i)
 
 bool grow(NodeRec *p, uint32_t need)
 {
-    uint32_t cap = p->capacity < 4 ? 4 : p->capacity;
+    /* Most parents hold one or two children (config, state, a single next hop): start small. */
+    uint32_t cap = p->capacity < 2 ? 2 : p->capacity;
     while (cap < need)
         cap *= 2;
     /* One spare zeroed slot: scans that stop at a NULL name stop there. */
-    auto *arr = static_cast<zidl_yfw_datatree *>(calloc(size_t(cap) + 1, sizeof(zidl_yfw_datatree)));
+    auto *arr = static_cast<zidl_yfw_datatree *>(p->tree->arena.zalloc((size_t(cap) + 1) * sizeof(zidl_yfw_datatree)));
     if (arr == nullptr)
         return false;
     zidl_yfw_datatree *pn = p->node;
     if (pn->n_children > 0)
         memcpy(arr, pn->children, sizeof(zidl_yfw_datatree) * pn->n_children);
-    free(pn->children);
-    pn->children = arr;
+    pn->children = arr; /* the old array stays in the arena */
     p->capacity = cap;
     for (uint32_t i = 0; i < pn->n_children; ++i)
         child_rec(pn, i)->node = &arr[i];
@@ -180,7 +180,6 @@ void free_contents(zidl_yfw_datatree *n)
 {
     for (uint32_t i = 0; i < n->n_children; ++i)
         free_contents(&n->children[i]);
-    free(n->children);
     auto *r = static_cast<NodeRec *>(n->fw);
     char *none[4] = {nullptr, nullptr, nullptr, nullptr};
     char **own = r != nullptr ? r->own : none;
@@ -360,37 +359,51 @@ Arena::~Arena()
     }
 }
 
+void *Arena::raw(size_t n, size_t align)
+{
+    static_assert(sizeof(Chunk) % alignof(zidl_yfw_datatree) == 0, "chunk data stays aligned");
+    constexpr size_t MAX_CHUNK = 64 * 1024;
+    if (head_ != nullptr) {
+        const size_t at = (head_->used + align - 1) & ~(align - 1);
+        if (at <= head_->size && head_->size - at >= n) {
+            head_->used = at + n;
+            return reinterpret_cast<char *>(head_ + 1) + at;
+        }
+    }
+    const bool alone = n + align > next_size_ / 4; /* a large block gets a chunk of its own */
+    const size_t size = alone ? n + align : next_size_;
+    auto *c = static_cast<Chunk *>(malloc(sizeof(Chunk) + size));
+    if (c == nullptr)
+        return nullptr;
+    c->size = size;
+    c->used = n; /* chunk data is aligned for any record (malloc alignment, 24-byte header) */
+    if (alone && head_ != nullptr) {
+        c->next = head_->next; /* behind the current chunk, whose free room stays in use */
+        head_->next = c;
+    } else {
+        c->next = head_;
+        head_ = c;
+        if (next_size_ < MAX_CHUNK)
+            next_size_ *= 2;
+    }
+    return c + 1;
+}
+
 char *Arena::copy(const char *s, size_t n)
 {
-    constexpr size_t MAX_CHUNK = 64 * 1024;
-    if (head_ == nullptr || head_->size - head_->used < n + 1) {
-        size_t size = next_size_;
-        if (n + 1 > size / 4)
-            size = n + 1; /* a large text gets a block of its own behind the current one */
-        auto *c = static_cast<Chunk *>(malloc(sizeof(Chunk) + size));
-        if (c == nullptr)
-            return nullptr;
-        c->size = size;
-        c->used = 0;
-        if (size == n + 1 && head_ != nullptr) {
-            c->next = head_->next;
-            head_->next = c;
-        } else {
-            c->next = head_;
-            head_ = c;
-            if (next_size_ < MAX_CHUNK)
-                next_size_ *= 2;
-        }
-        char *p = reinterpret_cast<char *>(c + 1) + c->used;
-        c->used += n + 1;
-        memcpy(p, s, n);
-        p[n] = '\0';
-        return p;
-    }
-    char *p = reinterpret_cast<char *>(head_ + 1) + head_->used;
-    head_->used += n + 1;
+    auto *p = static_cast<char *>(raw(n + 1, 1));
+    if (p == nullptr)
+        return nullptr;
     memcpy(p, s, n);
     p[n] = '\0';
+    return p;
+}
+
+void *Arena::zalloc(size_t n)
+{
+    void *p = raw(n, alignof(zidl_yfw_datatree));
+    if (p != nullptr)
+        memset(p, 0, n);
     return p;
 }
 

@@ -55,9 +55,11 @@ struct ChildIndex {
 };
 
 /*
- * Bump allocator for the strings of one tree: freed with the tree, so
- * that building and freeing hundreds of thousands of nodes costs a few
- * large allocations instead of one per string.
+ * Bump allocator for the strings and child arrays of one tree: freed with
+ * the tree, so that building and freeing hundreds of thousands of nodes
+ * costs a few large allocations instead of one per string or array. A
+ * child array outgrown stays behind until the tree goes (at most as much
+ * again as the arrays in use, since arrays double).
  */
 class Arena {
 public:
@@ -67,8 +69,12 @@ public:
     ~Arena();
     /* Copy of `s` (n bytes, NUL added); NULL when memory is refused. */
     char *copy(const char *s, size_t n);
+    /* `n` zeroed bytes aligned for any node record; NULL when memory is refused. */
+    void *zalloc(size_t n);
 
 private:
+    void *raw(size_t n, size_t align);
+
     struct Chunk {
         Chunk *next;
         size_t size;
