@@ -89,7 +89,6 @@ cerrno ocni_xpath_run(yfw_map_ctx *ctx, yfw_map_xpath_op *rec, uint32_t op,
                       uint32_t node_type, zidl_yfw_datatree *root, const char *ns,
                       const char *value, const char *path_fmt, ...)
 {
-    char path[OCNI_REQ_PATH_LEN];
     va_list ap;
 
     memset(rec, 0, sizeof *rec);
@@ -101,10 +100,10 @@ cerrno ocni_xpath_run(yfw_map_ctx *ctx, yfw_map_xpath_op *rec, uint32_t op,
     if (node_type == YFW_XPATH_NODE_LEAF && value != NULL && value[0] != '\0')
         strncpy_s(rec->value, sizeof rec->value, value, sizeof rec->value - 1);
 
+    /* Formatted straight into the record's path field, which bounds it. */
     va_start(ap, path_fmt);
-    vsnprintf(path, sizeof path, path_fmt, ap);
+    vsnprintf(rec->path, sizeof rec->path, path_fmt, ap);
     va_end(ap);
-    strncpy_s(rec->path, sizeof rec->path, path, sizeof rec->path - 1);
 
     return yfw_map_tree_xpath_operations(ctx, rec);
 }
