@@ -208,9 +208,21 @@ void get_bench(benchmark::State &state, bool with_state)
             state.SkipWithError(o.message.c_str());
             break;
         }
-        std::string json;
-        yang::print_json(out, json);
-        printed = json.size();
+        /* Printed as the command prints: streamed, here into a byte counter. */
+        printed = 0;
+        cookie_io_functions_t io{};
+        io.write = [](void *c, const char *, size_t n) -> ssize_t {
+            *static_cast<size_t *>(c) += n;
+            return static_cast<ssize_t>(n);
+        };
+        FILE *sink = fopencookie(&printed, "w", io);
+        if (sink == nullptr || yang::print_json(out, sink)) {
+            state.SkipWithError("printing failed");
+            if (sink != nullptr)
+                fclose(sink);
+            break;
+        }
+        fclose(sink);
     }
     ocni::host::store_reset();
     remove_dir(dir);

@@ -316,11 +316,12 @@ private:
     {
         if (o.status != Outcome::kOk)
             return report(o);
-        std::string json;
-        yang::Error e = yang::print_json(tree, json);
+        /* Streamed to stdout: a large document is never held twice in memory. */
+        std::cout.flush();
+        yang::Error e = yang::print_json(tree, stdout);
+        fflush(stdout);
         if (e)
             return report(e);
-        std::cout << json;
         return Outcome::kOk;
     }
 

@@ -113,6 +113,18 @@ Error print_json(const Tree &tree, std::string &out)
     return Error{};
 }
 
+Error print_json(const Tree &tree, FILE *out)
+{
+    if (!tree) {
+        if (fputs("{}\n", out) < 0)
+            return Error::internal("cannot write the JSON document");
+        return Error{};
+    }
+    if (lyd_print_file(out, tree.get(), LYD_JSON, LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS)
+        return Error::internal("cannot print the data tree as JSON");
+    return Error{};
+}
+
 bool canonical_prefix(const std::string &prefix, std::string &canonical)
 {
     size_t slash = prefix.find('/');

@@ -7,6 +7,7 @@
 #define OCNI_YANG_DATA_H
 
 #include <memory>
+#include <cstdio>
 #include <string>
 
 #include "yang_context.h"
@@ -40,6 +41,8 @@ Error parse_fragment(const Context &ctx, const std::string &text, Format fmt, Mo
 
 /* Prints every top-level sibling as RFC 7951 JSON; "{}\n" for an empty tree. */
 Error print_json(const Tree &tree, std::string &out);
+/* The same, written to `out` as it is printed (no copy of the document in memory). */
+Error print_json(const Tree &tree, FILE *out);
 
 /*
  * The canonical text of an IP prefix: host bits cleared, IPv6 in lower
