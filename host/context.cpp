@@ -202,10 +202,11 @@ const KeySnapshot &key_snapshot()
     return *keys().current.load(std::memory_order_acquire);
 }
 
-std::string strip_trailing_slash(std::string s)
+/* `s` without its trailing "/" (a lone "/" stays). */
+std::string_view strip_trailing_slash(std::string_view s)
 {
     while (s.size() > 1 && s.back() == '/')
-        s.pop_back();
+        s.remove_suffix(1);
     return s;
 }
 
@@ -228,7 +229,7 @@ const zidl_yfw_datatree *key_leaf(const zidl_yfw_datatree *entry, const char *ke
 }
 
 /* The input entry of list `list_path` being mapped: input stack, ancestors, then the current node's parents. */
-const zidl_yfw_datatree *ancestor_entry(const yfw_req_ctx *rc, const std::string &list_path)
+const zidl_yfw_datatree *ancestor_entry(const yfw_req_ctx *rc, std::string_view list_path)
 {
     const ReqState *st = state_of(rc);
     if (st != nullptr) {

@@ -56,8 +56,7 @@ cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const c
     NodeRec *cur = rec_of(out);
     if (cur == nullptr)
         return YFW_RC_MAP_FAILED;
-    std::vector<std::string_view> toks;
-    toks.reserve(16);
+    static thread_local std::vector<std::string_view> toks; /* reused: placement never nests */
     split_schema_path(path, toks);
     if (toks.empty())
         return YFW_RC_MAP_FAILED;
