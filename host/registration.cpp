@@ -1,5 +1,7 @@
 #include "registration.h"
 
+#include "host/tree_internal.h"
+
 #include <unordered_set>
 
 namespace ocni::host {
@@ -232,6 +234,7 @@ BindingIndex::BindingIndex(Model model)
                 at->children.push_back(std::make_unique<Node>());
                 c = at->children.back().get();
                 c->name = name;
+                c->iname = detail::intern(name);
             }
             at = c;
         }
@@ -256,6 +259,10 @@ const std::vector<const Binding *> *BindingIndex::find(const std::string &schema
 
 const BindingIndex::Node *BindingIndex::Node::child(const char *n) const
 {
+    /* Names of host tree nodes are interned: the same pointer, most of the time. */
+    for (const auto &c : children)
+        if (c->iname == n)
+            return c.get();
     for (const auto &c : children)
         if (c->name == n)
             return c.get();

@@ -65,6 +65,7 @@ public:
      */
     struct Node {
         std::string name;
+        const char *iname = nullptr; /* the name as host trees intern it */
         std::vector<const Binding *> bindings;
         std::vector<std::unique_ptr<Node>> children; /* a handful each */
         /* The child named `name`, NULL when nothing below it is bound. */
