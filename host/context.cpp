@@ -134,14 +134,29 @@ void write_place(yfw_request *req, const MarkerPlace &p, uint16_t v)
 /* List name -> key leaf names: one immutable version, read without a lock. */
 struct KeySnapshot {
     std::map<std::string, std::vector<std::string>, std::less<>> lists;
-    /* The list names again, hashed: asked for every token of every placed path. */
-    std::unordered_map<std::string_view, const std::vector<std::string> *> by_name;
+    /*
+     * The list names again, by length: asked for every token of every
+     * placed path, and a length holds at most a few names.
+     */
+    static constexpr size_t MAX_LEN = 64;
+    std::vector<std::pair<std::string_view, const std::vector<std::string> *>> by_len[MAX_LEN];
+    std::vector<std::pair<std::string_view, const std::vector<std::string> *>> longer;
 
     void reindex()
     {
-        by_name.clear();
+        for (auto &v : by_len)
+            v.clear();
+        longer.clear();
         for (const auto &l : lists)
-            by_name.emplace(l.first, &l.second);
+            (l.first.size() < MAX_LEN ? by_len[l.first.size()] : longer).emplace_back(l.first, &l.second);
+    }
+
+    const std::vector<std::string> *find(std::string_view name) const
+    {
+        for (const auto &e : name.size() < MAX_LEN ? by_len[name.size()] : longer)
+            if (e.first == name)
+                return e.second;
+        return nullptr;
     }
 };
 
@@ -522,16 +537,15 @@ std::vector<std::string> list_keys_of(const std::string &list)
 
 bool list_is_known(std::string_view list)
 {
-    return key_snapshot().by_name.count(list) != 0;
+    return key_snapshot().find(list) != nullptr;
 }
 
 bool list_is_key(std::string_view list, std::string_view leaf)
 {
-    const KeySnapshot &r = key_snapshot();
-    auto it = r.by_name.find(list);
-    if (it == r.by_name.end())
+    const std::vector<std::string> *keys = key_snapshot().find(list);
+    if (keys == nullptr)
         return false;
-    for (const auto &k : *it->second)
+    for (const auto &k : *keys)
         if (k == leaf)
             return true;
     return false;
