@@ -328,8 +328,15 @@ private:
      * throw-away entry per lookup). Containers and leaves are few per
      * parent and found among the parent's children.
      */
-    using EntryMap = std::unordered_map<std::string, lyd_node *>;
-    std::unordered_map<const lyd_node *, std::unordered_map<const lysc_node *, EntryMap>> entries_;
+    std::unordered_map<std::string, lyd_node *> entries_; /* key: parent, schema node, key values */
+
+    static std::string entry_id(const lyd_node *parent, const lysc_node *schema, const std::string &keys)
+    {
+        std::string id(reinterpret_cast<const char *>(&parent), sizeof parent);
+        id.append(reinterpret_cast<const char *>(&schema), sizeof schema);
+        id += keys;
+        return id;
+    }
 
     static bool deleted(const zidl_yfw_datatree *n)
     {
@@ -475,13 +482,12 @@ private:
             }
         }
         lyd_node *self = nullptr;
-        EntryMap *made = nullptr;
+        const bool list = schema->nodetype == LYS_LIST;
         std::string key;
-        if (schema->nodetype == LYS_LIST) {
-            made = &entries_[parent][schema];
-            key = entry_key(keys, nkeys);
-            auto it = made->find(key);
-            if (it != made->end())
+        if (list) {
+            key = entry_id(parent, schema, entry_key(keys, nkeys));
+            auto it = entries_.find(key);
+            if (it != entries_.end())
                 self = it->second;
         } else {
             self = existing(parent, *top, schema);
@@ -500,8 +506,8 @@ private:
                 if (e)
                     return e;
             }
-            if (made != nullptr)
-                made->emplace(std::move(key), self);
+            if (list)
+                entries_.emplace(std::move(key), self);
         }
         return children(h, schema, self, top, where);
     }
