@@ -494,6 +494,12 @@ NodeRec *add_child(NodeRec *p, const char *name, NodeKind kind, const char *valu
 
 NodeRec *add_child(NodeRec *p, std::string_view name, NodeKind kind, const char *value, const char *ns)
 {
+    return add_child(p, name, kind, value, ns, nullptr);
+}
+
+NodeRec *add_child(NodeRec *p, std::string_view name, NodeKind kind, const char *value, const char *ns,
+                   const std::string *key)
+{
     if (p == nullptr)
         return nullptr;
     zidl_yfw_datatree *pn = p->node;
@@ -511,7 +517,7 @@ NodeRec *add_child(NodeRec *p, std::string_view name, NodeKind kind, const char 
     r->kind = kind;
     r->own[0] = nm;
     if (kind == NodeKind::Entry) {
-        if (!store_key(r, entry_key(name, {})))
+        if (!store_key(r, key != nullptr ? *key : entry_key(name, {})))
             return nullptr;
     } else {
         r->key = nm;
@@ -825,12 +831,14 @@ zidl_yfw_datatree *node_add_entry(zidl_yfw_datatree *parent, const char *name,
     if (p == nullptr || name == nullptr)
         return nullptr;
     try {
-        if (NodeRec *e = find_child(p, entry_key(name, keys)); e != nullptr) {
+        const std::string key = entry_key(name, keys);
+        if (NodeRec *e = find_child(p, key); e != nullptr) {
             if (existed != nullptr)
                 *existed = true;
             return e->node;
         }
-        NodeRec *e = add_child(p, name, NodeKind::Entry, nullptr, ns);
+        /* Made with its final key: the key leaves below are flagged, not re-indexed one by one. */
+        NodeRec *e = add_child(p, name, NodeKind::Entry, nullptr, ns, &key);
         if (e == nullptr)
             return nullptr;
         for (const auto &kv : keys) {
@@ -839,7 +847,6 @@ zidl_yfw_datatree *node_add_entry(zidl_yfw_datatree *parent, const char *name,
                 return nullptr;
             k->node->flags |= YFW_DT_F_LIST;
         }
-        rekey(e);
         return e->node;
     } catch (...) {
         return nullptr;

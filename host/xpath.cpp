@@ -53,8 +53,10 @@ cerrno walk(ReqState *st, NodeRec *root, const ParsedPath &path, Walk mode, uint
         const bool last = i + 1 == steps.size();
         const bool leaf = last && node_type == YFW_XPATH_NODE_LEAF && s.n_keys == 0;
         NodeRec *next = nullptr;
+        std::string key;
         if (s.n_keys != 0) {
-            next = find_child(cur, entry_key(s.name, keys, s.n_keys));
+            key = entry_key(s.name, keys, s.n_keys);
+            next = find_child(cur, key);
         } else {
             next = leaf ? find_child(cur, s.name) : find_named(cur, s.name);
         }
@@ -66,7 +68,7 @@ cerrno walk(ReqState *st, NodeRec *root, const ParsedPath &path, Walk mode, uint
                                  : (s.n_keys != 0 || list_is_known(s.name)) ? NodeKind::Entry
                                                                              : NodeKind::Container;
             const std::string v = leaf ? std::string(value) : std::string();
-            next = add_child(cur, s.name, kind, !v.empty() ? v.c_str() : nullptr, nsp);
+            next = add_child(cur, s.name, kind, !v.empty() ? v.c_str() : nullptr, nsp, s.n_keys != 0 ? &key : nullptr);
             if (next == nullptr)
                 return YFW_RC_NO_MEMORY;
             for (size_t k = 0; k < s.n_keys; ++k) {
@@ -76,8 +78,6 @@ cerrno walk(ReqState *st, NodeRec *root, const ParsedPath &path, Walk mode, uint
                     return YFW_RC_NO_MEMORY;
                 kr->node->flags |= YFW_DT_F_LIST;
             }
-            if (s.n_keys != 0)
-                rekey(next);
             made = true;
         } else if (leaf && !value.empty()) {
             const char *have = next->node->value;
