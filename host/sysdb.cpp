@@ -17,6 +17,7 @@
 #include <set>
 #include <unordered_map>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -68,7 +69,12 @@ public:
             regfree(&re_);
     }
     bool ok() const { return ok_; }
-    bool matches(const std::string &s) const { return regexec(&re_, s.c_str(), 0, nullptr, 0) == 0; }
+    bool matches(std::string_view s) const
+    {
+        thread_local std::string text; /* regexec wants a terminated string */
+        text.assign(s);
+        return regexec(&re_, text.c_str(), 0, nullptr, 0) == 0;
+    }
 
 private:
     regex_t re_;
@@ -116,7 +122,7 @@ public:
         return re_ != nullptr;
     }
 
-    bool matches(const std::string &s) const
+    bool matches(std::string_view s) const
     {
         if (!pattern_)
             return s == text_;
@@ -143,6 +149,24 @@ std::vector<std::string> split(const std::string &s, size_t from = 0)
         at = slash + 1;
     }
     return out;
+}
+
+/* Components of a stored key from `from` on, as views into it (reused per thread). */
+std::vector<std::string_view> &key_parts(const std::string &key, size_t from)
+{
+    thread_local std::vector<std::string_view> parts;
+    parts.clear();
+    const std::string_view k(key);
+    size_t at = from;
+    while (at < k.size()) {
+        size_t slash = k.find('/', at);
+        if (slash == std::string_view::npos)
+            slash = k.size();
+        if (slash > at)
+            parts.push_back(k.substr(at, slash - at));
+        at = slash + 1;
+    }
+    return parts;
 }
 
 /* A parsed lookup: its components and the literal key prefix that bounds the scan. */
@@ -183,7 +207,7 @@ cerrno visit(const sysdb_conn *conn, const Lookup &lk, Fn &&fn)
     const size_t n = lk.comps.size();
     return engine->scan(lk.scan_prefix, prefix_end(lk.scan_prefix),
                         [&](const std::string &key, const std::string &value) {
-                            std::vector<std::string> kc = split(key, conn->root.size());
+                            std::vector<std::string_view> &kc = key_parts(key, conn->root.size());
                             if (kc.size() < n)
                                 return true;
                             for (size_t i = 0; i < n; ++i)
@@ -355,7 +379,7 @@ cerrno sysdb_datalist(sysdb_connid_t conn, const char *path, const char *pattern
         std::set<std::string> seen;
         std::vector<std::pair<std::string, std::string>> items;
         cerrno rc = visit(conn, lk, [&](const std::string &key, const std::string &value,
-                                        const std::vector<std::string> &kc, bool dir) {
+                                        const std::vector<std::string_view> &kc, bool dir) {
             found = true;
             if (kc.size() == n || !pat.matches(kc[n]))
                 return;
@@ -364,8 +388,10 @@ cerrno sysdb_datalist(sysdb_connid_t conn, const char *path, const char *pattern
                 return;
             }
             std::string child = conn->root;
-            for (size_t i = 0; i <= n; ++i)
-                child += kc[i] + "/";
+            for (size_t i = 0; i <= n; ++i) {
+                child += kc[i];
+                child += '/';
+            }
             if (seen.insert(child).second)
                 items.emplace_back(child, std::string());
         });
@@ -401,7 +427,7 @@ cerrno sysdb_find_data(sysdb_connid_t conn, const char *path, const char *item, 
         bool found = false;
         std::vector<std::pair<std::string, std::string>> items;
         cerrno rc = visit(conn, lk, [&](const std::string &key, const std::string &value,
-                                        const std::vector<std::string> &kc, bool dir) {
+                                        const std::vector<std::string_view> &kc, bool dir) {
             found = true;
             if (dir)
                 return;
