@@ -231,6 +231,36 @@ TEST_F(YangData, NonCanonicalPrefixIsRefusedNamingTheCanonicalForm)
     }
 }
 
+TEST_F(YangData, NonCanonicalNextHopAddressIsRefusedNamingTheCanonicalForm)
+{
+    struct Row {
+        const char *hop;
+        const char *canonical; /* nullptr: accepted */
+    } rows[] = {
+        {"2001:DB8::1", "2001:db8::1"},
+        {"2001:db8:0:0::1", "2001:db8::1"},
+        {"2001:0db8::1", "2001:db8::1"},
+        {"2001:db8::1", nullptr},
+        {"192.0.2.1", nullptr},
+        {"openconfig-local-routing:DROP", nullptr},
+    };
+    for (const Row &r : rows) {
+        std::string route = std::string("\"prefix\":\"2001:db8::/32\",\"next-hops\":{\"next-hop\":[{\"index\":\"1\","
+                                        "\"config\":{\"index\":\"1\",\"next-hop\":\"") +
+                            r.hop + "\"}}]}";
+        y::Tree tree;
+        y::Error e = parse(oc_doc(route), tree);
+        if (r.canonical == nullptr) {
+            EXPECT_FALSE(e) << r.hop << ": " << e.message;
+            continue;
+        }
+        ASSERT_TRUE(e) << r.hop << " accepted";
+        EXPECT_EQ(e.kind, y::Error::kInput);
+        EXPECT_NE(e.message.find(std::string("\"") + r.canonical + "\""), std::string::npos) << e.message;
+        EXPECT_NE(e.message.find("/config/next-hop"), std::string::npos) << e.message;
+    }
+}
+
 TEST_F(YangData, XmlAndJsonOfTheSameEditGiveTheSameTree)
 {
     std::string xml =

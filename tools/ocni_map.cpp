@@ -59,7 +59,8 @@ const char *const kEditHelp =
     "the configuration and prints the native changes it makes. The document is a\n"
     "fragment: it is checked against the schema, but a route need not restate its\n"
     "network instance. A network instance that carries config/name creates that\n"
-    "VRF. Prefixes must be in canonical form (10.1.0.0/16, 2001:db8::/32).\n"
+    "VRF. Prefixes and next-hop addresses must be in canonical form (10.1.0.0/16,\n"
+    "2001:db8::/32, 2001:db8::1).\n"
     "  -             read the document from standard input\n"
     "  --dry-run     print the native changes and store nothing\n";
 

@@ -158,14 +158,34 @@ bool canonical_prefix(const std::string &prefix, std::string &canonical)
     return true;
 }
 
+bool canonical_address(const std::string &address, std::string &canonical)
+{
+    const int family = address.find(':') != std::string::npos ? AF_INET6 : AF_INET;
+    unsigned char bytes[16];
+    char text[INET6_ADDRSTRLEN];
+    if (inet_pton(family, address.c_str(), bytes) != 1 || inet_ntop(family, bytes, text, sizeof text) == nullptr)
+        return false;
+    canonical = text;
+    return true;
+}
+
 Error check_canonical_prefixes(const Tree &tree)
 {
     for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
         const lyd_node *elem;
         LYD_TREE_DFS_BEGIN(top, elem) {
-            if (elem->schema != nullptr && (elem->schema->nodetype & LYD_NODE_TERM) &&
-                strcmp(elem->schema->name, "prefix") == 0 &&
-                strcmp(elem->schema->module->ns, kNetworkInstanceNs) == 0) {
+            const bool term = elem->schema != nullptr && (elem->schema->nodetype & LYD_NODE_TERM) &&
+                              strcmp(elem->schema->module->ns, kNetworkInstanceNs) == 0;
+            /* A next-hop address spelt otherwise would become a second native next hop. */
+            if (term && strcmp(elem->schema->name, "next-hop") == 0) {
+                const char *value = lyd_get_value(elem);
+                std::string canonical;
+                if (value != nullptr && canonical_address(value, canonical) && canonical != value)
+                    return Error::input(std::string("next-hop address \"") + value +
+                                        "\" is not in canonical form, write \"" + canonical + "\" (at " +
+                                        node_path(elem) + ")");
+            }
+            if (term && strcmp(elem->schema->name, "prefix") == 0) {
                 const char *value = lyd_get_value(elem);
                 std::string canonical;
                 if (value != nullptr && canonical_prefix(value, canonical) && canonical != value)

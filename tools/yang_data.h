@@ -50,9 +50,13 @@ Error print_json(const Tree &tree, FILE *out);
  */
 bool canonical_prefix(const std::string &prefix, std::string &canonical);
 
+/* The canonical text of an IPv4 or IPv6 address; false when `address` is none. */
+bool canonical_address(const std::string &address, std::string &canonical);
+
 /*
- * Refuses any static-route prefix of an OpenConfig tree that is not in
- * canonical form, naming the canonical form and the path.
+ * Refuses any static-route prefix or next-hop address of an OpenConfig
+ * tree that is not in canonical form, naming the canonical form and the
+ * path. Identities (DROP, LOCAL_LINK) are not addresses and pass.
  */
 Error check_canonical_prefixes(const Tree &tree);
 
