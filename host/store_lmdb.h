@@ -19,8 +19,12 @@
 
 namespace ocni::host {
 
-/* Address space reserved for the store: far beyond a million routes, and sparse on disk. */
-constexpr size_t LMDB_MAP_SIZE = size_t(1) << 36;
+/*
+ * Address space reserved for the store, sparse on disk: 16 GiB holds tens of
+ * millions of routes (about 500 bytes each), and stays within what memory
+ * checkers can map.
+ */
+constexpr size_t LMDB_MAP_SIZE = size_t(1) << 34;
 
 /*
  * Opens (creating it when missing) the store in directory `dir`; null with

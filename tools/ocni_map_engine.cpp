@@ -78,6 +78,8 @@ public:
         : ctx_(ctx), backend_(std::move(backend)), config_(backend_.get())
     {
     }
+    /* The store opened for this engine closes with it (the process-wide client lets it go). */
+    ~WalkerEngine() override { h::store_use_engine(nullptr); }
 
     Outcome start(const EngineOptions &opt)
     {
