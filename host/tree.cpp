@@ -69,14 +69,27 @@ bool grow(NodeRec *p, uint32_t need)
     uint32_t cap = p->capacity < 2 ? 2 : p->capacity;
     while (cap < need)
         cap *= 2;
+    Tree *t = p->tree;
+    const size_t bytes = (size_t(cap) + 1) * sizeof(zidl_yfw_datatree);
     /* One spare zeroed slot: scans that stop at a NULL name stop there. */
-    auto *arr = static_cast<zidl_yfw_datatree *>(p->tree->arena.zalloc((size_t(cap) + 1) * sizeof(zidl_yfw_datatree)));
-    if (arr == nullptr)
-        return false;
+    zidl_yfw_datatree *arr = t->spare_arrays[__builtin_ctz(cap)];
+    if (arr != nullptr) {
+        memcpy(&t->spare_arrays[__builtin_ctz(cap)], arr, sizeof arr); /* next on the list */
+        memset(arr, 0, bytes);
+    } else {
+        arr = static_cast<zidl_yfw_datatree *>(t->arena.zalloc(bytes));
+        if (arr == nullptr)
+            return false;
+    }
     zidl_yfw_datatree *pn = p->node;
+    zidl_yfw_datatree *old = pn->children;
     if (pn->n_children > 0)
-        memcpy(arr, pn->children, sizeof(zidl_yfw_datatree) * pn->n_children);
-    pn->children = arr; /* the old array stays in the arena */
+        memcpy(arr, old, sizeof(zidl_yfw_datatree) * pn->n_children);
+    pn->children = arr;
+    if (old != nullptr && p->capacity >= 2) { /* the outgrown array waits for a parent of its size */
+        memcpy(old, &t->spare_arrays[__builtin_ctz(p->capacity)], sizeof old);
+        t->spare_arrays[__builtin_ctz(p->capacity)] = old;
+    }
     p->capacity = cap;
     for (uint32_t i = 0; i < pn->n_children; ++i)
         child_rec(pn, i)->node = &arr[i];

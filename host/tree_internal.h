@@ -92,6 +92,8 @@ struct Tree {
     std::vector<std::unique_ptr<NodeRec[]>> blocks;
     size_t block_used = 0;
     size_t block_size = 0;
+    /* Outgrown child arrays, by capacity (a power of two): reused before the arena grows. */
+    zidl_yfw_datatree *spare_arrays[32] = {};
 
     NodeRec *new_rec();
 };

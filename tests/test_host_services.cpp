@@ -514,6 +514,34 @@ TEST(Trees, EntriesSharingKeysAreFoundOldestFirstAcrossRekeys)
     }
 }
 
+/* Arrays one parent outgrew are handed to others: each parent keeps its own children, cleanly ended. */
+TEST(Trees, OutgrownChildArraysServeOtherParentsIntact)
+{
+    TreePtr t = build_tree("/a\n/b\n/c");
+    const std::vector<NodeRef> parents = {node_ref(tree_find(t.get(), "/a")), node_ref(tree_find(t.get(), "/b")),
+                                          node_ref(tree_find(t.get(), "/c"))};
+    const uint32_t counts[] = {12, 3, 7};
+    /* Interleaved growth: a passes 2, 4 and 8 slots while b and c pick up the arrays it leaves. */
+    for (uint32_t round = 0; round < 12; ++round) {
+        for (size_t p = 0; p < parents.size(); ++p) {
+            if (round >= counts[p])
+                continue;
+            const std::string value = std::to_string(p) + "." + std::to_string(round);
+            ASSERT_NE(node_add_child(node_get(parents[p]), "n", NodeKind::Leaf, value.c_str()), nullptr);
+            const zidl_yfw_datatree *n = node_get(parents[p]);
+            ASSERT_EQ(n->children[n->n_children].name, nullptr) << "after " << value; /* always ended */
+        }
+    }
+    for (size_t p = 0; p < parents.size(); ++p) {
+        const zidl_yfw_datatree *n = node_get(parents[p]);
+        ASSERT_EQ(n->n_children, counts[p]);
+        for (uint32_t i = 0; i < counts[p]; ++i)
+            EXPECT_EQ(std::string(n->children[i].value), std::to_string(p) + "." + std::to_string(i));
+        EXPECT_EQ(n->children[counts[p]].name, nullptr); /* the spare slot is zeroed */
+        EXPECT_EQ(n->children[counts[p]].fw, nullptr);
+    }
+}
+
 TEST(Trees, DataNamespaceReplacedByAPluginIsFreedWithTheTree)
 {
     zidl_yfw_datatree *root = tree_new();
