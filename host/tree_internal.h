@@ -57,9 +57,9 @@ struct ChildIndex {
 /*
  * Bump allocator for the strings and child arrays of one tree: freed with
  * the tree, so that building and freeing hundreds of thousands of nodes
- * costs a few large allocations instead of one per string or array. A
- * child array outgrown stays behind until the tree goes (at most as much
- * again as the arrays in use, since arrays double).
+ * costs a few large allocations instead of one per string or array.
+ * Outgrown child arrays go to the tree's spare lists and serve the next
+ * parent that needs an array of their size.
  */
 class Arena {
 public:
