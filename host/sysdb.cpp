@@ -135,37 +135,26 @@ private:
     std::shared_ptr<const Regex> re_;
 };
 
-/* Components of `s` from `from` on; empty ones (doubled or trailing "/") are skipped. */
-std::vector<std::string> split(const std::string &s, size_t from = 0)
+/* Components of `s` from `from` on, as views into it; empty ones (doubled or trailing "/") are skipped. */
+void split(std::string_view s, size_t from, std::vector<std::string_view> &out)
 {
-    std::vector<std::string> out;
+    out.clear();
     size_t at = from;
     while (at < s.size()) {
         size_t slash = s.find('/', at);
-        if (slash == std::string::npos)
+        if (slash == std::string_view::npos)
             slash = s.size();
         if (slash > at)
-            out.emplace_back(s, at, slash - at);
+            out.push_back(s.substr(at, slash - at));
         at = slash + 1;
     }
-    return out;
 }
 
-/* Components of a stored key from `from` on, as views into it (reused per thread). */
+/* Components of a stored key below the bind root (reused per thread). */
 std::vector<std::string_view> &key_parts(const std::string &key, size_t from)
 {
     thread_local std::vector<std::string_view> parts;
-    parts.clear();
-    const std::string_view k(key);
-    size_t at = from;
-    while (at < k.size()) {
-        size_t slash = k.find('/', at);
-        if (slash == std::string_view::npos)
-            slash = k.size();
-        if (slash > at)
-            parts.push_back(k.substr(at, slash - at));
-        at = slash + 1;
-    }
+    split(key, from, parts);
     return parts;
 }
 
@@ -177,10 +166,11 @@ struct Lookup {
 
 cerrno prepare(const sysdb_conn *conn, const char *path, Lookup &lk)
 {
-    std::vector<std::string> parts = split(path);
+    std::vector<std::string_view> parts;
+    split(path, 0, parts);
     lk.comps.reserve(parts.size());
-    for (auto &c : parts)
-        lk.comps.emplace_back(std::move(c));
+    for (std::string_view c : parts)
+        lk.comps.emplace_back(std::string(c));
     lk.scan_prefix = conn->root;
     bool literal = true;
     for (auto &c : lk.comps) {
