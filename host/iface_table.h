@@ -18,6 +18,12 @@ void imc_remove_interface(const std::string &name);
 void imc_clear();
 /* Makes every call fail with `rc` (0: calls work again). */
 void imc_fail_calls(cerrno rc);
+/*
+ * With `on`, every name is an interface (a name not added gets an index
+ * of its own): the router a host plays has whatever its configuration
+ * names.
+ */
+void imc_every_name_present(bool on);
 /* Number of imc_interface_find calls so far. */
 size_t imc_call_count();
 

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "store.h"
@@ -15,10 +16,6 @@ namespace {
 constexpr const char *NS_NATIVE = "urn:velmar:yang:ip-static-cfg";
 const char *const NH_LISTS[] = {"vrf-next-hop-interface-name", "vrf-next-hop-interface-name-next-hop-address",
                                 "vrf-next-hop-next-hop-address"};
-/* Leaves of a next-hop entry, in schema order (keys excluded). */
-const char *const NH_LEAVES[] = {"index",     "metric",    "tag",         "description", "bfd-fast-detect",
-                                 "detect-multiplier", "minimum-interval", "permanent", "vrf-lable",
-                                 "tunnel-id", "load-metric", "object-name"};
 
 bool is_delete(uint32_t op) { return op == YFW_DT_OP_DELETE || op == YFW_DT_OP_REMOVE; }
 
@@ -32,7 +29,7 @@ uint32_t effective_op(const zidl_yfw_datatree *n, uint32_t inherited)
 
 bool nh_leaf_known(const char *name)
 {
-    for (const char *l : NH_LEAVES)
+    for (const char *l : NH_LEAF_NAMES)
         if (strcmp(l, name) == 0)
             return true;
     return false;
@@ -74,88 +71,232 @@ template <typename F> void for_children(const zidl_yfw_datatree *n, F f)
 
 } // namespace
 
-const char *nh_table_list(NhTable t) { return NH_LISTS[static_cast<int>(t)]; }
+NativeConfig::NativeConfig(std::shared_ptr<StoreEngine> engine) : engine_(std::move(engine)) {}
 
-bool is_default_vrf(const std::string &vrf) { return strcasecmp(vrf.c_str(), "default") == 0; }
-
-bool RouteKey::operator<(const RouteKey &o) const
-{
-    if (vrf != o.vrf)
-        return vrf < o.vrf;
-    if (ipv4 != o.ipv4)
-        return ipv4 > o.ipv4; /* IPv4 first */
-    if (prefix != o.prefix)
-        return prefix < o.prefix;
-    return length < o.length;
-}
-bool RouteKey::operator==(const RouteKey &o) const
-{
-    return vrf == o.vrf && ipv4 == o.ipv4 && prefix == o.prefix && length == o.length;
-}
-bool NhKey::operator<(const NhKey &o) const
-{
-    if (table != o.table)
-        return table < o.table;
-    if (interface != o.interface)
-        return interface < o.interface;
-    return address < o.address;
-}
-bool NhKey::operator==(const NhKey &o) const
-{
-    return table == o.table && interface == o.interface && address == o.address;
-}
-
-std::string nh_openconfig_index(const NhKey &k, const NhLeaves &leaves)
-{
-    auto it = leaves.find("index");
-    if (it != leaves.end() && !it->second.empty())
-        return it->second;
-    switch (k.table) {
-    case NhTable::Interface:
-        return k.interface == "Null0" ? std::string("##DROP##") : "##" + k.interface + "##";
-    case NhTable::InterfaceAddress:
-        return "##" + k.interface + "##" + k.address + "##";
-    case NhTable::Address:
-        return "##" + k.address + "##";
-    }
-    return std::string();
-}
-
-NativeConfig::NativeConfig(StoreBackend *backend) : backend_(backend) {}
+NativeConfig::~NativeConfig() { end(); }
 
 bool NativeConfig::open(std::string &err)
 {
-    routes_.clear();
-    vrfs_.clear();
-    undo_.clear();
-    vrfs_added_.clear();
-    vrfs_removed_.clear();
-    if (backend_ == nullptr)
+    std::shared_ptr<StoreEngine> e = engine_ ? engine_ : store_engine();
+    if (!e || !e->begin_read()) {
+        err = "the store cannot be read";
+        return false;
+    }
+    return true;
+}
+
+bool NativeConfig::begin(bool write, std::string &err, bool *began)
+{
+    if (began != nullptr)
+        *began = false;
+    if (in_session()) {
+        if (write && !writing()) {
+            err = "a read session cannot write";
+            return false;
+        }
         return true;
-    return backend_->load(routes_, vrfs_, err);
+    }
+    session_engine_ = engine_ ? engine_ : store_engine();
+    /* The writer's place first: the snapshot taken next is then the write transaction's base. */
+    if (write) {
+        write_ = session_engine_->begin_write();
+        if (!write_) {
+            err = "the store cannot be written";
+            session_engine_.reset();
+            return false;
+        }
+    }
+    read_ = session_engine_->begin_read();
+    if (!read_) {
+        write_.reset();
+        session_engine_.reset();
+        err = "the store cannot be read";
+        return false;
+    }
+    scope_ = std::make_unique<TxnScope>(read_.get());
+    read_err_.clear();
+    if (began != nullptr)
+        *began = true;
+    return true;
+}
+
+void NativeConfig::end()
+{
+    pending_.clear();
+    scope_.reset();
+    read_.reset();
+    write_.reset();
+    session_engine_.reset();
+}
+
+namespace {
+
+/* Runs `f` on the session's snapshot, or on a snapshot of its own outside a session. */
+template <class F> bool with_snapshot(Txn *read, const std::shared_ptr<StoreEngine> &engine, F f)
+{
+    if (read != nullptr)
+        return f(*read);
+    std::shared_ptr<StoreEngine> e = engine ? engine : store_engine();
+    std::unique_ptr<Txn> t = e->begin_read();
+    return t && f(*t);
+}
+
+/* The VRF a route key names. */
+std::string vrf_of_key(const std::string &key)
+{
+    const size_t root = sizeof ROUTE_ROOT - 1;
+    size_t nul = key.find('\0', root);
+    return key.substr(root, nul == std::string::npos ? std::string::npos : nul - root);
+}
+
+std::vector<std::string> vrfs_with_routes_in(Txn &t)
+{
+    std::vector<std::string> out;
+    std::string from = ROUTE_ROOT;
+    const std::string end = prefix_end(ROUTE_ROOT);
+    for (;;) {
+        std::string vrf;
+        bool found = false;
+        t.scan(from, end, [&](const std::string &key, const std::string &) {
+            vrf = vrf_of_key(key);
+            found = true;
+            return false;
+        });
+        if (!found)
+            return out;
+        out.push_back(vrf);
+        /* The next VRF starts past every key of this one. */
+        from = ROUTE_ROOT + vrf + std::string(1, '\x01');
+    }
+}
+
+} // namespace
+
+bool NativeConfig::scan_routes(Txn &t, const std::string &lo, const std::string &hi, const RouteVisitor &fn,
+                               std::string &err) const
+{
+    bool bad = false;
+    cerrno rc = t.scan(lo, hi, [&](const std::string &key, const std::string &value) {
+        RouteKey k;
+        Route r;
+        std::string why;
+        if (!decode_route(key, value, k, r, why)) {
+            err = "damaged route record " + (k.vrf.empty() ? std::string("?") : k.vrf) + " " + k.prefix + "/" +
+                  k.length + ": " + why;
+            bad = true;
+            return false;
+        }
+        return fn(k, r);
+    });
+    if (rc != YFW_RC_OK && !bad)
+        err = "the store cannot be read";
+    if (!err.empty() && read_err_.empty())
+        read_err_ = err;
+    return rc == YFW_RC_OK && !bad;
 }
 
 bool NativeConfig::vrf_known(const std::string &vrf) const
 {
-    return is_default_vrf(vrf) || vrfs_.count(vrf) != 0;
+    if (is_default_vrf(vrf))
+        return true;
+    bool known = false;
+    with_snapshot(read_.get(), engine_, [&](Txn &t) { return known = store_has_vrf(t, vrf); });
+    return known;
+}
+
+std::vector<std::string> NativeConfig::vrfs() const
+{
+    std::vector<std::string> out;
+    with_snapshot(read_.get(), engine_, [&](Txn &t) { return store_list_vrfs(t, out) == YFW_RC_OK; });
+    return out;
 }
 
 std::vector<std::string> NativeConfig::vrfs_with_routes() const
 {
     std::vector<std::string> out;
-    for (auto it = routes_.begin(); it != routes_.end();) {
-        out.push_back(it->first.vrf);
-        /* Skip to the first route of the next VRF. */
-        RouteKey next{it->first.vrf + '\0', true, "", ""};
-        it = routes_.lower_bound(next);
-    }
+    with_snapshot(read_.get(), engine_, [&](Txn &t) {
+        out = vrfs_with_routes_in(t);
+        return true;
+    });
     return out;
 }
 
-const Route *NativeConfig::find_route(const RouteKey &k) const
+bool NativeConfig::find_route(const RouteKey &k, Route &out) const
 {
-    auto it = routes_.find(k);
-    return it == routes_.end() ? nullptr : &it->second;
+    const std::string key = route_record_key(k);
+    if (key.empty())
+        return false;
+    bool found = false;
+    with_snapshot(read_.get(), engine_, [&](Txn &t) {
+        std::string v, why;
+        RouteKey stored;
+        if (t.get(key, v) != YFW_RC_OK)
+            return false;
+        if (!decode_route(key, v, stored, out, why)) {
+            if (read_err_.empty())
+                read_err_ = "damaged route record " + k.vrf + " " + k.prefix + "/" + k.length + ": " + why;
+            return false;
+        }
+        return found = true;
+    });
+    return found;
+}
+
+bool NativeConfig::for_each_route(const std::string *vrf, const bool *ipv4, const RouteVisitor &fn,
+                                  std::string &err) const
+{
+    std::string lo = vrf == nullptr ? std::string(ROUTE_ROOT)
+                     : ipv4 == nullptr ? route_vrf_start(*vrf)
+                                       : route_family_start(*vrf, *ipv4);
+    if (vrf == nullptr && ipv4 != nullptr) {
+        /* One family of every VRF. */
+        bool ok = true;
+        for (const std::string &v : vrfs_with_routes())
+            if (ok)
+                ok = for_each_route(&v, ipv4, fn, err);
+        return ok;
+    }
+    const std::string hi = prefix_end(lo);
+    bool ok = false;
+    with_snapshot(read_.get(), engine_, [&](Txn &t) { return ok = scan_routes(t, lo, hi, fn, err); });
+    if (!ok && err.empty())
+        err = "the store cannot be read";
+    return ok;
+}
+
+bool NativeConfig::for_each_same_prefix(const std::string &vrf, bool ipv4, const std::string &address, int length,
+                                        const RouteVisitor &fn, std::string &err) const
+{
+    std::string lo_key = route_address_start(vrf, ipv4, address);
+    const size_t bytes = ipv4 ? 4 : 16;
+    if (lo_key.empty() || length < 0 || size_t(length) > bytes * 8)
+        return true;
+    /* Network and last address of the prefix, as key bytes. */
+    const size_t at = lo_key.size() - bytes;
+    std::string hi_key = lo_key;
+    for (size_t i = 0; i < bytes; ++i) {
+        int keep = std::min(8, std::max(0, length - int(i) * 8));
+        unsigned char mask = static_cast<unsigned char>(keep == 0 ? 0 : 0xff << (8 - keep));
+        lo_key[at + i] = static_cast<char>(static_cast<unsigned char>(lo_key[at + i]) & mask);
+        hi_key[at + i] = static_cast<char>(static_cast<unsigned char>(hi_key[at + i]) | static_cast<unsigned char>(~mask));
+    }
+    const std::string network = lo_key.substr(at);
+    auto same = [&](const RouteKey &k, const Route &r) {
+        const std::string key = route_record_key(k);
+        if (key.empty() || static_cast<unsigned char>(key.back()) != length)
+            return true;
+        for (size_t i = 0; i < bytes; ++i) {
+            int keep = std::min(8, std::max(0, length - int(i) * 8));
+            unsigned char mask = static_cast<unsigned char>(keep == 0 ? 0 : 0xff << (8 - keep));
+            if ((static_cast<unsigned char>(key[at + i]) & mask) != static_cast<unsigned char>(network[i]))
+                return true;
+        }
+        return fn(k, r);
+    };
+    bool ok = false;
+    with_snapshot(read_.get(), engine_,
+                  [&](Txn &t) { return ok = scan_routes(t, lo_key, prefix_end(hi_key), same, err); });
+    return ok;
 }
 
 std::string NativeConfig::route_path(const RouteKey &k)
@@ -177,39 +318,97 @@ std::string NativeConfig::nh_path(const RouteKey &k, const NhKey &n)
     return p;
 }
 
-Route &NativeConfig::touch(const RouteKey &k, bool create)
+Route *NativeConfig::touch(const RouteKey &k, bool create, std::string &err)
 {
-    auto it = routes_.find(k);
-    if (undo_.find(k) == undo_.end())
-        undo_.emplace(k, it == routes_.end() ? std::nullopt : std::optional<Route>(it->second));
-    if (it == routes_.end() && create)
-        it = routes_.emplace(k, Route{}).first;
-    return it->second;
+    const std::string key = route_record_key(k);
+    if (key.empty()) {
+        err = "not a prefix of its family: " + route_path(k);
+        return nullptr;
+    }
+    auto it = pending_.find(key);
+    if (it == pending_.end()) {
+        Pending p{k, std::nullopt};
+        std::string v;
+        cerrno rc = write_->get(key, v);
+        if (rc == YFW_RC_OK) {
+            Route r;
+            std::string why;
+            if (!decode_route(key, v, p.key, r, why)) {
+                err = "damaged route record " + route_path(k) + ": " + why;
+                return nullptr;
+            }
+            p.route = std::move(r);
+        } else if (rc != SYSDB_RC_NOT_FOUND) {
+            err = "the store cannot be read";
+            return nullptr;
+        }
+        it = pending_.emplace(key, std::move(p)).first;
+    }
+    if (!it->second.route && create) {
+        it->second.key = k;
+        it->second.route = Route{};
+    }
+    return it->second.route ? &*it->second.route : nullptr;
+}
+
+bool NativeConfig::exists(const RouteKey &k)
+{
+    std::string err;
+    return touch(k, false, err) != nullptr;
 }
 
 void NativeConfig::remove_route(const RouteKey &k, std::vector<std::string> &changes)
 {
-    auto it = routes_.find(k);
-    if (it == routes_.end())
+    std::string err;
+    if (touch(k, false, err) == nullptr) {
+        if (!err.empty() && apply_err_.empty())
+            apply_err_ = err;
         return;
-    touch(k, false);
-    routes_.erase(k);
+    }
+    pending_[route_record_key(k)].route.reset();
     changes.push_back("delete " + route_path(k));
 }
 
 void NativeConfig::remove_routes_if(const std::string *vrf, const bool *ipv4, std::vector<std::string> &changes)
 {
-    std::vector<RouteKey> victims;
-    auto it = vrf ? routes_.lower_bound(RouteKey{*vrf, true, "", ""}) : routes_.begin();
-    for (; it != routes_.end(); ++it) {
-        if (vrf && it->first.vrf != *vrf)
-            break;
-        if (ipv4 && it->first.ipv4 != *ipv4)
-            continue;
-        victims.push_back(it->first);
+    std::string err;
+    if (!flush(err)) {
+        if (apply_err_.empty())
+            apply_err_ = err;
+        return;
     }
-    for (const RouteKey &k : victims)
-        remove_route(k, changes);
+    std::vector<std::string> vrfs;
+    if (vrf != nullptr)
+        vrfs.push_back(*vrf);
+    else
+        vrfs = vrfs_with_routes_in(*write_);
+    for (const std::string &v : vrfs) {
+        std::string lo = ipv4 != nullptr ? route_family_start(v, *ipv4) : route_vrf_start(v);
+        std::vector<RouteKey> victims;
+        if (!scan_routes(*write_, lo, prefix_end(lo), [&](const RouteKey &k, const Route &) {
+                victims.push_back(k);
+                return true;
+            }, err)) {
+            if (apply_err_.empty())
+                apply_err_ = err;
+            return;
+        }
+        for (const RouteKey &k : victims)
+            remove_route(k, changes);
+    }
+}
+
+bool NativeConfig::flush(std::string &err)
+{
+    for (const auto &p : pending_) {
+        cerrno rc = write_route(*write_, p.first, p.second.key, p.second.route ? &*p.second.route : nullptr);
+        if (rc != YFW_RC_OK) {
+            err = "cannot write " + route_path(p.second.key);
+            return false;
+        }
+    }
+    pending_.clear();
+    return true;
 }
 
 /* Applies one native tree; keeps the first error. */
@@ -217,6 +416,14 @@ class NativeApplier {
 public:
     NativeApplier(NativeConfig &c, std::vector<std::string> &changes) : c_(c), changes_(changes) {}
     std::string err;
+
+    /* A store failure met by the configuration counts as this apply's error. */
+    bool store_failed()
+    {
+        if (!c_.apply_err_.empty() && err.empty())
+            err = c_.apply_err_;
+        return !err.empty();
+    }
 
     void root(const zidl_yfw_datatree *root)
     {
@@ -276,7 +483,10 @@ private:
     void delete_named_vrfs(const std::string *only)
     {
         std::vector<std::string> vrfs;
-        for (const std::string &v : c_.vrfs_with_routes())
+        std::string ferr;
+        if (!c_.flush(ferr))
+            return fail(ferr);
+        for (const std::string &v : vrfs_with_routes_in(*c_.write_))
             if (!is_default_vrf(v) && (only == nullptr || *only == v))
                 vrfs.push_back(v);
         for (const std::string &v : vrfs)
@@ -359,8 +569,12 @@ private:
             c_.remove_route(k, changes_);
             return;
         }
-        bool existed = c_.routes_.count(k) != 0;
-        Route &r = c_.touch(k, true);
+        std::string terr;
+        bool existed = c_.touch(k, false, terr) != nullptr;
+        Route *rp = terr.empty() ? c_.touch(k, true, terr) : nullptr;
+        if (rp == nullptr)
+            return fail(terr);
+        Route &r = *rp;
         if (!existed)
             changes_.push_back("create " + NativeConfig::route_path(k));
         for_children(e, [&](const zidl_yfw_datatree *ch) {
@@ -469,12 +683,18 @@ private:
 
 bool NativeConfig::apply(const zidl_yfw_datatree *root, std::vector<std::string> &changes, std::string &err)
 {
+    if (!begin(true, err))
+        return false;
+    apply_err_.clear();
     size_t first = changes.size();
     NativeApplier a(*this, changes);
     a.root(root);
+    a.store_failed();
+    if (a.err.empty() && !flush(a.err) && a.err.empty())
+        a.err = "cannot write the store";
     if (!a.err.empty()) {
         err = a.err;
-        rollback();
+        pending_.clear();
         changes.resize(first);
         return false;
     }
@@ -483,88 +703,91 @@ bool NativeConfig::apply(const zidl_yfw_datatree *root, std::vector<std::string>
 
 bool NativeConfig::add_vrf(const std::string &vrf, std::vector<std::string> &changes)
 {
-    if (vrf.empty() || is_default_vrf(vrf) || vrfs_.count(vrf))
+    std::string err;
+    if (vrf.empty() || is_default_vrf(vrf) || !begin(true, err) || store_has_vrf(*write_, vrf))
         return false;
-    vrfs_.insert(vrf);
-    if (!vrfs_removed_.erase(vrf))
-        vrfs_added_.insert(vrf);
+    if (store_add_vrf(*write_, vrf) != YFW_RC_OK)
+        return false;
     changes.push_back("create vrf " + vrf);
     return true;
 }
 
-bool NativeConfig::remove_vrf(const std::string &vrf, std::vector<std::string> &changes, std::string &err)
+bool NativeConfig::remove_vrf(const std::string &vrf, std::vector<std::string> &changes, std::string &err,
+                              bool with_routes)
 {
-    if (!vrfs_.count(vrf)) {
+    if (!begin(true, err))
+        return false;
+    if (is_default_vrf(vrf) || !store_has_vrf(*write_, vrf)) {
         err = "VRF " + vrf + " is not configured";
         return false;
     }
-    if (routes_.lower_bound(RouteKey{vrf, true, "", ""}) != routes_.end() &&
-        routes_.lower_bound(RouteKey{vrf, true, "", ""})->first.vrf == vrf) {
-        err = "VRF " + vrf + " still holds static routes";
+    size_t routes = 0;
+    if (!flush(err))
+        return false;
+    const std::string lo = route_vrf_start(vrf);
+    cerrno rc = write_->scan(lo, prefix_end(lo), [&](const std::string &, const std::string &) {
+        ++routes;
+        return true;
+    });
+    if (rc != YFW_RC_OK) {
+        err = "the store cannot be read";
         return false;
     }
-    vrfs_.erase(vrf);
-    if (!vrfs_added_.erase(vrf))
-        vrfs_removed_.insert(vrf);
+    if (routes > 0 && !with_routes) {
+        err = "VRF " + vrf + " still holds " + std::to_string(routes) + " static route" + (routes == 1 ? "" : "s") +
+              ": delete them first, or delete the VRF --with-routes";
+        return false;
+    }
+    if (routes > 0) {
+        apply_err_.clear();
+        remove_routes_if(&vrf, nullptr, changes);
+        if (!apply_err_.empty() || !flush(err)) {
+            if (err.empty())
+                err = apply_err_;
+            return false;
+        }
+    }
+    if (store_remove_vrf(*write_, vrf) != YFW_RC_OK) {
+        err = "cannot remove VRF " + vrf;
+        return false;
+    }
     changes.push_back("delete vrf " + vrf);
     return true;
 }
 
 bool NativeConfig::commit(std::string &err)
 {
-    if (backend_ != nullptr && (!undo_.empty() || !vrfs_added_.empty() || !vrfs_removed_.empty())) {
-        std::vector<std::pair<const RouteKey *, const Route *>> now;
-        now.reserve(undo_.size());
-        for (const auto &u : undo_) {
-            auto it = routes_.find(u.first);
-            /* A route left without next hops stays: the native prefix entry exists on its own. */
-            now.emplace_back(&u.first, it == routes_.end() ? nullptr : &it->second);
-        }
-        if (!backend_->commit(now, routes_, vrfs_added_, vrfs_removed_, err)) {
-            rollback();
-            return false;
-        }
+    if (!writing()) {
+        end();
+        return true;
     }
-    undo_.clear();
-    vrfs_added_.clear();
-    vrfs_removed_.clear();
-    return true;
+    bool ok = flush(err);
+    if (ok && write_->commit() != YFW_RC_OK) {
+        err = "store commit failed";
+        ok = false;
+    }
+    end();
+    return ok;
 }
 
-void NativeConfig::rollback()
-{
-    for (auto &u : undo_) {
-        if (u.second)
-            routes_[u.first] = std::move(*u.second);
-        else
-            routes_.erase(u.first);
-    }
-    undo_.clear();
-    for (const std::string &v : vrfs_added_)
-        vrfs_.erase(v);
-    for (const std::string &v : vrfs_removed_)
-        vrfs_.insert(v);
-    vrfs_added_.clear();
-    vrfs_removed_.clear();
-}
+void NativeConfig::rollback() { end(); }
 
 zidl_yfw_datatree *NativeConfig::to_tree(const std::set<RouteKey> *only) const
 {
     zidl_yfw_datatree *root = tree_new();
-    if (root == nullptr || routes_.empty() || (only != nullptr && only->empty()))
+    if (root == nullptr || (only != nullptr && only->empty()))
         return root;
-    NodeRef rs = node_ref(node_add_child(root, "router-static", NodeKind::Container, nullptr, NS_NATIVE));
-    NodeRef vrfs;                       /* /router-static/vrfs, made on first use */
+    NodeRef rs;                          /* /router-static, made on first use */
+    NodeRef vrfs;                        /* /router-static/vrfs, made on first use */
     NodeRef vrf_node, af_node, prefixes; /* current VRF body, family and vrf-prefixes */
     std::string cur_vrf;
     int cur_af = -1;
     auto add = [](NodeRef parent, const char *name, NodeKind kind, const char *value = nullptr) {
         return node_ref(node_add_child(node_get(parent), name, kind, value, NS_NATIVE));
     };
-    for (const auto &rt : routes_) {
-        const RouteKey &k = rt.first;
-        if (only != nullptr && only->count(k) == 0)
-            continue;
+    auto emit = [&](const RouteKey &k, const Route &r) {
+        if (!rs)
+            rs = node_ref(node_add_child(root, "router-static", NodeKind::Container, nullptr, NS_NATIVE));
         if (!vrf_node || k.vrf != cur_vrf) {
             cur_vrf = k.vrf;
             cur_af = -1;
@@ -583,14 +806,13 @@ zidl_yfw_datatree *NativeConfig::to_tree(const std::set<RouteKey> *only) const
             NodeRef uni = add(fam, "vrf-unicast", NodeKind::Container);
             prefixes = add(uni, "vrf-prefixes", NodeKind::Container);
         }
-        NodeRef e = node_ref(
-            node_add_entry(node_get(prefixes), "vrf-prefix", {{"prefix", k.prefix}, {"prefix-length", k.length}},
-                           NS_NATIVE));
-        if (rt.second.next_hops.empty())
-            continue;
+        NodeRef e = node_ref(node_add_entry(node_get(prefixes), "vrf-prefix",
+                                            {{"prefix", k.prefix}, {"prefix-length", k.length}}, NS_NATIVE));
+        if (r.next_hops.empty())
+            return true;
         NodeRef route = add(e, "vrf-route", NodeKind::Container);
         NodeRef table = add(route, "vrf-next-hop-table", NodeKind::Container);
-        for (const auto &nh : rt.second.next_hops) {
+        for (const auto &nh : r.next_hops) {
             std::vector<std::pair<std::string, std::string>> keys;
             if (nh.first.table != NhTable::Address)
                 keys.emplace_back("interface-name", nh.first.interface);
@@ -598,274 +820,32 @@ zidl_yfw_datatree *NativeConfig::to_tree(const std::set<RouteKey> *only) const
                 keys.emplace_back("next-hop-address", nh.first.address);
             zidl_yfw_datatree *ne = node_add_entry(node_get(table), nh_table_list(nh.first.table), keys, NS_NATIVE);
             NodeRef ner = node_ref(ne);
-            for (const char *leaf : NH_LEAVES) {
+            for (const char *leaf : NH_LEAF_NAMES) {
                 auto it = nh.second.find(leaf);
                 if (it != nh.second.end())
                     node_add_child(node_get(ner), leaf, NodeKind::Leaf, it->second.c_str(), NS_NATIVE);
             }
         }
+        return true;
+    };
+    std::string err;
+    if (only == nullptr) {
+        if (!for_each_route(nullptr, nullptr, emit, err)) {
+            tree_free(root);
+            return nullptr;
+        }
+        return root;
+    }
+    for (const RouteKey &k : *only) {
+        Route r;
+        if (find_route(k, r))
+            emit(k, r);
+    }
+    if (!read_err_.empty()) {
+        tree_free(root);
+        return nullptr;
     }
     return root;
 }
-
-/* ---------------------------------------------------------------- */
-/* The backend over the host's store engine                          */
-/* ---------------------------------------------------------------- */
-
-namespace {
-
-const std::string NATIVE_ROOT = "/host/native/route/";
-constexpr char SEP = '\x1f';
-
-std::string native_key(const RouteKey &k)
-{
-    return NATIVE_ROOT + k.vrf + SEP + (k.ipv4 ? '4' : '6') + SEP + k.prefix + SEP + k.length;
-}
-
-bool parse_native_key(const std::string &key, RouteKey &k)
-{
-    std::vector<std::string> parts;
-    size_t pos = NATIVE_ROOT.size();
-    for (;;) {
-        size_t sep = key.find(SEP, pos);
-        parts.push_back(key.substr(pos, sep == std::string::npos ? std::string::npos : sep - pos));
-        if (sep == std::string::npos)
-            break;
-        pos = sep + 1;
-    }
-    if (parts.size() != 4 || (parts[1] != "4" && parts[1] != "6"))
-        return false;
-    k = RouteKey{parts[0], parts[1] == "4", parts[2], parts[3]};
-    return true;
-}
-
-void put_str(std::string &b, const std::string &s)
-{
-    uint32_t n = static_cast<uint32_t>(s.size());
-    b.append(reinterpret_cast<const char *>(&n), sizeof n);
-    b += s;
-}
-
-bool get_str(const std::string &b, size_t &pos, std::string &s)
-{
-    uint32_t n;
-    if (pos + sizeof n > b.size())
-        return false;
-    memcpy(&n, b.data() + pos, sizeof n);
-    pos += sizeof n;
-    if (pos + n > b.size())
-        return false;
-    s.assign(b, pos, n);
-    pos += n;
-    return true;
-}
-
-/* A route's next hops: per next hop its table, keys and leaves. */
-std::string encode_route(const Route &r)
-{
-    std::string b;
-    for (const auto &nh : r.next_hops) {
-        b += static_cast<char>('0' + static_cast<int>(nh.first.table));
-        put_str(b, nh.first.interface);
-        put_str(b, nh.first.address);
-        put_str(b, std::to_string(nh.second.size()));
-        for (const auto &l : nh.second) {
-            put_str(b, l.first);
-            put_str(b, l.second);
-        }
-    }
-    return b;
-}
-
-bool decode_route(const std::string &b, Route &r)
-{
-    size_t pos = 0;
-    while (pos < b.size()) {
-        int t = b[pos++] - '0';
-        if (t < 0 || t > 2)
-            return false;
-        NhKey k;
-        k.table = static_cast<NhTable>(t);
-        std::string count;
-        if (!get_str(b, pos, k.interface) || !get_str(b, pos, k.address) || !get_str(b, pos, count))
-            return false;
-        NhLeaves leaves;
-        for (unsigned long i = 0, n = strtoul(count.c_str(), nullptr, 10); i < n; ++i) {
-            std::string name, value;
-            if (!get_str(b, pos, name) || !get_str(b, pos, value))
-                return false;
-            leaves.emplace(std::move(name), std::move(value));
-        }
-        r.next_hops.emplace(std::move(k), std::move(leaves));
-    }
-    return true;
-}
-
-int int_leaf(const NhLeaves &l, const char *name, int dflt)
-{
-    auto it = l.find(name);
-    if (it == l.end())
-        return dflt;
-    if (it->second == "true")
-        return 1;
-    if (it->second == "false")
-        return 0;
-    return static_cast<int>(strtol(it->second.c_str(), nullptr, 10));
-}
-
-std::string str_leaf(const NhLeaves &l, const char *name)
-{
-    auto it = l.find(name);
-    return it == l.end() ? std::string() : it->second;
-}
-
-NativeNextHop projection(const RouteKey &k, const NhKey &n, const NhLeaves &l)
-{
-    NativeNextHop nh;
-    nh.vrf = k.vrf;
-    nh.ipv4 = k.ipv4;
-    nh.prefix = k.prefix;
-    nh.prefix_length = atoi(k.length.c_str());
-    nh.interface = n.interface;
-    nh.address = n.address;
-    nh.bfd_fast_detect = int_leaf(l, "bfd-fast-detect", 0);
-    nh.minimum_interval = int_leaf(l, "minimum-interval", 0);
-    nh.detect_multiplier = int_leaf(l, "detect-multiplier", 0);
-    nh.metric = int_leaf(l, "metric", 0);
-    nh.tag = int_leaf(l, "tag", 0);
-    nh.permanent = int_leaf(l, "permanent", 0);
-    nh.vrf_label = int_leaf(l, "vrf-lable", VRF_LABEL_UNSET);
-    nh.tunnel_id = int_leaf(l, "tunnel-id", 0);
-    nh.object_name = str_leaf(l, "object-name");
-    nh.description = str_leaf(l, "description");
-    nh.load_metric = int_leaf(l, "load-metric", 0);
-    nh.index = str_leaf(l, "index");
-    return nh;
-}
-
-/* Lengths sharing one store key ("0x20" stands for 26 and for 32), by key. */
-const std::map<std::string, std::vector<int>> &length_groups()
-{
-    static const std::map<std::string, std::vector<int>> groups = [] {
-        std::map<std::string, std::vector<int>> g;
-        for (int len = 0; len <= 128; ++len)
-            g[prefix_length_key(len)].push_back(len);
-        return g;
-    }();
-    return groups;
-}
-
-class EngineBackend : public StoreBackend {
-public:
-    bool load(std::map<RouteKey, Route> &routes, std::set<std::string> &vrfs, std::string &err) override
-    {
-        std::shared_ptr<StoreEngine> e = store_engine();
-        bool bad = false;
-        cerrno rc = e->scan(NATIVE_ROOT, prefix_end(NATIVE_ROOT), [&](const std::string &key, const std::string &v) {
-            RouteKey k;
-            Route r;
-            if (!parse_native_key(key, k) || !decode_route(v, r)) {
-                err = "damaged native record " + key.substr(NATIVE_ROOT.size());
-                bad = true;
-                return false;
-            }
-            routes.emplace_hint(routes.end(), std::move(k), std::move(r));
-            return true;
-        });
-        const std::string vrf_root = std::string(RSI_ROOT) + "vrf/";
-        if (rc == YFW_RC_OK && !bad)
-            rc = e->scan(vrf_root, prefix_end(vrf_root), [&](const std::string &key, const std::string &) {
-                size_t end = key.find('/', vrf_root.size());
-                if (end != std::string::npos && end > vrf_root.size())
-                    vrfs.insert(key.substr(vrf_root.size(), end - vrf_root.size()));
-                return true;
-            });
-        if (rc != YFW_RC_OK && err.empty())
-            err = "cannot read the store";
-        return rc == YFW_RC_OK && !bad;
-    }
-
-    bool commit(const std::vector<std::pair<const RouteKey *, const Route *>> &changed,
-                const std::map<RouteKey, Route> &all,
-                const std::set<std::string> &vrfs_added, const std::set<std::string> &vrfs_removed,
-                std::string &err) override
-    {
-        std::shared_ptr<StoreEngine> e = store_engine();
-        if (e->begin() != YFW_RC_OK) {
-            err = "cannot begin a store transaction";
-            return false;
-        }
-        if (!write(*e, changed, all, vrfs_added, vrfs_removed, err)) {
-            e->abort();
-            return false;
-        }
-        if (e->commit() != YFW_RC_OK) {
-            err = "store commit failed";
-            return false;
-        }
-        return true;
-    }
-
-private:
-    static bool write(StoreEngine &e, const std::vector<std::pair<const RouteKey *, const Route *>> &changed,
-                      const std::map<RouteKey, Route> &all, const std::set<std::string> &vrfs_added,
-                      const std::set<std::string> &vrfs_removed, std::string &err)
-    {
-        /* Store directories to rewrite whole, with the routes that share each. */
-        std::map<std::string, const RouteKey *> dirs;
-        for (const auto &c : changed) {
-            const RouteKey &k = *c.first;
-            cerrno rc = c.second != nullptr ? e.put(native_key(k), encode_route(*c.second)) : e.del(native_key(k));
-            if (rc != YFW_RC_OK && rc != SYSDB_RC_NOT_FOUND) {
-                err = "cannot write " + NativeConfig::route_path(k);
-                return false;
-            }
-            std::string dir = route_next_hop_dir(k.vrf, k.ipv4, k.prefix, atoi(k.length.c_str()));
-            if (dir.empty()) {
-                err = "not a prefix of its family: " + NativeConfig::route_path(k);
-                return false;
-            }
-            dirs.emplace(std::move(dir), &k);
-        }
-        for (const auto &d : dirs) {
-            const std::string full = STATIC_ROOT + d.first;
-            std::vector<std::string> old;
-            e.scan(full, prefix_end(full), [&](const std::string &key, const std::string &) {
-                old.push_back(key);
-                return true;
-            });
-            for (const std::string &key : old)
-                e.del(key);
-            const RouteKey &k = *d.second;
-            auto g = length_groups().find(prefix_length_key(atoi(k.length.c_str())));
-            for (int len : g->second) {
-                auto it = all.find(RouteKey{k.vrf, k.ipv4, k.prefix, std::to_string(len)});
-                if (it == all.end())
-                    continue;
-                for (const auto &nh : it->second.next_hops) {
-                    if (store_write_next_hop(projection(it->first, nh.first, nh.second)) != YFW_RC_OK) {
-                        err = "cannot write " + NativeConfig::nh_path(it->first, nh.first);
-                        return false;
-                    }
-                }
-            }
-        }
-        for (const std::string &v : vrfs_added)
-            if (store_add_vrf(v) != YFW_RC_OK) {
-                err = "cannot add VRF " + v;
-                return false;
-            }
-        for (const std::string &v : vrfs_removed)
-            if (cerrno rc = store_remove_vrf(v); rc != YFW_RC_OK && rc != SYSDB_RC_NOT_FOUND) {
-                err = "cannot remove VRF " + v;
-                return false;
-            }
-        return true;
-    }
-};
-
-} // namespace
-
-std::unique_ptr<StoreBackend> make_engine_backend() { return std::make_unique<EngineBackend>(); }
 
 } // namespace ocni::host

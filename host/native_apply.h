@@ -3,16 +3,22 @@
  * and the application of a native tree (the output of an edit, or a
  * native document) to it.
  *
- * NativeConfig holds the configuration in memory, sorted (VRF, family,
- * prefix, next hop), and persists it through a StoreBackend: every change
- * of one edit goes to the backend in a single transaction, both as native
- * records and in the configuration-store layout the plug-in's lookups read.
- * A failed edit or a failed commit leaves memory and store as they were.
+ * The configuration is the store: NativeConfig holds no copy of it. A
+ * request begins a store session: an edit takes the write transaction
+ * first, then a read snapshot (which, with the writer's lock held, is
+ * exactly the write transaction's base); a read takes a snapshot only.
+ * The snapshot is the thread's current transaction for the plug-in's
+ * lookups and answers the read accessors below, so callbacks never see
+ * the edit's own pending writes. apply() works route by route in the
+ * write transaction (record and plug-in layout together, see
+ * host/route_store.h); commit() makes the whole edit durable at once and
+ * rollback() drops it.
  */
 #ifndef OCNI_HOST_NATIVE_APPLY_H
 #define OCNI_HOST_NATIVE_APPLY_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -20,84 +26,56 @@
 #include <string>
 #include <vector>
 
+#include "route_store.h"
+#include "store.h"
 #include "yfw_types.h"
 
 namespace ocni::host {
 
-/* The three native next-hop tables, in schema order. */
-enum class NhTable : uint8_t { Interface = 0, InterfaceAddress = 1, Address = 2 };
-const char *nh_table_list(NhTable t); /* "vrf-next-hop-interface-name", ... */
-
-/* "default" names the default VRF (the plug-in compares it without case). */
-bool is_default_vrf(const std::string &vrf);
-
-struct RouteKey {
-    std::string vrf; /* "default" for /router-static/default-vrf */
-    bool ipv4 = true;
-    std::string prefix; /* address text as the native tree holds it */
-    std::string length;
-    bool operator<(const RouteKey &o) const;
-    bool operator==(const RouteKey &o) const;
-};
-
-struct NhKey {
-    NhTable table = NhTable::Address;
-    std::string interface; /* empty in the address table */
-    std::string address;   /* empty in the interface table */
-    bool operator<(const NhKey &o) const;
-    bool operator==(const NhKey &o) const;
-};
-
-/* Leaves of a next hop other than its keys ("index", "metric", "tag", ...). */
-using NhLeaves = std::map<std::string, std::string>;
-
-struct Route {
-    std::map<NhKey, NhLeaves> next_hops;
-};
-
-/* The OpenConfig index a stored next hop reads back with: its own, or the generated one. */
-std::string nh_openconfig_index(const NhKey &k, const NhLeaves &leaves);
-
-/*
- * Where the configuration persists. Implementations write one transaction
- * per commit; a commit that fails leaves the store as before.
- */
-class StoreBackend {
-public:
-    virtual ~StoreBackend() = default;
-    /* Every route and VRF kept; false with `err` when the store cannot be read. */
-    virtual bool load(std::map<RouteKey, Route> &routes, std::set<std::string> &vrfs, std::string &err) = 0;
-    /*
-     * One transaction: for each route changed (in key order), its new
-     * content (null: removed); VRFs added and removed. `all` is the whole configuration
-     * after the change.
-     */
-    virtual bool commit(const std::vector<std::pair<const RouteKey *, const Route *>> &changed,
-                        const std::map<RouteKey, Route> &all, const std::set<std::string> &vrfs_added,
-                        const std::set<std::string> &vrfs_removed, std::string &err) = 0;
-};
-
-/*
- * The backend over the host's store engine in use (store_engine()): native
- * records under "/host/native/", next hops in the configuration-store
- * layout the plug-in reads, VRFs in the VRF store.
- */
-std::unique_ptr<StoreBackend> make_engine_backend();
-
 class NativeConfig {
 public:
-    /* Without a backend the configuration lives in memory only. */
-    explicit NativeConfig(StoreBackend *backend = nullptr);
+    /* Over `engine`, or over the engine in use at each session when null. */
+    explicit NativeConfig(std::shared_ptr<StoreEngine> engine = nullptr);
+    ~NativeConfig();
+    NativeConfig(const NativeConfig &) = delete;
+    NativeConfig &operator=(const NativeConfig &) = delete;
 
-    /* Reads the backend; false with `err` when it cannot. */
+    /* Checks that the store can be read; false with `err` when it cannot. */
     bool open(std::string &err);
 
-    const std::map<RouteKey, Route> &routes() const { return routes_; }
-    const std::set<std::string> &vrfs() const { return vrfs_; }
+    /*
+     * Starts a session (write: an edit); false with `err` when the store
+     * cannot give the transactions. A session already open is kept (and
+     * `began` is false), so nested callers share it.
+     */
+    bool begin(bool write, std::string &err, bool *began = nullptr);
+    bool in_session() const { return read_ != nullptr; }
+    bool writing() const { return write_ != nullptr; }
+    /* Ends the session; what is not committed is dropped. */
+    void end();
+
+    /* Read accessors: the session's snapshot (the committed store before the edit). */
     bool vrf_known(const std::string &vrf) const;
-    /* VRFs holding at least one route ("default" included when it does). */
+    std::vector<std::string> vrfs() const;
+    /* VRFs holding at least one route ("default" included when it does), in store order. */
     std::vector<std::string> vrfs_with_routes() const;
-    const Route *find_route(const RouteKey &k) const;
+    bool find_route(const RouteKey &k, Route &out) const;
+    /*
+     * Visits the routes (of one VRF, of one family) in store order until
+     * `fn` returns false; false with `err` on a record that cannot be read.
+     */
+    using RouteVisitor = std::function<bool(const RouteKey &, const Route &)>;
+    bool for_each_route(const std::string *vrf, const bool *ipv4, const RouteVisitor &fn, std::string &err) const;
+    /*
+     * Routes of a VRF and family that mean the prefix `address`/`length`:
+     * the same length, and the same address once both are masked to it
+     * (a stored "10.26.1.1/24" is the prefix 10.26.1.0/24). Seeks to the
+     * prefix's address range.
+     */
+    bool for_each_same_prefix(const std::string &vrf, bool ipv4, const std::string &address, int length,
+                              const RouteVisitor &fn, std::string &err) const;
+    /* The first damaged record met by a read accessor ("" when none). */
+    const std::string &read_error() const { return read_err_; }
 
     /*
      * Applies a native tree (children of `root`: "router-static") as one
@@ -105,16 +83,21 @@ public:
      * operation (their own or inherited) remove what they name, leaves
      * merge into their entry. Appends one line per change to `changes`.
      * Returns false with `err` on a tree that does not fit the native
-     * model; the configuration is then unchanged.
+     * model; the edit must then be rolled back. Needs a write session.
      */
     bool apply(const zidl_yfw_datatree *root, std::vector<std::string> &changes, std::string &err);
-    /* VRF registry. add_vrf is false when the VRF is known already; remove_vrf refuses a VRF holding routes. */
+    /*
+     * VRF registry. add_vrf is false when the VRF is known already;
+     * remove_vrf refuses a VRF holding routes (naming how many) unless
+     * `with_routes`, which removes them in the same transaction.
+     */
     bool add_vrf(const std::string &vrf, std::vector<std::string> &changes);
-    bool remove_vrf(const std::string &vrf, std::vector<std::string> &changes, std::string &err);
+    bool remove_vrf(const std::string &vrf, std::vector<std::string> &changes, std::string &err,
+                    bool with_routes = false);
 
-    /* Writes what changed since the last commit or rollback in one transaction. */
+    /* Commits the write session (and ends it). */
     bool commit(std::string &err);
-    /* Forgets what changed since the last commit. */
+    /* Drops the session's changes (and ends it). */
     void rollback();
 
     /* The native configuration as a host tree; with `only`, just those routes. */
@@ -124,16 +107,27 @@ public:
     static std::string nh_path(const RouteKey &k, const NhKey &n);
 
 private:
-    Route &touch(const RouteKey &k, bool create);
+    struct Pending {
+        RouteKey key;
+        std::optional<Route> route; /* nullopt: removed */
+    };
+    /* A route of the write transaction, loaded for change; null when absent and not created. */
+    Route *touch(const RouteKey &k, bool create, std::string &err);
+    bool exists(const RouteKey &k);
     void remove_route(const RouteKey &k, std::vector<std::string> &changes);
     void remove_routes_if(const std::string *vrf, const bool *ipv4, std::vector<std::string> &changes);
+    bool flush(std::string &err);
+    bool scan_routes(Txn &t, const std::string &lo, const std::string &hi, const RouteVisitor &fn,
+                     std::string &err) const;
 
-    StoreBackend *backend_;
-    std::map<RouteKey, Route> routes_;
-    std::set<std::string> vrfs_;
-    /* Undo log of the transaction being built: previous content of every route touched. */
-    std::map<RouteKey, std::optional<Route>> undo_;
-    std::set<std::string> vrfs_added_, vrfs_removed_;
+    std::shared_ptr<StoreEngine> engine_;
+    std::shared_ptr<StoreEngine> session_engine_;
+    std::unique_ptr<Txn> write_, read_;
+    std::unique_ptr<TxnScope> scope_;
+    /* Routes changed since the last flush, by store key. */
+    std::map<std::string, Pending> pending_;
+    std::string apply_err_;
+    mutable std::string read_err_;
 
     friend class NativeApplier;
 };

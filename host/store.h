@@ -6,6 +6,13 @@
  * even without items below it. Engines keep keys in byte order, so every
  * lookup is an ordered range scan over the literal part of its path.
  *
+ * Every access goes through a transaction: a read transaction is one
+ * snapshot from its first read to its end; a write transaction is the
+ * only one at a time (across processes for the persistent engine) and
+ * applies all of its writes at commit, or none. A request sets its read
+ * transaction as the thread's current one (TxnScope); the plug-in's store
+ * lookups read through it and fail outside any scope.
+ *
  * The engine in use is process-wide: connections bound by a plug-in stay
  * valid when a test swaps or empties the store.
  */
@@ -20,32 +27,72 @@
 
 namespace ocni::host {
 
-/* Sorted string keys to byte values, with one transaction at a time. */
-class StoreEngine {
+/* One transaction; destroyed uncommitted, it aborts. */
+class Txn {
 public:
-    virtual ~StoreEngine() = default;
-
-    /*
-     * Writes between begin and commit apply together; abort drops them.
-     * Writes outside a transaction apply at once. A second begin before
-     * commit or abort fails with SYSDB_RC_FAILED.
-     */
-    virtual cerrno begin() = 0;
-    virtual cerrno commit() = 0;
-    virtual cerrno abort() = 0;
+    virtual ~Txn() = default;
+    virtual bool writable() const = 0;
 
     /* SYSDB_RC_NOT_FOUND when the key is absent. */
     virtual cerrno get(const std::string &key, std::string &value) = 0;
+    /* SYSDB_RC_FAILED in a read transaction. */
     virtual cerrno put(const std::string &key, const std::string &value) = 0;
     /* SYSDB_RC_NOT_FOUND when the key is absent. */
     virtual cerrno del(const std::string &key) = 0;
     /*
      * Visits the keys k with lo <= k < hi in byte order (an empty `hi`
-     * means no upper bound) until `fn` returns false.
+     * means no upper bound) until `fn` returns false. The visitor may
+     * write to the transaction it scans.
      */
     using Visitor = std::function<bool(const std::string &key, const std::string &value)>;
     virtual cerrno scan(const std::string &lo, const std::string &hi, const Visitor &fn) = 0;
+    /* Applies the writes (a read transaction just ends); the transaction is then closed. */
+    virtual cerrno commit() = 0;
+    virtual void abort() = 0;
 };
+
+/* Sorted string keys to byte values. */
+class StoreEngine {
+public:
+    virtual ~StoreEngine() = default;
+
+    /* A snapshot of the committed store; null when none can be taken. */
+    virtual std::unique_ptr<Txn> begin_read() = 0;
+    /* Waits for the writer's place; null when the store cannot be written. */
+    virtual std::unique_ptr<Txn> begin_write() = 0;
+
+    /* Shorthands, each in a transaction of its own (for set-up and tools). */
+    using Visitor = Txn::Visitor;
+    cerrno get(const std::string &key, std::string &value);
+    cerrno put(const std::string &key, const std::string &value);
+    cerrno del(const std::string &key);
+    cerrno scan(const std::string &lo, const std::string &hi, const Visitor &fn);
+};
+
+/*
+ * Makes `txn` the thread's current transaction for store lookups while
+ * the scope lives (the previous one comes back after).
+ */
+class TxnScope {
+public:
+    explicit TxnScope(Txn *txn);
+    ~TxnScope();
+    TxnScope(const TxnScope &) = delete;
+    TxnScope &operator=(const TxnScope &) = delete;
+    /* The thread's current transaction, null outside any scope. */
+    static Txn *current();
+
+private:
+    Txn *prev_;
+};
+
+/*
+ * Tests that call the plug-in's store functions directly, outside any
+ * request: with this on, a lookup outside a scope reads the committed
+ * store through a read transaction of its own. Off by default; the host's
+ * requests never rely on it.
+ */
+void store_scope_each_lookup(bool on);
 
 /* A new empty in-memory engine. */
 std::shared_ptr<StoreEngine> make_memory_engine();

@@ -73,14 +73,10 @@ bool parse_next_hop(const std::string &path, const std::string &tuple, NativeNex
     nh.vrf = c[1];
     nh.ipv4 = c[3] == "ipv4";
     nh.prefix = address_text(c[8]);
-    int hexlen = 0;
-    if (sscanf(c[9].c_str(), "0x%d", &hexlen) != 1)
+    unsigned len = 0;
+    if (sscanf(c[9].c_str(), "0x%x", &len) != 1 || len > 128)
         return false;
-    /* The length key's decimal digits are the length's hexadecimal digits. */
-    int len = 0;
-    for (char ch : std::to_string(hexlen))
-        len = len * 16 + (ch - '0');
-    nh.prefix_length = len;
+    nh.prefix_length = int(len);
     std::vector<std::string> k = split_on(c[12], ',');
     if (k.size() != 4)
         return false;
@@ -99,10 +95,10 @@ bool parse_next_hop(const std::string &path, const std::string &tuple, NativeNex
     return rc == YFW_RC_OK;
 }
 
-cerrno scan_next_hops(const std::string &prefix, std::vector<NativeNextHop> &out)
+cerrno scan_next_hops(Txn &t, const std::string &prefix, std::vector<NativeNextHop> &out)
 {
     out.clear();
-    return store_engine()->scan(prefix, prefix_end(prefix), [&](const std::string &key, const std::string &value) {
+    return t.scan(prefix, prefix_end(prefix), [&](const std::string &key, const std::string &value) {
         NativeNextHop nh;
         if (!key.empty() && key.back() != '/' && parse_next_hop(key, value, nh))
             out.push_back(std::move(nh));
@@ -114,14 +110,8 @@ cerrno scan_next_hops(const std::string &prefix, std::vector<NativeNextHop> &out
 
 std::string prefix_length_key(int length)
 {
-    int dec = 0;
-    int scale = 1;
-    for (int v = length > 0 ? length : 0; v > 0; v /= 16) {
-        dec += (v % 16) * scale;
-        scale *= 10;
-    }
     char buf[16];
-    snprintf(buf, sizeof buf, "0x%d", dec);
+    snprintf(buf, sizeof buf, "0x%x", unsigned(length > 0 ? length : 0));
     return buf;
 }
 
@@ -188,40 +178,78 @@ std::string next_hop_tuple(const NativeNextHop &nh)
     return w.bytes();
 }
 
-cerrno store_write_next_hop(const NativeNextHop &nh)
+namespace {
+
+/* Runs `f` in a write transaction of its own on the engine in use, committed when it succeeds. */
+template <class F> cerrno own_write(F f)
 {
     try {
-        std::string dir = route_next_hop_dir(nh.vrf, nh.ipv4, nh.prefix, nh.prefix_length);
-        std::string key = next_hop_key(nh);
-        if (dir.empty() || key.empty())
-            return SYSDB_RC_INVALID_ARG;
-        return store_engine()->put(STATIC_ROOT + dir + key, next_hop_tuple(nh));
+        std::unique_ptr<Txn> t = store_engine()->begin_write();
+        if (!t)
+            return SYSDB_RC_FAILED;
+        cerrno rc = f(*t);
+        if (rc != YFW_RC_OK)
+            return rc;
+        return t->commit();
     } catch (...) {
         return SYSDB_RC_FAILED;
     }
 }
 
-cerrno store_delete_next_hop(const NativeNextHop &nh)
+template <class F> cerrno own_read(F f)
 {
     try {
+        std::unique_ptr<Txn> t = store_engine()->begin_read();
+        return t ? f(*t) : SYSDB_RC_FAILED;
+    } catch (...) {
+        return SYSDB_RC_FAILED;
+    }
+}
+
+std::string vrf_dir(const std::string &name) { return std::string(RSI_ROOT) + "vrf/" + name + "/"; }
+
+} // namespace
+
+cerrno store_write_next_hop(Txn &t, const NativeNextHop &nh)
+{
+    std::string dir = route_next_hop_dir(nh.vrf, nh.ipv4, nh.prefix, nh.prefix_length);
+    std::string key = next_hop_key(nh);
+    if (dir.empty() || key.empty())
+        return SYSDB_RC_INVALID_ARG;
+    return t.put(STATIC_ROOT + dir + key, next_hop_tuple(nh));
+}
+
+cerrno store_write_next_hop(const NativeNextHop &nh)
+{
+    return own_write([&](Txn &t) { return store_write_next_hop(t, nh); });
+}
+
+cerrno store_delete_next_hop(const NativeNextHop &nh)
+{
+    return own_write([&](Txn &t) {
         std::string dir = route_next_hop_dir(nh.vrf, nh.ipv4, nh.prefix, nh.prefix_length);
         std::string key = next_hop_key(nh);
         if (dir.empty() || key.empty())
             return SYSDB_RC_INVALID_ARG;
-        return store_engine()->del(STATIC_ROOT + dir + key);
-    } catch (...) {
-        return SYSDB_RC_FAILED;
-    }
+        return t.del(STATIC_ROOT + dir + key);
+    });
 }
 
 cerrno store_read_next_hops(const std::string &vrf, bool ipv4, const std::string &prefix, int length,
                             std::vector<NativeNextHop> &out)
 {
-    try {
+    return own_read([&](Txn &t) {
         std::string dir = route_next_hop_dir(vrf, ipv4, prefix, length);
         if (dir.empty())
             return SYSDB_RC_INVALID_ARG;
-        return scan_next_hops(STATIC_ROOT + dir, out);
+        return scan_next_hops(t, STATIC_ROOT + dir, out);
+    });
+}
+
+cerrno store_all_next_hops(Txn &t, std::vector<NativeNextHop> &out)
+{
+    try {
+        return scan_next_hops(t, STATIC_ROOT, out);
     } catch (...) {
         return SYSDB_RC_FAILED;
     }
@@ -229,70 +257,89 @@ cerrno store_read_next_hops(const std::string &vrf, bool ipv4, const std::string
 
 cerrno store_all_next_hops(std::vector<NativeNextHop> &out)
 {
-    try {
-        return scan_next_hops(STATIC_ROOT, out);
-    } catch (...) {
-        return SYSDB_RC_FAILED;
-    }
+    return own_read([&](Txn &t) { return store_all_next_hops(t, out); });
+}
+
+cerrno store_add_vrf(Txn &t, const std::string &name)
+{
+    if (name.empty() || name.find('/') != std::string::npos)
+        return SYSDB_RC_INVALID_ARG;
+    return t.put(vrf_dir(name) + "name", TupleWriter().s(name).bytes());
 }
 
 cerrno store_add_vrf(const std::string &name)
 {
-    if (name.empty() || name.find('/') != std::string::npos)
-        return SYSDB_RC_INVALID_ARG;
-    try {
-        return store_engine()->put(std::string(RSI_ROOT) + "vrf/" + name + "/name", TupleWriter().s(name).bytes());
-    } catch (...) {
-        return SYSDB_RC_FAILED;
-    }
+    return own_write([&](Txn &t) { return store_add_vrf(t, name); });
 }
 
 cerrno store_add_empty_vrf(const std::string &name)
 {
     if (name.empty() || name.find('/') != std::string::npos)
         return SYSDB_RC_INVALID_ARG;
-    try {
-        return store_engine()->put(std::string(RSI_ROOT) + "vrf/" + name + "/", std::string());
-    } catch (...) {
-        return SYSDB_RC_FAILED;
-    }
+    return own_write([&](Txn &t) { return t.put(vrf_dir(name), std::string()); });
+}
+
+cerrno store_remove_vrf(Txn &t, const std::string &name)
+{
+    if (name.empty() || name.find('/') != std::string::npos)
+        return SYSDB_RC_INVALID_ARG;
+    std::vector<std::string> keys;
+    const std::string dir = vrf_dir(name);
+    cerrno rc = t.scan(dir, prefix_end(dir), [&](const std::string &k, const std::string &) {
+        keys.push_back(k);
+        return true;
+    });
+    if (rc != YFW_RC_OK)
+        return rc;
+    if (keys.empty())
+        return SYSDB_RC_NOT_FOUND;
+    for (const auto &k : keys)
+        if (cerrno d = t.del(k); d != YFW_RC_OK)
+            return d;
+    return YFW_RC_OK;
 }
 
 cerrno store_remove_vrf(const std::string &name)
 {
+    return own_write([&](Txn &t) { return store_remove_vrf(t, name); });
+}
+
+bool store_has_vrf(Txn &t, const std::string &name)
+{
     if (name.empty() || name.find('/') != std::string::npos)
-        return SYSDB_RC_INVALID_ARG;
-    try {
-        std::string dir = std::string(RSI_ROOT) + "vrf/" + name + "/";
-        std::vector<std::string> keys;
-        auto engine = store_engine();
-        engine->scan(dir, prefix_end(dir), [&](const std::string &k, const std::string &) {
-            keys.push_back(k);
-            return true;
-        });
-        if (keys.empty())
-            return SYSDB_RC_NOT_FOUND;
-        for (const auto &k : keys)
-            engine->del(k);
-        return YFW_RC_OK;
-    } catch (...) {
-        return SYSDB_RC_FAILED;
-    }
+        return false;
+    bool any = false;
+    const std::string dir = vrf_dir(name);
+    t.scan(dir, prefix_end(dir), [&](const std::string &, const std::string &) {
+        any = true;
+        return false;
+    });
+    return any;
 }
 
 bool store_has_vrf(const std::string &name)
 {
-    try {
-        std::string dir = std::string(RSI_ROOT) + "vrf/" + name + "/";
-        bool any = false;
-        store_engine()->scan(dir, prefix_end(dir), [&](const std::string &, const std::string &) {
-            any = true;
-            return false;
-        });
-        return any;
-    } catch (...) {
-        return false;
-    }
+    bool any = false;
+    own_read([&](Txn &t) {
+        any = store_has_vrf(t, name);
+        return YFW_RC_OK;
+    });
+    return any;
+}
+
+cerrno store_list_vrfs(Txn &t, std::vector<std::string> &out)
+{
+    out.clear();
+    const std::string root = std::string(RSI_ROOT) + "vrf/";
+    return t.scan(root, prefix_end(root), [&](const std::string &key, const std::string &) {
+        size_t end = key.find('/', root.size());
+        if (end != std::string::npos && end > root.size()) {
+            std::string name = key.substr(root.size(), end - root.size());
+            if (out.empty() || out.back() != name)
+                out.push_back(std::move(name));
+        }
+        return true;
+    });
 }
 
 } // namespace ocni::host

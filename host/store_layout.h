@@ -47,7 +47,7 @@ struct NativeNextHop {
     std::string index;           /* OpenConfig index it was created under */
 };
 
-/* "0x%d" of the length whose hexadecimal digits are read as decimal digits: 24 -> 0x18, 26 -> 0x20. */
+/* "0x%x" of the length: 24 -> "0x18", 26 -> "0x1a", 8 -> "0x8". */
 std::string prefix_length_key(int length);
 /* Hexadecimal store text of an address of the family; "" when it is not one. */
 std::string hex_address(const std::string &text, bool ipv4);
@@ -68,7 +68,15 @@ std::string next_hop_key(const NativeNextHop &nh);
 /* Packed tuple "%d%d%d%d%d%d%d%d%s%s%d%s" of the next hop. */
 std::string next_hop_tuple(const NativeNextHop &nh);
 
+class Txn;
+
+/*
+ * Writers and readers in a transaction the caller holds; the forms
+ * without one run in a transaction of their own on the engine in use
+ * (set-up and tools).
+ */
 /* Writes (or rewrites) one next hop; SYSDB_RC_INVALID_ARG on a bad prefix or address. */
+cerrno store_write_next_hop(Txn &t, const NativeNextHop &nh);
 cerrno store_write_next_hop(const NativeNextHop &nh);
 /* Removes one next hop by its key; SYSDB_RC_NOT_FOUND when it is not stored. */
 cerrno store_delete_next_hop(const NativeNextHop &nh);
@@ -76,14 +84,20 @@ cerrno store_delete_next_hop(const NativeNextHop &nh);
 cerrno store_read_next_hops(const std::string &vrf, bool ipv4, const std::string &prefix, int length,
                             std::vector<NativeNextHop> &out);
 /* Every stored next hop of every VRF and family, in store order. */
+cerrno store_all_next_hops(Txn &t, std::vector<NativeNextHop> &out);
 cerrno store_all_next_hops(std::vector<NativeNextHop> &out);
 
 /* VRF store: "vrf/NAME/" under RSI_ROOT, holding the item "name". */
+cerrno store_add_vrf(Txn &t, const std::string &name);
 cerrno store_add_vrf(const std::string &name);
 /* A listed VRF directory without any item (lists with count 0). */
 cerrno store_add_empty_vrf(const std::string &name);
+cerrno store_remove_vrf(Txn &t, const std::string &name);
 cerrno store_remove_vrf(const std::string &name);
+bool store_has_vrf(Txn &t, const std::string &name);
 bool store_has_vrf(const std::string &name);
+/* Names of the VRFs of the VRF store, in store order. */
+cerrno store_list_vrfs(Txn &t, std::vector<std::string> &out);
 
 } // namespace ocni::host
 

@@ -2,12 +2,14 @@
  * Configuration store client (sysdb.h) over the store engine in use, and
  * packed tuples.
  *
+ * Lookups read the thread's current transaction (TxnScope).
  * Lookup paths are relative to the connection's bind root. A component
  * holding a regular-expression character is matched as a POSIX extended
  * expression against a whole stored component; the literal components
  * before the first such pattern bound an ordered range scan, so a lookup
  * under one route never visits the rest of the store.
  */
+#include <atomic>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -190,22 +192,40 @@ cerrno prepare(const sysdb_conn *conn, const char *path, Lookup &lk)
  * Visits the stored keys at or below the nodes the lookup matches, with
  * their components below the bind root; the engine's result.
  */
+/* Lookups outside a request read the committed store only when tests ask for it. */
+std::atomic<bool> scope_each_lookup{false};
+thread_local Txn *current_txn = nullptr;
+
+/*
+ * Visits the stored keys at or below the nodes the lookup matches, with
+ * their components below the bind root, in the thread's current
+ * transaction; the engine's result, SYSDB_RC_FAILED outside any scope.
+ */
 template <class Fn>
 cerrno visit(const sysdb_conn *conn, const Lookup &lk, Fn &&fn)
 {
-    std::shared_ptr<StoreEngine> engine = store_engine();
+    std::unique_ptr<Txn> own;
+    Txn *txn = current_txn;
+    if (txn == nullptr) {
+        if (!scope_each_lookup.load())
+            return SYSDB_RC_FAILED;
+        own = store_engine()->begin_read();
+        if (!own)
+            return SYSDB_RC_FAILED;
+        txn = own.get();
+    }
     const size_t n = lk.comps.size();
-    return engine->scan(lk.scan_prefix, prefix_end(lk.scan_prefix),
-                        [&](const std::string &key, const std::string &value) {
-                            std::vector<std::string_view> &kc = key_parts(key, conn->root.size());
-                            if (kc.size() < n)
-                                return true;
-                            for (size_t i = 0; i < n; ++i)
-                                if (!lk.comps[i].matches(kc[i]))
-                                    return true;
-                            fn(key, value, kc, !key.empty() && key.back() == '/');
-                            return true;
-                        });
+    return txn->scan(lk.scan_prefix, prefix_end(lk.scan_prefix),
+                     [&](const std::string &key, const std::string &value) {
+                         std::vector<std::string_view> &kc = key_parts(key, conn->root.size());
+                         if (kc.size() < n)
+                             return true;
+                         for (size_t i = 0; i < n; ++i)
+                             if (!lk.comps[i].matches(kc[i]))
+                                 return true;
+                         fn(key, value, kc, !key.empty() && key.back() == '/');
+                         return true;
+                     });
 }
 
 bool valid_conn(const sysdb_conn *conn)
@@ -229,6 +249,44 @@ std::string prefix_end(const std::string &prefix)
         end.pop_back();
     }
     return end;
+}
+
+TxnScope::TxnScope(Txn *txn) : prev_(current_txn) { current_txn = txn; }
+TxnScope::~TxnScope() { current_txn = prev_; }
+Txn *TxnScope::current() { return current_txn; }
+
+void store_scope_each_lookup(bool on) { scope_each_lookup.store(on); }
+
+namespace {
+template <class F> cerrno in_txn(StoreEngine &e, bool write, F f)
+{
+    std::unique_ptr<Txn> t = write ? e.begin_write() : e.begin_read();
+    if (!t)
+        return SYSDB_RC_FAILED;
+    cerrno rc = f(*t);
+    if (write && rc != YFW_RC_OK)
+        return rc;
+    if (t->commit() != YFW_RC_OK)
+        return SYSDB_RC_FAILED;
+    return rc;
+}
+} // namespace
+
+cerrno StoreEngine::get(const std::string &key, std::string &value)
+{
+    return in_txn(*this, false, [&](Txn &t) { return t.get(key, value); });
+}
+cerrno StoreEngine::put(const std::string &key, const std::string &value)
+{
+    return in_txn(*this, true, [&](Txn &t) { return t.put(key, value); });
+}
+cerrno StoreEngine::del(const std::string &key)
+{
+    return in_txn(*this, true, [&](Txn &t) { return t.del(key); });
+}
+cerrno StoreEngine::scan(const std::string &lo, const std::string &hi, const Visitor &fn)
+{
+    return in_txn(*this, false, [&](Txn &t) { return t.scan(lo, hi, fn); });
 }
 
 void store_use_engine(std::shared_ptr<StoreEngine> engine)

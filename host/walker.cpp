@@ -77,6 +77,30 @@ std::string underscored(std::string s)
     return s;
 }
 
+/* One request's store session; ended with the request when it began it. */
+class Session {
+public:
+    Session(NativeConfig &c, bool write, WalkResult &r) : c_(c)
+    {
+        std::string err;
+        if (!c_.begin(write, err, &began_)) {
+            r.rc = SYSDB_RC_FAILED;
+            r.message = "store: " + err;
+        }
+    }
+    ~Session()
+    {
+        if (began_)
+            c_.end();
+    }
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+
+private:
+    NativeConfig &c_;
+    bool began_ = false;
+};
+
 } // namespace
 
 std::string rc_text(cerrno rc)
@@ -478,14 +502,16 @@ private:
              * still set, so they would be dropped: delete route by route.
              */
             NodeRef srr = node_ref(sr);
-            for (auto it = c_.routes().lower_bound(RouteKey{"default", true, "", ""});
-                 it != c_.routes().end() && it->first.vrf == "default"; ++it) {
-                zidl_yfw_datatree *st = node_add_entry(node_get(srr), "static",
-                                                       {{"prefix", it->first.prefix + "/" + it->first.length}},
-                                                       NS_OC_NI);
-                if (st != nullptr)
-                    node_set_op(st, YFW_DT_OP_DELETE);
-            }
+            const std::string dflt = "default";
+            std::string rerr;
+            if (!c_.for_each_route(&dflt, nullptr, [&](const RouteKey &k, const Route &) {
+                    zidl_yfw_datatree *st = node_add_entry(node_get(srr), "static", {{"prefix", k.prefix + "/" + k.length}},
+                                                           NS_OC_NI);
+                    if (st != nullptr)
+                        node_set_op(st, YFW_DT_OP_DELETE);
+                    return true;
+                }, rerr))
+                err = rerr;
             return;
         }
         zidl_yfw_datatree *st = node_add_child(sr, "static", NodeKind::Entry, nullptr, NS_OC_NI);
@@ -519,11 +545,11 @@ private:
             if (is_delete(nhs->op)) {
                 node_set_op(nhs, YFW_DT_OP_NONE);
                 RouteKey k;
-                const Route *r = route_key_of(vrf, prefix, k) ? c_.find_route(k) : nullptr;
-                if (r == nullptr)
+                Route r;
+                if (!route_key_of(vrf, prefix, k) || !c_.find_route(k, r))
                     continue;
                 NodeRef nhsr = node_ref(nhs);
-                for (const auto &nh : r->next_hops) {
+                for (const auto &nh : r.next_hops) {
                     zidl_yfw_datatree *e = node_add_entry(node_get(nhsr), "next-hop",
                                                           {{"index", nh_openconfig_index(nh.first, nh.second)}},
                                                           NS_OC_NI);
@@ -591,6 +617,9 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
     EditOutcome o;
     tree_free(last_output_);
     last_output_ = nullptr;
+    Session session(config_, true, o.result);
+    if (!o.result.ok())
+        return o;
     {
         DeleteExpander ex(config_);
         ex.root(input);
@@ -668,8 +697,12 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
 EditOutcome Walker::native_edit(const zidl_yfw_datatree *input, bool dry_run)
 {
     EditOutcome o;
+    Session session(config_, true, o.result);
+    if (!o.result.ok())
+        return o;
     std::string err;
     if (!config_.apply(input, o.changes, err)) {
+        config_.rollback();
         o.result.rc = YFW_RC_INVALID_REQUEST;
         o.result.message = err;
         return o;
@@ -685,7 +718,12 @@ EditOutcome Walker::native_edit(const zidl_yfw_datatree *input, bool dry_run)
     return o;
 }
 
-zidl_yfw_datatree *Walker::native_tree() { return config_.to_tree(); }
+zidl_yfw_datatree *Walker::native_tree()
+{
+    WalkResult r;
+    Session session(config_, false, r);
+    return r.ok() ? config_.to_tree() : nullptr;
+}
 
 /* ---------------------------------------------------------------- */
 /* Reads                                                              */
@@ -699,7 +737,7 @@ namespace {
  * and prefix entries; an entry without keys (or a family without
  * entries) stands for all prefixes below it.
  */
-void select_routes(const NativeConfig &c, const zidl_yfw_datatree *req, std::set<RouteKey> &sel)
+void select_routes(const NativeConfig &c, const zidl_yfw_datatree *req, std::set<RouteKey> &sel, std::string &err)
 {
     auto family = [&](const zidl_yfw_datatree *af, const std::string &vrf, bool v4) {
         bool all = true;
@@ -709,16 +747,19 @@ void select_routes(const NativeConfig &c, const zidl_yfw_datatree *req, std::set
             const char *l = child_value(e, "prefix-length");
             if (p && l && *p && *l) {
                 all = false;
-                RouteKey k{vrf, v4, p, l};
-                if (c.find_route(k))
+                /* Every stored text of this prefix and length: a prefix is compared by meaning. */
+                c.for_each_same_prefix(vrf, v4, p, atoi(l), [&](const RouteKey &k, const Route &) {
                     sel.insert(k);
+                    return true;
+                }, err);
             }
         });
         if (!all)
             return;
-        for (auto it = c.routes().lower_bound(RouteKey{vrf, v4, "", ""});
-             it != c.routes().end() && it->first.vrf == vrf && it->first.ipv4 == v4; ++it)
-            sel.insert(it->first);
+        c.for_each_route(&vrf, &v4, [&](const RouteKey &k, const Route &) {
+            sel.insert(k);
+            return true;
+        }, err);
     };
     auto body = [&](const zidl_yfw_datatree *b, const std::string &vrf) {
         const zidl_yfw_datatree *af = node_child(b, "address-family");
@@ -876,19 +917,21 @@ zidl_yfw_datatree *operational_answer(const NativeConfig &c, const zidl_yfw_data
     for (const auto &a : asked) {
         const bool v4 = a.first.first;
         const std::string &vrf = a.first.second;
-        std::vector<std::pair<const RouteKey *, const Route *>> routes;
+        std::vector<std::pair<RouteKey, Route>> routes;
+        std::string err;
         if (all.count(a.first)) {
-            for (auto it = c.routes().lower_bound(RouteKey{vrf, v4, "", ""});
-                 it != c.routes().end() && it->first.vrf == vrf && it->first.ipv4 == v4; ++it)
-                routes.emplace_back(&it->first, &it->second);
+            c.for_each_route(&vrf, &v4, [&](const RouteKey &k, const Route &r) {
+                routes.emplace_back(k, r);
+                return true;
+            }, err);
         } else {
             for (const std::string &p : a.second) {
                 RouteKey k;
+                Route r;
                 if (!route_key_of(vrf, p.c_str(), k) || k.ipv4 != v4)
                     continue;
-                auto it = c.routes().find(k);
-                if (it != c.routes().end())
-                    routes.emplace_back(&it->first, &it->second);
+                if (c.find_route(k, r))
+                    routes.emplace_back(std::move(k), std::move(r));
             }
         }
         if (routes.empty())
@@ -904,11 +947,11 @@ zidl_yfw_datatree *operational_answer(const NativeConfig &c, const zidl_yfw_data
         NodeRef p = node_ref(node_add_child(node_get(ps), "protocol", NodeKind::Container, nullptr, NS_OPER));
         NodeRef sr = node_ref(node_add_child(node_get(p), "static-routes", NodeKind::Container, nullptr, NS_OPER));
         for (const auto &rt : routes) {
-            const std::string key = underscored(rt.first->prefix + "/" + rt.first->length);
+            const std::string key = underscored(rt.first.prefix + "/" + rt.first.length);
             NodeRef e = node_ref(node_add_entry(node_get(sr), "static-route", {{"prefix", key}}, NS_OPER));
             /* Route-wide values come from the next hops; the last one that carries them stands. */
             const std::string *tag = nullptr, *desc = nullptr;
-            for (const auto &nh : rt.second->next_hops) {
+            for (const auto &nh : rt.second.next_hops) {
                 auto t = nh.second.find("tag");
                 if (t != nh.second.end())
                     tag = &t->second;
@@ -921,10 +964,10 @@ zidl_yfw_datatree *operational_answer(const NativeConfig &c, const zidl_yfw_data
             leaf(srs, "prefix", &key);
             leaf(srs, "set-tag", tag);
             leaf(srs, "description", desc);
-            if (rt.second->next_hops.empty())
+            if (rt.second.next_hops.empty())
                 continue;
             NodeRef nhs = node_ref(node_add_child(node_get(e), "next-hops", NodeKind::Container, nullptr, NS_OPER));
-            for (const auto &nh : rt.second->next_hops) {
+            for (const auto &nh : rt.second.next_hops) {
                 const NhKey &k = nh.first;
                 const std::string index = underscored(nh_openconfig_index(k, nh.second));
                 NodeRef n = node_ref(node_add_entry(node_get(nhs), "next-hop", {{"index", index}}, NS_OPER));
@@ -969,6 +1012,9 @@ WalkResult Walker::read(const ReadRequest &req, zidl_yfw_datatree **out)
     *out = nullptr;
     const uint32_t op_type = req.state ? YFW_REQ_READ_STATE : YFW_REQ_READ;
     WalkResult res;
+    Session session(config_, false, res);
+    if (!res.ok())
+        return res;
 
     /* 1. The native tree to read: all of it, or what the filter's request paths name. */
     zidl_yfw_datatree *native = nullptr;
@@ -994,8 +1040,13 @@ WalkResult Walker::read(const ReadRequest &req, zidl_yfw_datatree **out)
             }
             res = walk_tree(run, rq, Model::OpenConfigEdit);
             flush_trace(opt_, run.ctx);
+            std::string serr;
             if (res.ok())
-                select_routes(config_, run.out, sel);
+                select_routes(config_, run.out, sel, serr);
+            if (res.ok() && !serr.empty()) {
+                res.rc = SYSDB_RC_FAILED;
+                res.message = serr;
+            }
             tree_free(rq);
             tree_free(run.out);
             if (!res.ok())
@@ -1005,8 +1056,8 @@ WalkResult Walker::read(const ReadRequest &req, zidl_yfw_datatree **out)
         native = config_.to_tree(&sel);
     }
     if (native == nullptr) {
-        res.rc = YFW_RC_NO_MEMORY;
-        res.message = "out of memory";
+        res.rc = config_.read_error().empty() ? YFW_RC_NO_MEMORY : SYSDB_RC_FAILED;
+        res.message = config_.read_error().empty() ? "out of memory" : "store: " + config_.read_error();
         return res;
     }
 

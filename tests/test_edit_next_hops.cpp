@@ -109,8 +109,7 @@ protected:
     {
         store_reset();
         ASSERT_EQ(store_add_vrf("red"), YFW_RC_OK);
-        backend_ = make_engine_backend();
-        config_ = std::make_unique<NativeConfig>(backend_.get());
+        config_ = std::make_unique<NativeConfig>();
         std::string err;
         ASSERT_TRUE(config_->open(err)) << err;
         plugin_ = Plugin::from_lookup(
@@ -122,7 +121,6 @@ protected:
     {
         walker_.reset();
         config_.reset();
-        backend_.reset();
         store_reset();
     }
 
@@ -176,7 +174,6 @@ protected:
         return l;
     }
 
-    std::unique_ptr<StoreBackend> backend_;
     std::unique_ptr<NativeConfig> config_;
     std::unique_ptr<Plugin> plugin_;
     std::unique_ptr<Walker> walker_;

@@ -19,26 +19,40 @@ using namespace ocni::host;
 
 namespace {
 
-/* Counts the keys an engine hands out, to prove lookups stay within their range. */
+/* Counts the keys an engine's transactions hand out, to prove lookups stay within their range. */
 class CountingEngine : public StoreEngine {
 public:
     explicit CountingEngine(std::shared_ptr<StoreEngine> inner) : inner_(std::move(inner)) {}
-    cerrno begin() override { return inner_->begin(); }
-    cerrno commit() override { return inner_->commit(); }
-    cerrno abort() override { return inner_->abort(); }
-    cerrno get(const std::string &k, std::string &v) override { return inner_->get(k, v); }
-    cerrno put(const std::string &k, const std::string &v) override { return inner_->put(k, v); }
-    cerrno del(const std::string &k) override { return inner_->del(k); }
-    cerrno scan(const std::string &lo, const std::string &hi, const Visitor &fn) override
-    {
-        return inner_->scan(lo, hi, [&](const std::string &k, const std::string &v) {
-            ++visited;
-            return fn(k, v);
-        });
-    }
+    std::unique_ptr<Txn> begin_read() override { return wrap(inner_->begin_read()); }
+    std::unique_ptr<Txn> begin_write() override { return wrap(inner_->begin_write()); }
     size_t visited = 0;
 
 private:
+    class Counting : public Txn {
+    public:
+        Counting(std::unique_ptr<Txn> t, size_t &n) : t_(std::move(t)), n_(n) {}
+        bool writable() const override { return t_->writable(); }
+        cerrno get(const std::string &k, std::string &v) override { return t_->get(k, v); }
+        cerrno put(const std::string &k, const std::string &v) override { return t_->put(k, v); }
+        cerrno del(const std::string &k) override { return t_->del(k); }
+        cerrno scan(const std::string &lo, const std::string &hi, const Visitor &fn) override
+        {
+            return t_->scan(lo, hi, [&](const std::string &k, const std::string &v) {
+                ++n_;
+                return fn(k, v);
+            });
+        }
+        cerrno commit() override { return t_->commit(); }
+        void abort() override { t_->abort(); }
+
+    private:
+        std::unique_ptr<Txn> t_;
+        size_t &n_;
+    };
+    std::unique_ptr<Txn> wrap(std::unique_ptr<Txn> t)
+    {
+        return t ? std::make_unique<Counting>(std::move(t), visited) : nullptr;
+    }
     std::shared_ptr<StoreEngine> inner_;
 };
 
@@ -49,8 +63,8 @@ std::string lookup_path(const char *vrf, bool ipv4, const char *prefix, int len)
     EXPECT_EQ(qz_inet_pton(ipv4 ? QZ_AF_INET : QZ_AF_INET6, prefix, &a), 1);
     char hex[QZ_HEX_ADDR_LEN];
     EXPECT_EQ(ip_addr2hex_string(&a, hex, sizeof hex), 0);
-    char lenkey[5];
-    snprintf(lenkey, sizeof lenkey, "0x%d", int(ocni_dec_to_hex(len)));
+    char lenkey[8];
+    snprintf(lenkey, sizeof lenkey, "0x%x", unsigned(len));
     char path[250];
     snprintf(path, sizeof path, "%s%s", strcasecmp(vrf, "default") == 0 ? "ord_d/default" : "ord_v/", strcasecmp(vrf, "default") == 0 ? "" : vrf);
     char tail[250];
@@ -84,27 +98,26 @@ protected:
     void SetUp() override
     {
         store_reset();
+        store_scope_each_lookup(true); /* lookups made here, outside a request, read the committed store */
         ASSERT_EQ(_sysdb_bind(&conn, STATIC_ROOT, SYSDB_BIND_MODE_RW), YFW_RC_OK);
         ASSERT_EQ(_sysdb_bind(&rsi, RSI_ROOT, SYSDB_BIND_MODE_RW), YFW_RC_OK);
     }
-    void TearDown() override { store_reset(); }
+    void TearDown() override
+    {
+        store_scope_each_lookup(false);
+        store_reset();
+    }
 
     sysdb_connid_t conn = nullptr;
     sysdb_connid_t rsi = nullptr;
 };
 
-TEST(PrefixLengthKey, HexDigitsReadAsDecimal)
+TEST(PrefixLengthKey, TrueHexadecimalValueWithoutLeadingZeros)
 {
-    const std::pair<int, const char *> rows[] = {{24, "0x18"}, {32, "0x20"}, {26, "0x20"}, {64, "0x40"},
-                                                 {8, "0x8"},   {0, "0x0"},   {128, "0x80"}, {127, "0x85"}};
+    const std::pair<int, const char *> rows[] = {{24, "0x18"}, {32, "0x20"}, {26, "0x1a"}, {64, "0x40"},
+                                                 {8, "0x8"},   {0, "0x0"},   {128, "0x80"}, {127, "0x7f"}};
     for (const auto &r : rows)
         EXPECT_EQ(prefix_length_key(r.first), r.second) << r.first;
-    /* The same keys as the plug-in's lookups build, for every length. */
-    for (int len = 0; len <= 128; ++len) {
-        char key[5];
-        snprintf(key, sizeof key, "0x%d", int(ocni_dec_to_hex(len)));
-        EXPECT_EQ(prefix_length_key(len), key) << len;
-    }
 }
 
 TEST_F(StoreTest, NextHopWrittenByTheHostRoundTripsThroughThePluginsLookup)
@@ -278,14 +291,16 @@ TEST_F(StoreTest, OnePrefixLookupVisitsOnlyItsRoute)
     store_use_engine(counting);
     const int routes = 100000;
     char prefix[32];
+    auto w = counting->begin_write();
     for (int i = 0; i < routes; ++i) {
         NativeNextHop nh;
         snprintf(prefix, sizeof prefix, "10.%d.%d.0", (i / 256) % 256, i % 256);
         nh.prefix = prefix;
         nh.prefix_length = 24 + i / 65536;
         nh.address = "192.0.2.1";
-        ASSERT_EQ(store_write_next_hop(nh), YFW_RC_OK);
+        ASSERT_EQ(store_write_next_hop(*w, nh), YFW_RC_OK);
     }
+    ASSERT_EQ(w->commit(), YFW_RC_OK);
     counting->visited = 0;
     uint32_t count = 0;
     sysdb_datalist_t *list = nullptr;
@@ -346,51 +361,52 @@ TEST_F(StoreTest, DeleteRemovesOneNextHop)
     EXPECT_EQ(left[0].interface, "Loopback0");
 }
 
-TEST(MemoryEngine, TransactionsCommitOrDropTogether)
-{
-    auto e = make_memory_engine();
-    ASSERT_EQ(e->put("/a", "1"), YFW_RC_OK);
-    ASSERT_EQ(e->begin(), YFW_RC_OK);
-    EXPECT_EQ(e->begin(), SYSDB_RC_FAILED);
-    e->put("/a", "2");
-    e->put("/b", "3");
-    e->del("/a");
-    std::string v;
-    EXPECT_EQ(e->get("/a", v), SYSDB_RC_NOT_FOUND);
-    ASSERT_EQ(e->abort(), YFW_RC_OK);
-    ASSERT_EQ(e->get("/a", v), YFW_RC_OK);
-    EXPECT_EQ(v, "1");
-    EXPECT_EQ(e->get("/b", v), SYSDB_RC_NOT_FOUND);
-    ASSERT_EQ(e->begin(), YFW_RC_OK);
-    e->put("/b", "3");
-    ASSERT_EQ(e->commit(), YFW_RC_OK);
-    EXPECT_EQ(e->get("/b", v), YFW_RC_OK);
-    EXPECT_EQ(e->commit(), SYSDB_RC_FAILED);
-    EXPECT_EQ(e->abort(), SYSDB_RC_FAILED);
-}
-
 TEST(MemoryEngine, ScanIsOrderedBoundedAndMayWrite)
 {
     auto e = make_memory_engine();
     for (const char *k : {"/p/b", "/p/a", "/q", "/p/c", "/p"})
         e->put(k, k);
     std::vector<std::string> seen;
-    e->scan("/p/", prefix_end("/p/"), [&](const std::string &k, const std::string &) {
+    auto w = e->begin_write();
+    w->scan("/p/", prefix_end("/p/"), [&](const std::string &k, const std::string &) {
         seen.push_back(k);
-        e->put("/r" + k, "written while scanning");
+        w->put("/r" + k, "written while scanning");
+        w->del(k);
         return true;
     });
+    ASSERT_EQ(w->commit(), YFW_RC_OK);
     EXPECT_EQ(seen, (std::vector<std::string>{"/p/a", "/p/b", "/p/c"}));
     std::string v;
     EXPECT_EQ(e->get("/r/p/c", v), YFW_RC_OK);
+    EXPECT_EQ(e->get("/p/c", v), SYSDB_RC_NOT_FOUND);
     seen.clear();
     e->scan("", "", [&](const std::string &k, const std::string &) {
         seen.push_back(k);
         return seen.size() < 2; /* stops early */
     });
-    EXPECT_EQ(seen, (std::vector<std::string>{"/p", "/p/a"}));
+    EXPECT_EQ(seen, (std::vector<std::string>{"/p", "/q"}));
     EXPECT_EQ(prefix_end("/p/"), "/p0");
     EXPECT_EQ(prefix_end(std::string("\xff\xff", 2)), "");
+}
+
+TEST(StoreScope, LookupsReadTheScopesSnapshotAndFailOutsideAny)
+{
+    store_reset();
+    store_scope_each_lookup(false);
+    ASSERT_EQ(store_add_vrf("red"), YFW_RC_OK);
+    sysdb_connid_t rsi = nullptr;
+    ASSERT_EQ(_sysdb_bind(&rsi, RSI_ROOT, SYSDB_BIND_MODE_RW), YFW_RC_OK);
+    uint32_t count = 0;
+    EXPECT_EQ(sysdb_find_data(rsi, "vrf/red/", "", 0, &count, nullptr), SYSDB_RC_FAILED);
+    auto snap = store_engine()->begin_read();
+    {
+        TxnScope scope(snap.get());
+        ASSERT_EQ(store_add_vrf("blue"), YFW_RC_OK); /* committed after the snapshot */
+        EXPECT_EQ(sysdb_find_data(rsi, "vrf/red/", "", 0, &count, nullptr), YFW_RC_OK);
+        EXPECT_EQ(sysdb_find_data(rsi, "vrf/blue/", "", 0, &count, nullptr), SYSDB_RC_NOT_FOUND);
+    }
+    EXPECT_EQ(TxnScope::current(), nullptr);
+    store_reset();
 }
 
 TEST(Tuple, PackUnpackRoundTripAndShortTuples)

@@ -143,9 +143,10 @@ TEST_F(WalkerRead, StateReadAddsProtocolStateAndBfdState)
 TEST_F(WalkerRead, RoutesEditedThroughOpenConfigReadBackUnderTheirIndex)
 {
     std::vector<std::string> changes;
-    ASSERT_TRUE(config_.add_vrf("red", changes));
+    std::string err;
     /* The plug-in asks the VRF store whether the network instance exists. */
-    ASSERT_EQ(store_add_vrf("red"), 0u);
+    ASSERT_TRUE(config_.add_vrf("red", changes));
+    ASSERT_TRUE(config_.commit(err)) << err;
     const std::string s = NI + "[name=red]" + PROTO + "/static-routes/static[prefix=172.16.0.0/12]";
     const std::string n = s + "/next-hops/next-hop[index=10]";
     const std::string d = s + "/next-hops/next-hop[index=discard]";

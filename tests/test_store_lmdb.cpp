@@ -1,7 +1,8 @@
 /*
- * The persistent store engine: ordered keys, transactions, persistence
- * across reopening, and all-or-nothing commits under a process killed at
- * any moment.
+ * The store engines' contract (both engines: snapshots, one writer,
+ * all-or-nothing commits), the persistent engine's ordered keys and
+ * persistence, and all-or-nothing commits under a process killed at any
+ * moment.
  */
 #include <gtest/gtest.h>
 
@@ -12,7 +13,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <chrono>
+#include <atomic>
 #include <map>
+#include <thread>
 #include <set>
 #include <string>
 
@@ -78,45 +81,72 @@ TEST_F(StoreLmdb, KeysComeBackInByteOrderWithinTheirRange)
     EXPECT_EQ(e->del("/a/1"), 0u);
     EXPECT_EQ(dump(*e).size(), 4u);
     /* A visitor may stop early, and a scan over more than one chunk sees every key once. */
-    ASSERT_EQ(e->begin(), 0u);
+    auto w = e->begin_write();
     for (int i = 0; i < 1000; ++i)
-        ASSERT_EQ(e->put("/m/" + std::to_string(100000 + i), "x"), 0u);
-    ASSERT_EQ(e->commit(), 0u);
+        ASSERT_EQ(w->put("/m/" + std::to_string(100000 + i), "x"), 0u);
+    ASSERT_EQ(w->commit(), 0u);
     int seen = 0;
     e->scan("/m/", prefix_end("/m/"), [&](const std::string &, const std::string &) { return ++seen < 10; });
     EXPECT_EQ(seen, 10);
     EXPECT_EQ(dump(*e, "/m/", prefix_end("/m/")).size(), 1000u);
 }
 
-TEST_F(StoreLmdb, TransactionsApplyTogetherOrNotAtAll)
+/* Both engines keep one contract: snapshot reads, one writer, all or nothing. */
+TEST_F(StoreLmdb, EnginesShareOneTransactionContract)
 {
-    auto e = open();
-    ASSERT_EQ(e->put("/k/keep", "1"), 0u);
-    ASSERT_EQ(e->begin(), 0u);
-    EXPECT_EQ(e->begin(), SYSDB_RC_FAILED) << "one transaction at a time";
-    e->put("/k/new", "2");
-    e->del("/k/keep");
-    std::string v;
-    EXPECT_EQ(e->get("/k/new", v), 0u) << "the transaction sees its own writes";
-    ASSERT_EQ(e->abort(), 0u);
-    EXPECT_EQ(dump(*e), (std::map<std::string, std::string>{{"/k/keep", "1"}}));
+    const std::pair<const char *, std::shared_ptr<StoreEngine>> engines[] = {{"memory", make_memory_engine()},
+                                                                            {"lmdb", open()}};
+    for (const auto &[name, e] : engines) {
+        SCOPED_TRACE(name);
+        ASSERT_EQ(e->put("/k/keep", "1"), 0u);
+        auto snap = e->begin_read();
+        auto w = e->begin_write();
+        ASSERT_TRUE(snap && w);
+        EXPECT_EQ(snap->put("/k/x", "1"), SYSDB_RC_FAILED) << "a read transaction does not write";
+        w->put("/k/new", "2");
+        w->del("/k/keep");
+        std::string v;
+        EXPECT_EQ(w->get("/k/new", v), 0u) << "the write transaction sees its own writes";
+        w->abort();
+        EXPECT_EQ(dump(*e), (std::map<std::string, std::string>{{"/k/keep", "1"}}));
 
-    ASSERT_EQ(e->begin(), 0u);
-    e->put("/k/new", "2");
-    e->del("/k/keep");
-    ASSERT_EQ(e->commit(), 0u);
-    EXPECT_EQ(e->commit(), SYSDB_RC_FAILED);
-    EXPECT_EQ(dump(*e), (std::map<std::string, std::string>{{"/k/new", "2"}}));
+        w = e->begin_write();
+        w->put("/k/new", "2");
+        w->del("/k/keep");
+        EXPECT_EQ(snap->get("/k/new", v), SYSDB_RC_NOT_FOUND) << "nor does a snapshot see pending writes";
+        ASSERT_EQ(w->commit(), 0u);
+        EXPECT_EQ(w->commit(), SYSDB_RC_FAILED);
+        EXPECT_EQ(snap->get("/k/keep", v), 0u) << "a snapshot keeps what it began with";
+        EXPECT_EQ(snap->get("/k/new", v), SYSDB_RC_NOT_FOUND);
+        EXPECT_EQ(dump(*e), (std::map<std::string, std::string>{{"/k/new", "2"}}));
+
+        /* A second writer waits for the first to end. */
+        w = e->begin_write();
+        std::atomic<bool> second{false};
+        std::thread t([&] {
+            auto w2 = e->begin_write();
+            second = true;
+            w2->put("/k/second", "3");
+            w2->commit();
+        });
+        usleep(100000);
+        EXPECT_FALSE(second.load());
+        w->put("/k/first", "4");
+        ASSERT_EQ(w->commit(), 0u);
+        t.join();
+        EXPECT_TRUE(second.load());
+        EXPECT_EQ(dump(*e).size(), 3u);
+    }
 }
 
 TEST_F(StoreLmdb, ContentSurvivesReopening)
 {
     {
         auto e = open();
-        ASSERT_EQ(e->begin(), 0u);
+        auto w = e->begin_write();
         for (int i = 0; i < 5000; ++i)
-            e->put("/r/" + std::to_string(i), std::string(100, 'x'));
-        ASSERT_EQ(e->commit(), 0u);
+            w->put("/r/" + std::to_string(i), std::string(100, 'x'));
+        ASSERT_EQ(w->commit(), 0u);
     }
     auto e = open();
     EXPECT_EQ(dump(*e).size(), 5000u);
@@ -139,8 +169,7 @@ TEST_F(StoreLmdb, NativeConfigurationSurvivesARestart)
     std::vector<std::string> before;
     {
         store_use_engine(open());
-        auto backend = make_engine_backend();
-        NativeConfig c(backend.get());
+        NativeConfig c;
         std::string err;
         ASSERT_TRUE(c.open(err)) << err;
         std::vector<std::string> changes;
@@ -154,8 +183,7 @@ TEST_F(StoreLmdb, NativeConfigurationSurvivesARestart)
         store_reset();
     }
     store_use_engine(open());
-    auto backend = make_engine_backend();
-    NativeConfig c(backend.get());
+    NativeConfig c;
     std::string err;
     ASSERT_TRUE(c.open(err)) << err;
     TreePtr t(c.to_tree());
@@ -178,10 +206,10 @@ TEST_F(StoreLmdb, KilledWhileCommittingLeavesBeforeOrAfterNeverBetween)
     const int KEYS = 3000;
     {
         auto e = open();
-        ASSERT_EQ(e->begin(), 0u);
+        auto w = e->begin_write();
         for (int k = 0; k < KEYS; ++k)
-            e->put("/gen/" + std::to_string(k), "0");
-        ASSERT_EQ(e->commit(), 0u);
+            w->put("/gen/" + std::to_string(k), "0");
+        ASSERT_EQ(w->commit(), 0u);
     }
     srand(static_cast<unsigned>(time(nullptr)));
     int generations_seen = 0;
@@ -194,10 +222,10 @@ TEST_F(StoreLmdb, KilledWhileCommittingLeavesBeforeOrAfterNeverBetween)
             if (!e)
                 _exit(2);
             for (int gen = 1;; ++gen) {
-                e->begin();
+                auto w = e->begin_write();
                 for (int k = 0; k < KEYS; ++k)
-                    e->put("/gen/" + std::to_string(k), std::to_string(gen));
-                e->commit();
+                    w->put("/gen/" + std::to_string(k), std::to_string(gen));
+                w->commit();
             }
         }
         usleep(20000 + rand() % 200000);
@@ -234,8 +262,7 @@ TEST_F(StoreLmdb, KilledDuringAnEditLeavesEveryRouteOfOneGeneration)
     auto commit_generation = [&](int gen) {
         std::string err;
         store_use_engine(open_lmdb_engine(dir_, err));
-        auto backend = make_engine_backend();
-        NativeConfig c(backend.get());
+        NativeConfig c;
         std::vector<std::string> changes;
         TreePtr in = build_tree(edit_text(gen), OCNI_NS_NATIVE);
         return c.open(err) && c.apply(in.get(), changes, err) && c.commit(err);
@@ -261,15 +288,17 @@ TEST_F(StoreLmdb, KilledDuringAnEditLeavesEveryRouteOfOneGeneration)
         ASSERT_TRUE(WIFSIGNALED(status)) << "child ended on its own: " << status;
 
         store_use_engine(open());
-        auto backend = make_engine_backend();
-        NativeConfig c(backend.get());
+        NativeConfig c;
         std::string err;
-        ASSERT_TRUE(c.open(err)) << err;
-        ASSERT_EQ(c.routes().size(), static_cast<size_t>(ROUTES));
+        size_t routes = 0;
         std::set<std::string> metrics;
-        for (const auto &r : c.routes())
-            for (const auto &nh : r.second.next_hops)
+        ASSERT_TRUE(c.for_each_route(nullptr, nullptr, [&](const RouteKey &, const Route &r) {
+            ++routes;
+            for (const auto &nh : r.next_hops)
                 metrics.insert(nh.second.at("metric"));
+            return true;
+        }, err)) << err;
+        ASSERT_EQ(routes, static_cast<size_t>(ROUTES));
         ASSERT_EQ(metrics.size(), 1u) << "round " << round;
         later += *metrics.begin() != "1";
         /* The layout the plug-in reads agrees with the native records. */

@@ -42,6 +42,7 @@ const char *const kUsage =
     "                                apply a native document directly\n"
     "  vrf add|delete NAME           add or delete a VRF of the store\n"
     "  vrf list                      list the VRFs of the store\n"
+    "  store upgrade                 convert a store of the previous format\n"
     "\n"
     "options:\n"
     "  --store DIR      store directory (default ./ocni-store)\n"
@@ -93,10 +94,18 @@ const char *const kNativeHelp =
 
 const char *const kVrfHelp =
     "usage: ocni-map vrf add NAME\n"
-    "       ocni-map vrf delete NAME\n"
+    "       ocni-map vrf delete NAME [--with-routes]\n"
     "       ocni-map vrf list\n"
     "\n"
-    "Manages the VRFs the store knows; routes of a network instance need its VRF.\n";
+    "Manages the VRFs the store knows; routes of a network instance need its VRF.\n"
+    "A VRF holding static routes is deleted only with --with-routes, which deletes\n"
+    "its routes in the same transaction.\n";
+
+const char *const kStoreHelp =
+    "usage: ocni-map store upgrade\n"
+    "\n"
+    "Rewrites a store directory of the previous format in the current one, in one\n"
+    "transaction; the native configuration reads the same before and after.\n";
 
 struct Args {
     std::string store = "./ocni-store";
@@ -105,6 +114,7 @@ struct Args {
     bool help = false;
     bool dry_run = false;
     bool state = false;
+    bool with_routes = false;
     std::string vrf;
     std::string prefix;
     std::vector<std::string> words;  /* command and its operands */
@@ -135,6 +145,8 @@ int parse_args(int argc, char **argv, Args &a)
             a.dry_run = true;
         else if (s == "--state")
             a.state = true;
+        else if (s == "--with-routes")
+            a.with_routes = true;
         else if (s == "--store") {
             if (!value(a.store))
                 return usage_error("--store needs a directory");
@@ -250,6 +262,8 @@ public:
             return args_.help ? print(kNativeHelp) : native();
         if (cmd == "vrf")
             return args_.help ? print(kVrfHelp) : vrf();
+        if (cmd == "store")
+            return args_.help ? print(kStoreHelp) : store();
         return usage_error("unknown command " + cmd);
     }
 
@@ -364,19 +378,14 @@ private:
         filter.state = args_.state;
         filter.vrf = args_.vrf;
         filter.prefix = args_.prefix;
-        if (!args_.vrf.empty() && !valid_vrf_name(args_.vrf))
-            return report(Outcome::fail(Outcome::kBadInput, "invalid VRF name \"" + args_.vrf + "\""));
-        if (!args_.prefix.empty()) {
-            std::string canonical;
-            if (!yang::canonical_prefix(args_.prefix, canonical))
-                return report(Outcome::fail(Outcome::kBadInput, "invalid prefix \"" + args_.prefix + "\""));
-            if (canonical != args_.prefix)
-                return report(Outcome::fail(Outcome::kBadInput, "prefix \"" + args_.prefix +
-                                                                    "\" is not in canonical form, write \"" +
-                                                                    canonical + "\""));
-        }
+        /* A prefix selects by meaning: any text of it reads as its canonical form. */
+        if (!args_.prefix.empty() && !yang::canonical_prefix(args_.prefix, filter.prefix))
+            return report(Outcome::fail(Outcome::kBadInput, "invalid prefix \"" + args_.prefix + "\""));
         if ((rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
             return rc;
+        /* Any VRF the store holds is a filter, whatever its name. */
+        if (!args_.vrf.empty() && !valid_vrf_name(args_.vrf) && !engine_->vrf_held(args_.vrf))
+            return report(Outcome::fail(Outcome::kBadInput, "invalid VRF name \"" + args_.vrf + "\""));
         yang::Tree tree;
         Outcome o = engine_->get(filter, tree);
         return print_tree(o, tree);
@@ -428,8 +437,21 @@ private:
             return report(Outcome::fail(Outcome::kBadInput, "invalid VRF name \"" + w[2] + "\""));
         if ((rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
             return rc;
-        Outcome o = w[1] == "add" ? engine_->vrf_add(w[2]) : engine_->vrf_delete(w[2]);
+        Outcome o = w[1] == "add" ? engine_->vrf_add(w[2]) : engine_->vrf_delete(w[2], args_.with_routes);
         return report(o);
+    }
+
+    int store()
+    {
+        int rc;
+        const std::vector<std::string> &w = args_.words;
+        if (w.size() < 2 || w[1] != "upgrade" || (rc = operands(2, kStoreHelp)) >= 0) {
+            std::cerr << kStoreHelp;
+            return Outcome::kBadInput;
+        }
+        size_t routes = 0;
+        Outcome o = ocni::tool::upgrade_store(args_.store, routes);
+        return finish(o, o.status == Outcome::kOk ? "upgraded " + std::to_string(routes) + " routes\n" : "");
     }
 };
 

@@ -12,6 +12,7 @@
 
 #include "host/iface_table.h"
 #include "host/native_apply.h"
+#include "host/route_store.h"
 #include "host/plugin_loader.h"
 #include "host/tree.h"
 #include "host/walker.h"
@@ -74,8 +75,8 @@ Outcome failure(const h::WalkResult &r)
 
 class WalkerEngine : public Engine {
 public:
-    WalkerEngine(const yang::Context &ctx, std::unique_ptr<h::StoreBackend> backend)
-        : ctx_(ctx), backend_(std::move(backend)), config_(backend_.get())
+    WalkerEngine(const yang::Context &ctx, std::shared_ptr<h::StoreEngine> store)
+        : ctx_(ctx), config_(std::move(store))
     {
     }
     /* The store opened for this engine closes with it (the process-wide client lets it go). */
@@ -84,6 +85,7 @@ public:
     Outcome start(const EngineOptions &opt)
     {
         std::string err;
+        h::imc_every_name_present(true);
         if (!config_.open(err))
             return Outcome::fail(Outcome::kInternal, "store " + opt.store_dir + ": " + err);
         plugin_ = h::Plugin::load(opt.plugin_path, err);
@@ -124,7 +126,6 @@ public:
         req.state = filter.state;
         req.vrf = filter.vrf;
         req.prefix = filter.prefix;
-        register_interfaces(yang::Tree{});
         zidl_yfw_datatree *raw = nullptr;
         h::WalkResult r = walker_->read(req, &raw);
         HostTree result(raw);
@@ -141,7 +142,9 @@ public:
     {
         HostTree result(walker_->native_tree());
         if (result.root == nullptr)
-            return Outcome::fail(Outcome::kInternal, "cannot build the native configuration tree");
+            return Outcome::fail(Outcome::kInternal, config_.read_error().empty()
+                                                         ? "cannot build the native configuration tree"
+                                                         : "store: " + config_.read_error());
         return back(result.root, out);
     }
 
@@ -158,62 +161,53 @@ public:
     Outcome vrf_add(const std::string &name) override
     {
         std::vector<std::string> changes;
-        if (config_.vrf_known(name))
+        std::string err;
+        if (!config_.begin(true, err))
+            return Outcome::fail(Outcome::kInternal, "store: " + err);
+        if (config_.vrf_known(name)) {
+            config_.rollback();
             return Outcome::ok(); /* adding a known VRF changes nothing */
+        }
         return vrf_change(config_.add_vrf(name, changes), "cannot add VRF " + name);
     }
 
-    Outcome vrf_delete(const std::string &name) override
+    Outcome vrf_delete(const std::string &name, bool with_routes) override
     {
         std::vector<std::string> changes;
         std::string err;
-        bool removed = config_.remove_vrf(name, changes, err);
+        if (!config_.begin(true, err))
+            return Outcome::fail(Outcome::kInternal, "store: " + err);
+        bool removed = config_.remove_vrf(name, changes, err, with_routes);
         return vrf_change(removed, err.empty() ? "cannot delete VRF " + name : err);
+    }
+
+    bool vrf_held(const std::string &name) override
+    {
+        if (config_.vrf_known(name))
+            return true;
+        for (const std::string &v : config_.vrfs_with_routes())
+            if (v == name)
+                return true;
+        return false;
     }
 
     Outcome vrf_list(std::vector<std::string> &names) override
     {
-        names.assign(config_.vrfs().begin(), config_.vrfs().end());
+        names = config_.vrfs();
         return Outcome::ok();
     }
 
 private:
     const yang::Context &ctx_;
-    std::unique_ptr<h::StoreBackend> backend_;
     h::NativeConfig config_;
     std::unique_ptr<h::Plugin> plugin_;
     std::unique_ptr<h::Walker> walker_;
-    std::set<std::string> interfaces_;
-    bool interfaces_known_ = false;
 
     /*
      * The router this host plays has every interface a request or the
-     * stored configuration names: register them with the interface manager.
+     * stored configuration names (see start()).
      */
-    void register_interfaces(const yang::Tree &tree)
-    {
-        if (!interfaces_known_) {
-            for (const auto &route : config_.routes())
-                for (const auto &nh : route.second.next_hops)
-                    add_interface(nh.first.interface);
-            interfaces_known_ = true;
-        }
-        for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
-            const lyd_node *elem;
-            LYD_TREE_DFS_BEGIN(top, elem) {
-                if (elem->schema != nullptr && (elem->schema->nodetype & LYS_LEAF) &&
-                    (strcmp(elem->schema->name, "interface") == 0 || strcmp(elem->schema->name, "interface-name") == 0))
-                    add_interface(lyd_get_value(elem));
-                LYD_TREE_DFS_END(top, elem);
-            }
-        }
-    }
-
-    void add_interface(const std::string &name)
-    {
-        if (!name.empty() && interfaces_.insert(name).second)
-            h::imc_add_interface(name, static_cast<uint32_t>(interfaces_.size()));
-    }
+    void register_interfaces(const yang::Tree &) {}
 
     static Outcome convert(const yang::Tree &tree, zidl_yfw_datatree *root, const yang::PathTarget *deleted)
     {
@@ -255,6 +249,15 @@ private:
 
 }  // namespace
 
+Outcome upgrade_store(const std::string &dir, size_t &routes)
+{
+    std::string err;
+    std::shared_ptr<h::StoreEngine> store = h::open_lmdb_engine(dir, err);
+    if (!store || !h::store_upgrade(*store, routes, err))
+        return Outcome::fail(Outcome::kInternal, "store " + dir + ": " + err);
+    return Outcome::ok();
+}
+
 std::unique_ptr<Engine> make_engine(const yang::Context &ctx, const EngineOptions &options, Outcome &why)
 {
     std::string err;
@@ -263,10 +266,13 @@ std::unique_ptr<Engine> make_engine(const yang::Context &ctx, const EngineOption
         why = Outcome::fail(Outcome::kInternal, "store " + options.store_dir + ": " + err);
         return nullptr;
     }
+    if (!h::store_check_format(*store, err)) {
+        why = Outcome::fail(Outcome::kInternal, "store " + options.store_dir + ": " + err);
+        return nullptr;
+    }
     /* The plug-in's store client and the native records share this engine. */
     h::store_use_engine(store);
-    std::unique_ptr<h::StoreBackend> backend = h::make_engine_backend();
-    auto engine = std::make_unique<WalkerEngine>(ctx, std::move(backend));
+    auto engine = std::make_unique<WalkerEngine>(ctx, store);
     why = engine->start(options);
     if (why.status != Outcome::kOk)
         return nullptr;

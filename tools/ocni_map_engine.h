@@ -59,11 +59,24 @@ public:
     /* Applies a native fragment directly, as the router's own command line would. */
     virtual Outcome native_edit(const yang::Tree &native, bool dry_run, std::string &changes) = 0;
     virtual Outcome vrf_add(const std::string &name) = 0;
-    virtual Outcome vrf_delete(const std::string &name) = 0;
+    /* Refused while the VRF holds routes, unless `with_routes` deletes them in the same transaction. */
+    virtual Outcome vrf_delete(const std::string &name, bool with_routes) = 0;
+    Outcome vrf_delete(const std::string &name) { return vrf_delete(name, false); }
     virtual Outcome vrf_list(std::vector<std::string> &names) = 0;
+    /* Whether the store holds the VRF, as a registered VRF or as routes. */
+    virtual bool vrf_held(const std::string &name) { (void)name; return false; }
 };
 
-/* Opens the store and loads the plug-in; null with `why` set when that fails. */
+/*
+ * Rewrites a store directory of the previous format in the current one;
+ * `routes` receives the number of routes moved.
+ */
+Outcome upgrade_store(const std::string &dir, size_t &routes);
+
+/*
+ * Opens the store and loads the plug-in; null with `why` set when that
+ * fails (a store of another format or a damaged one: kInternal, a sentence).
+ */
 std::unique_ptr<Engine> make_engine(const yang::Context &ctx, const EngineOptions &options, Outcome &why);
 
 }  // namespace ocni::tool

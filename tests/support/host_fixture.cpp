@@ -11,12 +11,15 @@ using namespace ocni::host;
 
 HostHarness::HostHarness(uint32_t op_type)
 {
+    /* Callbacks called one by one run outside any request: each lookup reads the committed store. */
+    store_scope_each_lookup(true);
     reset(op_type);
 }
 
 HostHarness::~HostHarness()
 {
     release();
+    store_scope_each_lookup(false);
 }
 
 void HostHarness::release()

@@ -26,6 +26,7 @@ std::string oc_static_routes(const std::string &vrf)
 void WalkerFixture::SetUp()
 {
     store_reset();
+    store_scope_each_lookup(false);
     std::string err;
     plugin = Plugin::load(plugin_library_path(), err);
     ASSERT_NE(plugin, nullptr) << err;
@@ -36,7 +37,6 @@ void WalkerFixture::TearDown()
 {
     walker.reset();
     config.reset();
-    backend.reset();
     store_reset();
 }
 
@@ -44,8 +44,7 @@ void WalkerFixture::reopen()
 {
     walker.reset();
     config.reset();
-    backend = make_engine_backend();
-    config = std::make_unique<NativeConfig>(backend.get());
+    config = std::make_unique<NativeConfig>();
     std::string err;
     ASSERT_TRUE(config->open(err)) << err;
     walker = std::make_unique<Walker>(*plugin, *config);

@@ -1,7 +1,8 @@
 /*
  * End-to-end fixture: the plug-in loaded from its shared library, the
- * walker, and the native configuration persisted in a fresh in-memory
- * store engine (so the plug-in's store lookups read what edits wrote).
+ * walker, and the native configuration in a fresh in-memory store engine
+ * (so the plug-in's store lookups read what edits wrote, through the
+ * request's snapshot only).
  *
  *   TEST_F(WalkerFixture, ...) {
  *       EditOutcome r = edit(R"(
@@ -48,7 +49,6 @@ protected:
     void reopen();
 
     std::unique_ptr<ocni::host::Plugin> plugin;
-    std::unique_ptr<ocni::host::StoreBackend> backend;
     std::unique_ptr<ocni::host::NativeConfig> config;
     std::unique_ptr<ocni::host::Walker> walker;
 };
