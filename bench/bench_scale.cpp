@@ -1,7 +1,9 @@
 /*
  * Scale: N static routes (N = 10 000 and 100 000) edited, read and read
  * with state through ocni-map's engine, each compared with libyang's own
- * parse-and-validate of the same document.
+ * parse of the same document (schema and types; parse and validate as a
+ * second yardstick); and one-route commands on a store of N routes
+ * (N up to 1 000 000) against the same on an empty store.
  *
  *   ocni_bench --benchmark_counters_tabular=true
  *
@@ -22,7 +24,9 @@
 #include <string>
 #include <vector>
 
+#include "host/route_store.h"
 #include "host/store.h"
+#include "host/store_lmdb.h"
 #include "ocni_map_engine.h"
 #include "yang_context.h"
 #include "yang_data.h"
@@ -72,6 +76,20 @@ double max_rss_mib()
     return static_cast<double>(ru.ru_maxrss) / 1024.0;
 }
 
+/* Anonymous resident memory now (the store's mapped file pages excluded). */
+double anon_mib()
+{
+    FILE *f = fopen("/proc/self/status", "r");
+    char line[256];
+    double kib = 0;
+    while (f != nullptr && fgets(line, sizeof line, f) != nullptr)
+        if (sscanf(line, "RssAnon: %lf", &kib) == 1)
+            break;
+    if (f != nullptr)
+        fclose(f);
+    return kib / 1024.0;
+}
+
 const yang::Context &context()
 {
     static yang::Context *ctx = [] {
@@ -88,8 +106,8 @@ const yang::Context &context()
 
 const std::string &document(int n)
 {
-    static std::string docs[2];
-    std::string &d = docs[n >= 100000 ? 1 : 0];
+    static std::string docs[3];
+    std::string &d = docs[n >= 1000000 ? 2 : n >= 100000 ? 1 : 0];
     if (d.empty())
         d = routes_document(n);
     return d;
@@ -143,7 +161,25 @@ void edit_document(tool::Engine &e, const std::string &doc)
     }
 }
 
-/* libyang's parse and validation of the document, the yardstick. */
+/* libyang's parse of the document with the checks the tool makes (schema and types), the yardstick. */
+void BM_LibyangParse(benchmark::State &state)
+{
+    const std::string &doc = document(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        lyd_node *tree = nullptr;
+        LY_ERR rc = lyd_parse_data_mem(context().raw(), doc.c_str(), LYD_JSON, LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0,
+                                       &tree);
+        if (rc != LY_SUCCESS) {
+            state.SkipWithError(context().take_errors("libyang refused the document").c_str());
+            break;
+        }
+        lyd_free_all(tree);
+    }
+    state.counters["routes"] = static_cast<double>(state.range(0));
+    state.counters["max_rss_MiB"] = max_rss_mib();
+}
+
+/* libyang's parse and validation of the document (informative). */
 void BM_LibyangParseValidate(benchmark::State &state)
 {
     const std::string &doc = document(static_cast<int>(state.range(0)));
@@ -234,6 +270,86 @@ void get_bench(benchmark::State &state, bool with_state)
 }
 
 void BM_Get(benchmark::State &state) { get_bench(state, false); }
+
+/*
+ * A store of `n` routes like the document's (with `n` 0: an empty one),
+ * written straight as records by a child process, so that filling a
+ * million routes costs seconds and this process's memory stays its own.
+ */
+bool fill_store(const std::string &dir, int n)
+{
+    pid_t pid = fork();
+    if (pid == 0) {
+        std::string err;
+        auto e = ocni::host::open_lmdb_engine(dir, err);
+        if (!e || !ocni::host::store_check_format(*e, err))
+            _exit(1);
+        auto w = e->begin_write();
+        for (int i = 0; w && i < n; ++i) {
+            char prefix[32], hop[32];
+            snprintf(prefix, sizeof prefix, "%d.%d.%d.0", 10 + ((i >> 16) & 0xff), (i >> 8) & 0xff, i & 0xff);
+            snprintf(hop, sizeof hop, "192.%d.%d.1", 168 + ((i >> 16) & 0xff), (i >> 8) & 0xff);
+            ocni::host::RouteKey k{"default", true, prefix, "24"};
+            ocni::host::Route r;
+            r.next_hops[{ocni::host::NhTable::Address, "", hop}]["index"] = "1";
+            if (ocni::host::write_route(*w, ocni::host::route_record_key(k), k, &r) != 0)
+                _exit(1);
+        }
+        _exit(w && w->commit() == 0 ? 0 : 1);
+    }
+    int status = 0;
+    return pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+/*
+ * One-route commands on a store of N routes: an edit changing one route's
+ * metric, and a get of one prefix; each opens the engine afresh, as a
+ * command does. anon_MiB: anonymous memory right after the command.
+ */
+void one_route_bench(benchmark::State &state, bool edit)
+{
+    const int n = static_cast<int>(state.range(0));
+    std::string dir = fresh_store_dir();
+    ocni::host::store_reset();
+    if (!fill_store(dir, n)) {
+        state.SkipWithError("filling the store failed");
+        return;
+    }
+    const std::string one =
+        "{\"openconfig-network-instance:network-instances\":{\"network-instance\":[{\"name\":\"default\","
+        "\"protocols\":{\"protocol\":[{\"identifier\":\"openconfig-policy-types:STATIC\",\"name\":\"DEFAULT\","
+        "\"static-routes\":{\"static\":[{\"prefix\":\"10.0.7.0/24\",\"config\":{\"prefix\":\"10.0.7.0/24\"},"
+        "\"next-hops\":{\"next-hop\":[{\"index\":\"1\",\"config\":{\"index\":\"1\",\"next-hop\":\"192.168.0.1\","
+        "\"metric\":METRIC}}]}}]}}]}}]}}";
+    double anon = 0;
+    int round = 0;
+    for (auto _ : state) {
+        auto engine = open_engine(dir);
+        if (edit) {
+            std::string doc = one;
+            doc.replace(doc.find("METRIC"), 6, std::to_string(1 + round++ % 2));
+            edit_document(*engine, doc);
+        } else {
+            tool::ReadFilter f;
+            f.prefix = "10.0.7.0/24";
+            yang::Tree out;
+            tool::Outcome o = engine->get(f, out);
+            if (o.status != tool::Outcome::kOk || (n > 0 && !out)) {
+                state.SkipWithError(o.message.c_str());
+                break;
+            }
+        }
+        anon = std::max(anon, anon_mib());
+    }
+    ocni::host::store_reset();
+    remove_dir(dir);
+    state.counters["routes"] = static_cast<double>(n);
+    state.counters["anon_MiB"] = anon;
+    state.counters["max_rss_MiB"] = max_rss_mib();
+}
+
+void BM_EditOneRoute(benchmark::State &state) { one_route_bench(state, true); }
+void BM_GetOnePrefix(benchmark::State &state) { one_route_bench(state, false); }
 void BM_GetState(benchmark::State &state) { get_bench(state, true); }
 
 /*
@@ -243,12 +359,18 @@ void BM_GetState(benchmark::State &state) { get_bench(state, true); }
  */
 double fastest(const std::vector<double> &v) { return v.empty() ? 0.0 : *std::min_element(v.begin(), v.end()); }
 
+BENCHMARK(BM_LibyangParse)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime()
+    ->ComputeStatistics("min", fastest);
 BENCHMARK(BM_LibyangParseValidate)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()
     ->ComputeStatistics("min", fastest);
-BENCHMARK(BM_Edit)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2)
+BENCHMARK(BM_Edit)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2)
     ->ComputeStatistics("min", fastest);
-BENCHMARK(BM_Get)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2)
+BENCHMARK(BM_Get)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2)
     ->ComputeStatistics("min", fastest);
+BENCHMARK(BM_EditOneRoute)->Arg(0)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)
+    ->UseRealTime()->Iterations(5)->ComputeStatistics("min", fastest);
+BENCHMARK(BM_GetOnePrefix)->Arg(0)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)
+    ->UseRealTime()->Iterations(5)->ComputeStatistics("min", fastest);
 BENCHMARK(BM_GetState)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2)
     ->ComputeStatistics("min", fastest);
 
