@@ -7,12 +7,17 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <list>
+#include <sstream>
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "host/iface_table.h"
 #include "host_fixture.h"
 #include "tree_builder.h"
+#include "walker_fixture.h"
+#include "ymap_ocni_openconfig_local_routing_man.h"
 #include "ymap_ocni_openconfig_local_routing_man_util.h"
 
 using namespace ocni::test;
@@ -753,6 +758,213 @@ TEST_F(UtilChecks, NextHopsContainerRemovedByDeleteOrRemove)
     }
     TreePtr t = build_tree("/static[prefix=10.0.0.0/24]/config/prefix = 10.0.0.0/24\n", OCNI_NS_OC_NI);
     EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, host::tree_find(t.get(), "/static[prefix=10.0.0.0/24]")), 0);
+}
+
+
+/* ------------------------------------------------------------------ */
+/* Leaf callbacks on a prepared route record                           */
+/* ------------------------------------------------------------------ */
+
+/* Native next-hop leaf of a named VRF (the VRF entry keyless, as requests add it): list "if", "ifaddr" or "addr". */
+std::string red_leaf(bool v4, const std::string &list, const std::string &leaf)
+{
+    const std::string l = list == "if" ? "vrf-next-hop-interface-name"
+                          : list == "ifaddr" ? "vrf-next-hop-interface-name-next-hop-address"
+                                             : "vrf-next-hop-next-hop-address";
+    return "/router-static/vrfs/vrf/address-family/" + std::string(v4 ? "vrfipv4" : "vrfipv6") +
+           "/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table/" + l + leaf;
+}
+
+const std::string OPER_NH = "/network-instances/network-instance/protocols/protocol/static-routes/static-route/next-hops";
+const std::string RED = "/router-static/vrfs/vrf[vrf-name=red]/address-family/";
+
+/*
+ * Record facts, space separated: v6, noprefix, idx (index 1), vp (VRF-path
+ * flag 1), if (interface Loopback0), sub=S, nh=A (a next hop; "DROP" too),
+ * sif=I / saddr=A (the stored entry), del (the input is a delete), norec.
+ */
+class LeafCallbacks : public HostFixture {
+protected:
+    void prepare(uint32_t kind, const std::string &facts)
+    {
+        h.reset(kind);
+        h.set_vrf("red");
+        std::istringstream in(facts);
+        bool norec = false, v6 = false, noprefix = false;
+        std::vector<std::string> words;
+        for (std::string w; in >> w;) {
+            words.push_back(w);
+            norec = norec || w == "norec";
+            v6 = v6 || w == "v6";
+            noprefix = noprefix || w == "noprefix";
+        }
+        if (norec)
+            return;
+        rec = static_cast<ocni_route_common_data *>(wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP));
+        h.rc->common_data_ptr = rec;
+        rec->is_ipv4 = v6 ? 0 : 1;
+        rec->prefix = noprefix ? nullptr : const_cast<char *>(v6 ? "2001:db8::/64" : "10.0.0.0/24");
+        for (const std::string &w : words) {
+            const size_t eq = w.find('=');
+            const std::string k = w.substr(0, eq), v = eq == std::string::npos ? "" : w.substr(eq + 1);
+            keep.push_back(v);
+            char *text = const_cast<char *>(keep.back().c_str());
+            if (k == "idx")
+                rec->index = const_cast<char *>("1");
+            else if (k == "vp")
+                h.rc->vrf_path_flag = 1;
+            else if (k == "if")
+                rec->has_interface = 1, rec->interface = const_cast<char *>("Loopback0");
+            else if (k == "sub")
+                rec->subinterface = text;
+            else if (k == "nh")
+                rec->has_next_hop = 1, rec->next_hop = text, rec->is_drop = v == "DROP";
+            else if (k == "sif")
+                rec->native_has_interface = 1, snprintf(rec->native_interface, sizeof rec->native_interface, "%s", text);
+            else if (k == "saddr")
+                rec->native_has_address = 1, snprintf(rec->native_address, sizeof rec->native_address, "%s", text);
+        }
+    }
+    ocni_route_common_data *rec = nullptr;
+    std::list<std::string> keep;
+};
+
+TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
+{
+    using namespace std::string_literals;
+    const LeafCb nexthop = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_nexthop;
+    const LeafCb interface = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_interface;
+    const LeafCb subinterface = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_subinterface;
+    const LeafCb settag = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_settag;
+    const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
+    const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
+    const ContainerCb statics = nullptr;
+    const LeafCb static_list = ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static;
+    struct Row {
+        const char *what;
+        LeafCb leaf;
+        ContainerCb cont;
+        uint32_t kind;
+        const char *facts;
+        const char *value;
+        Lines want;
+        cerrno rc = 0;
+        const char *msg = "";
+        int calls = 1;
+    };
+    const Row rows[] = {
+        {"interface, whole VRF", interface, statics, YFW_REQ_READ, "vp", "Loopback0",
+         {red_leaf(true, "if", "/interface-name"), red_leaf(true, "ifaddr", "/interface-name")}},
+        {"interface, whole VRF without prefix", interface, statics, YFW_REQ_READ, "v6 noprefix vp", "Loopback0",
+         {red_leaf(true, "if", "/interface-name"), red_leaf(true, "ifaddr", "/interface-name"),
+          red_leaf(true, "addr", "/next-hop-address"), red_leaf(false, "if", "/interface-name"),
+          red_leaf(false, "ifaddr", "/interface-name"), red_leaf(false, "addr", "/next-hop-address")}},
+        {"interface, stored with an address", interface, statics, YFW_REQ_READ, "idx sif=Loopback0.5 saddr=10.0.0.1",
+         "Loopback0", {red_leaf(true, "ifaddr", "[interface-name=Loopback0.5]")}},
+        {"subinterface, any read: both families, the last with the value", subinterface, statics, YFW_REQ_READ,
+         "if idx", "5",
+         {red_leaf(true, "if", "/interface-name"), red_leaf(true, "ifaddr", "/interface-name"),
+          red_leaf(false, "if", "/interface-name"), red_leaf(false, "ifaddr", "[interface-name=5]")}},
+        {"subinterface without interface", subinterface, statics, YFW_REQ_EDIT, "", "5", {}, YFW_RC_INVALID_REQUEST,
+         "Invalid request"},
+        {"next hop, whole VRF", nexthop, statics, YFW_REQ_READ, "vp", "10.0.0.1",
+         {red_leaf(true, "if", "/interface-name"), red_leaf(true, "ifaddr", "/next-hop-address"),
+          red_leaf(true, "addr", "/next-hop-address")}},
+        {"next hop, IPv6 without prefix", nexthop, statics, YFW_REQ_READ, "v6 noprefix vp", "10.0.0.1", {}},
+        {"next hop address set", nexthop, statics, YFW_REQ_EDIT, "nh=10.0.0.1", "10.0.0.1",
+         {red_leaf(true, "addr", "[next-hop-address=10.0.0.1]/next-hop-address = 10.0.0.1 (none)")}},
+        {"next hop DROP set", nexthop, statics, YFW_REQ_EDIT, "nh=DROP", "DROP",
+         {red_leaf(true, "if", "[interface-name=Null0]/interface-name = Null0 (none)")}},
+        {"next hop set without a usable next hop", nexthop, statics, YFW_REQ_EDIT, "", "x", {}, 0, "Invalid request"},
+        {"next hop deleted without a usable next hop", nexthop, statics, YFW_REQ_EDIT, "del", "x", {},
+         YFW_RC_INVALID_REQUEST, "Invalid request"},
+        {"set-tag, whole VRF", settag, statics, YFW_REQ_READ, "vp", "5",
+         {red_leaf(true, "if", "/interface-name"), red_leaf(true, "if", "/tag"),
+          red_leaf(true, "ifaddr", "/interface-name"), red_leaf(true, "ifaddr", "/next-hop-address"),
+          red_leaf(true, "ifaddr", "/tag"), red_leaf(true, "addr", "/next-hop-address"), red_leaf(true, "addr", "/tag")}},
+        {"index without a route record", index, statics, YFW_REQ_READ, "norec", "1", {}},
+        {"next-hops state of both families, asked twice", nullptr, nexthops, YFW_REQ_READ_STATE, "noprefix", nullptr,
+         {"/ocni/vrfipv4" + OPER_NH, "/ocni/vrfipv6" + OPER_NH,
+          "/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table"},
+         0, "", 2},
+        {"static entries of a whole VRF are new each time", static_list, statics, YFW_REQ_READ, "noprefix", nullptr,
+         {RED + "vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix (none)", RED + "vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix (none)",
+          RED + "vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix (none)", RED + "vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix (none)"},
+         0, "", 2},
+    };
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.what);
+        prepare(r.kind, r.facts);
+        const std::string facts = r.facts;
+        TreePtr in = build_tree("/leaf" + (r.value ? " = "s + r.value : ""s) +
+                                    (facts.find("del") != std::string::npos ? " (delete)" : ""),
+                                OCNI_NS_OC_NI);
+        const zidl_yfw_datatree *n = host::tree_find(in.get(), "/leaf");
+        for (int i = 0; i < r.calls; i++)
+            EXPECT_EQ(r.leaf ? h.call(r.leaf, n) : h.call(r.cont, n, 0), r.rc);
+        Lines want = r.want;
+        std::sort(want.begin(), want.end());
+        EXPECT_EQ(h.out_lines(), want);
+        EXPECT_EQ(h.user_msg(), r.msg);
+    }
+}
+
+/* ------------------------------------------------------------------ */
+/* Next-hop edits against a stored next hop                            */
+/* ------------------------------------------------------------------ */
+
+using NextHopEdits = WalkerFixture;
+
+TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
+{
+    const std::string nh = oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]";
+    const std::string st = "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/"
+                           "vrf-prefix[prefix=10.0.0.0][prefix-length=24]";
+    const std::string tbl = st + "/vrf-route/vrf-next-hop-table/";
+    const std::string addr1 = tbl + "vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]";
+    const std::string addr2 = tbl + "vrf-next-hop-next-hop-address[next-hop-address=10.0.0.2]";
+    const std::string lo5 = tbl + "vrf-next-hop-interface-name[interface-name=Loopback0.5]";
+    const std::string lo = tbl + "vrf-next-hop-interface-name[interface-name=Loopback0]";
+    const std::string null0 = tbl + "vrf-next-hop-interface-name[interface-name=Null0]";
+    const std::string ifc = nh + "/interface-ref/config/interface = Loopback0\n";
+    const std::string sub = nh + "/interface-ref/config/subinterface = 5\n";
+    struct Row {
+        const char *what;
+        std::string seed, edit;
+        Lines changes, native;
+        cerrno rc = 0;
+        const char *msg = "";
+    };
+    const Row rows[] = {
+        {"the same address again", nh + "/config/next-hop = 10.0.0.1\n", nh + "/config/next-hop = 10.0.0.1\n", {},
+         {addr1 + "/index = 1"}},
+        {"the same interface and subinterface with a metric", ifc + sub, ifc + sub + nh + "/config/metric = 9\n",
+         {"merge " + lo5 + "/metric = 9"}, {lo5 + "/index = 1", lo5 + "/metric = 9"}},
+        {"interface delete naming the stored address", nh + "/config/next-hop = 10.0.0.1\n",
+         nh + "/interface-ref (delete)\n" + nh + "/config/next-hop = 10.0.0.1\n", {}, {addr1 + "/index = 1"},
+         YFW_RC_INVALID_REQUEST, "Delete  received for the entry that has no interface config"},
+        {"interface delete naming another address", nh + "/config/next-hop = 10.0.0.1\n",
+         nh + "/interface-ref (delete)\n" + nh + "/config/next-hop = 10.0.0.2\n",
+         {"delete " + addr1, "create " + addr2, "merge " + addr2 + "/index = 1"}, {addr2 + "/index = 1"}},
+        {"address delete of a DROP next hop", nh + "/config/next-hop = DROP\n", nh + "/config/next-hop (delete)\n",
+         {"delete " + null0}, {st}},
+        {"metric delete of an interface next hop", ifc + nh + "/config/metric = 5\n", nh + "/config/metric (delete)\n",
+         {"delete " + lo + "/metric"}, {lo + "/index = 1"}},
+        {"hexadecimal set-tag", nh + "/config/next-hop = 10.0.0.1\n",
+         oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/config/set-tag = 0x10\n",
+         {"merge " + addr1 + "/tag = 16"}, {addr1 + "/index = 1", addr1 + "/tag = 16"}},
+    };
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.what);
+        TearDown();
+        SetUp();
+        ASSERT_TRUE(edit(r.seed).result.ok());
+        const host::EditOutcome o = edit(r.edit);
+        EXPECT_EQ(o.result.rc, r.rc) << o.result.message;
+        EXPECT_EQ(o.result.message, r.msg);
+        EXPECT_EQ(o.changes, r.changes);
+        EXPECT_EQ(native(), r.native);
+    }
 }
 
 } // namespace
