@@ -836,6 +836,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb interface = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_interface;
     const LeafCb subinterface = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_subinterface;
     const LeafCb settag = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_settag;
+    const LeafCb description = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_description;
     const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
     const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
     const ContainerCb statics = nullptr;
@@ -882,6 +883,11 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
          {red_leaf(true, "if", "/interface-name"), red_leaf(true, "if", "/tag"),
           red_leaf(true, "ifaddr", "/interface-name"), red_leaf(true, "ifaddr", "/next-hop-address"),
           red_leaf(true, "ifaddr", "/tag"), red_leaf(true, "addr", "/next-hop-address"), red_leaf(true, "addr", "/tag")}},
+        {"description, whole VRF", description, statics, YFW_REQ_READ, "vp", "x",
+         {red_leaf(true, "if", "/interface-name"), red_leaf(true, "if", "/description"),
+          red_leaf(true, "ifaddr", "/interface-name"), red_leaf(true, "ifaddr", "/next-hop-address"),
+          red_leaf(true, "ifaddr", "/description"), red_leaf(true, "addr", "/next-hop-address"),
+          red_leaf(true, "addr", "/description")}},
         {"index without a route record", index, statics, YFW_REQ_READ, "norec", "1", {}},
         {"next-hops state of both families, asked twice", nullptr, nexthops, YFW_REQ_READ_STATE, "noprefix", nullptr,
          {"/ocni/vrfipv4" + OPER_NH, "/ocni/vrfipv6" + OPER_NH,
@@ -953,6 +959,10 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
         {"hexadecimal set-tag", nh + "/config/next-hop = 10.0.0.1\n",
          oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/config/set-tag = 0x10\n",
          {"merge " + addr1 + "/tag = 16"}, {addr1 + "/index = 1", addr1 + "/tag = 16"}},
+        {"description opening with an escaped parenthesis", nh + "/config/next-hop = 10.0.0.1\n",
+         oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/config/description = \\(x\n",
+         /* stored next hops get the request's text as it came */
+         {"merge " + addr1 + "/description = \\(x"}, {addr1 + "/description = \\(x", addr1 + "/index = 1"}},
     };
     for (const Row &r : rows) {
         SCOPED_TRACE(r.what);
