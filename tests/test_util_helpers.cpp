@@ -470,23 +470,24 @@ TEST_F(HostFixture, RouteAttributesBecomeTheLeavesOfTheEntry)
 /* Next-hop checks                                                     */
 /* ------------------------------------------------------------------ */
 
-/* What the checks wrote into the record, as words. */
+/* What the checks wrote into the record, as words (a flag other than 0 or 1 shows its value). */
 std::string facts(const ocni_route_common_data &r)
 {
     std::string f;
     const auto word = [&](bool on, const std::string &w) { f += on ? (f.empty() ? "" : " ") + w : ""; };
-    word(r.has_interface, "if");
+    const auto flag = [&](uint32_t v, const std::string &w) { word(v != 0, v == 1 ? w : w + "=" + std::to_string(v)); };
+    flag(r.has_interface, "if");
     word(r.interface != nullptr, "if=" + std::string(r.interface ? r.interface : ""));
     word(r.subinterface != nullptr, "sub=" + std::string(r.subinterface ? r.subinterface : ""));
-    word(r.interface_deleted, "if-del");
-    word(r.subinterface_deleted, "sub-del");
-    word(r.has_next_hop, "nh");
+    flag(r.interface_deleted, "if-del");
+    flag(r.subinterface_deleted, "sub-del");
+    flag(r.has_next_hop, "nh");
     word(r.next_hop != nullptr, "nh=" + std::string(r.next_hop ? r.next_hop : ""));
-    word(r.is_drop, "drop");
-    word(r.is_local_link, "local");
-    word(r.next_hop_deleted, "nh-del");
+    flag(r.is_drop, "drop");
+    flag(r.is_local_link, "local");
+    flag(r.next_hop_deleted, "nh-del");
     word(r.metric != nullptr, "metric=" + std::string(r.metric ? r.metric : ""));
-    word(r.metric_deleted, "metric-del");
+    flag(r.metric_deleted, "metric-del");
     word(r.index != nullptr, "index=" + std::string(r.index ? r.index : ""));
     return f;
 }
@@ -742,13 +743,14 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
 /* Next-hop edits against a stored next hop                            */
 /* ------------------------------------------------------------------ */
 
+/* One stored next hop of 10.0.0.0/8 (a one-digit length on purpose), then the edit. */
 using NextHopEdits = WalkerFixture;
 
 TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
 {
-    const std::string nh = oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]";
+    const std::string nh = oc_static_routes("default") + "/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1]";
     const std::string st = "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/"
-                           "vrf-prefix[prefix=10.0.0.0][prefix-length=24]";
+                           "vrf-prefix[prefix=10.0.0.0][prefix-length=8]";
     const std::string tbl = st + "/vrf-route/vrf-next-hop-table/";
     const std::string addr1 = tbl + "vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]";
     const std::string addr2 = tbl + "vrf-next-hop-next-hop-address[next-hop-address=10.0.0.2]";
@@ -779,11 +781,13 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
          {"delete " + null0}, {st}},
         {"metric delete of an interface next hop", ifc + nh + "/config/metric = 5\n", nh + "/config/metric (delete)\n",
          {"delete " + lo + "/metric"}, {lo + "/index = 1"}},
+        {"next-hops container delete", ifc + sub, oc_static_routes("default") + "/static[prefix=10.0.0.0/8]/next-hops (delete)\n",
+         {"delete " + lo5}, {st}},
         {"hexadecimal set-tag", nh + "/config/next-hop = 10.0.0.1\n",
-         oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/config/set-tag = 0x10\n",
+         oc_static_routes("default") + "/static[prefix=10.0.0.0/8]/config/set-tag = 0x10\n",
          {"merge " + addr1 + "/tag = 16"}, {addr1 + "/index = 1", addr1 + "/tag = 16"}},
         {"description opening with an escaped parenthesis", nh + "/config/next-hop = 10.0.0.1\n",
-         oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/config/description = \\(x\n",
+         oc_static_routes("default") + "/static[prefix=10.0.0.0/8]/config/description = \\(x\n",
          /* stored next hops get the request's text as it came */
          {"merge " + addr1 + "/description = \\(x"}, {addr1 + "/description = \\(x", addr1 + "/index = 1"}},
     };
