@@ -657,6 +657,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb subinterface = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_subinterface;
     const LeafCb settag = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_settag;
     const LeafCb description = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_description;
+    const LeafCb prefix_key = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix;
     const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
     const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
     const ContainerCb statics = nullptr;
@@ -709,6 +710,9 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
           red_leaf(true, "ifaddr", "/interface-name"), red_leaf(true, "ifaddr", "/next-hop-address"),
           red_leaf(true, "ifaddr", "/description"), red_leaf(true, "addr", "/next-hop-address"),
           red_leaf(true, "addr", "/description")}},
+        {"index of the stored address, none given", index, statics, YFW_REQ_READ, "saddr=10.0.0.1", "1",
+         {red_leaf(true, "addr", "/index = 1")}},
+        {"static key without value", prefix_key, statics, YFW_REQ_EDIT, "", nullptr, {}},
         {"index without a route record", index, statics, YFW_REQ_READ, "norec", "1", {}},
         {"next-hops state of both families, asked twice", nullptr, nexthops, YFW_REQ_READ_STATE, "noprefix", nullptr,
          {"/ocni/vrfipv4" + OPER_NH, "/ocni/vrfipv6" + OPER_NH,
