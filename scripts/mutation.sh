@@ -2,7 +2,8 @@
 # Mutation testing: seeds faults into a fixed sample of the plug-in (100 mutants over
 # localrouting/src) and of the host (50 over host/), rebuilds and runs ctest for each, and prints
 # both kill rates. Uses its own build without sanitizers (faster); mutants are written into the
-# source tree one at a time and put back, so leave the tree alone while it runs (about 15 minutes).
+# source tree one at a time and put back, so leave the tree alone while it runs (20 to 40
+# minutes on two cores).
 # CI does not run it.
 #   bash scripts/mutation.sh            # both samples
 #   OCNI_MUT_ONLY=host bash scripts/mutation.sh

@@ -195,24 +195,6 @@ TEST_F(YangData, DocumentsAreAcceptedOrRefusedNamingLinePathAndCanonicalForm)
     }
 }
 
-TEST_F(YangData, XmlAndJsonOfTheSameEditGiveTheSameTree)
-{
-    std::string xml =
-        "<network-instances xmlns=\"http://openconfig.net/yang/network-instance\"><network-instance><name>red</name>"
-        "<protocols><protocol><identifier xmlns:pt=\"http://openconfig.net/yang/policy-types\">pt:STATIC</identifier>"
-        "<name>DEFAULT</name><static-routes><static><prefix>2001:db8::/32</prefix><next-hops><next-hop>"
-        "<index>a</index><config><next-hop xmlns:lr=\"http://openconfig.net/yang/local-routing\">lr:DROP</next-hop>"
-        "</config></next-hop></next-hops></static></static-routes></protocol></protocols></network-instance>"
-        "</network-instances>";
-    std::string js = oc_doc("\"prefix\":\"2001:db8::/32\",\"next-hops\":{\"next-hop\":[{\"index\":\"a\","
-                            "\"config\":{\"next-hop\":\"openconfig-local-routing:DROP\"}}]}",
-                            "red");
-    y::Tree a, b;
-    ASSERT_FALSE(parse(xml, a));
-    ASSERT_FALSE(parse(js, b));
-    EXPECT_EQ(json(a), json(b));
-}
-
 /*
  * Instance paths: a good one names its target and, as a host tree, marks
  * exactly that node deleted; a bad one is an input error saying why.
