@@ -19,6 +19,7 @@
 #include "walker_fixture.h"
 #include "ymap_ocni_openconfig_local_routing_man.h"
 #include "ymap_ocni_openconfig_local_routing_man_util.h"
+#include "ymap_ocni_velmar_orn_qz_ip_static_cfg_man.h"
 
 using namespace ocni::test;
 namespace host = ocni::host;
@@ -810,6 +811,34 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
         EXPECT_EQ(o.result.message, r.msg);
         EXPECT_EQ(o.changes, r.changes);
         EXPECT_EQ(native(), r.native);
+    }
+}
+
+
+/* The interface key of the combined table starts a new route record, freeing the one before. */
+TEST_F(HostFixture, CombinedTableInterfaceKeyReplacesTheRouteRecord)
+{
+    const LeafCb keys[] = {
+        ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlan_routerstatic_vrfnexthopinterfacenamenexthopaddress_interfacename,
+        ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlbf_routerstatic_vrfnexthopinterfacenamenexthopaddress_interfacename};
+    TreePtr in = build_tree("/vrf-next-hop-interface-name-next-hop-address/interface-name = Gi0/1", OCNI_NS_NATIVE);
+    const zidl_yfw_datatree *key = host::tree_find(in.get(), "/vrf-next-hop-interface-name-next-hop-address/interface-name");
+    for (LeafCb cb : keys) {
+        h.reset(YFW_REQ_READ);
+        h.logging(false, true);
+        const auto freed = [&] {
+            const Lines l = h.trc_lines();
+            return std::count_if(l.begin(), l.end(), [](const std::string &t) {
+                return t.find("common_data_ptr is freed before memory re-allocation") != std::string::npos;
+            });
+        };
+        for (long call = 0; call < 2; call++) {
+            ASSERT_EQ(h.call(cb, key), 0u);
+            EXPECT_EQ(freed(), call) << "a record is freed only when there was one";
+            const auto *rec = static_cast<const ocni_route_common_data *>(h.rc->common_data_ptr);
+            ASSERT_NE(rec, nullptr);
+            EXPECT_STREQ(rec->auto_index, "##Gi0/1");
+        }
     }
 }
 
