@@ -597,7 +597,6 @@ std::string red_leaf(bool v4, const std::string &list, const std::string &leaf)
 }
 
 const std::string OPER_NH = "/network-instances/network-instance/protocols/protocol/static-routes/static-route/next-hops";
-const std::string RED = "/router-static/vrfs/vrf[vrf-name=red]/address-family/";
 
 /*
  * Record facts, space separated: v6, noprefix, idx (index 1), vp (VRF-path
@@ -662,7 +661,6 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
     const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
     const ContainerCb statics = nullptr;
-    const LeafCb static_list = ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static;
     struct Row {
         const char *what;
         LeafCb leaf;
@@ -718,10 +716,6 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         {"next-hops state of both families, asked twice", nullptr, nexthops, YFW_REQ_READ_STATE, "noprefix", nullptr,
          {"/ocni/vrfipv4" + OPER_NH, "/ocni/vrfipv6" + OPER_NH,
           "/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table"},
-         0, "", 2},
-        {"static entries of a whole VRF are new each time", static_list, statics, YFW_REQ_READ, "noprefix", nullptr,
-         {RED + "vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix (none)", RED + "vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix (none)",
-          RED + "vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix (none)", RED + "vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix (none)"},
          0, "", 2},
     };
     for (const Row &r : rows) {
