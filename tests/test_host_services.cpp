@@ -9,7 +9,6 @@
 #include <random>
 
 #include "host/iface_table.h"
-#include "host/store_layout.h"
 #include "host_fixture.h"
 #include "tree_builder.h"
 
@@ -18,12 +17,12 @@ using namespace ocni::test;
 
 namespace {
 
-TEST(Addresses, HexTextTable)
+TEST(Addresses, TextHexAndBackOrRefused)
 {
     struct Row {
         int af;
         const char *text;
-        const char *hex;
+        const char *hex; /* nullptr: the text is refused */
     } rows[] = {
         {QZ_AF_INET, "10.1.0.254", "0a0100fe"},
         {QZ_AF_INET, "0.0.0.0", "00000000"},
@@ -31,10 +30,16 @@ TEST(Addresses, HexTextTable)
         {QZ_AF_INET6, "2001:db8::1", "20010db8000000000000000000000001"},
         {QZ_AF_INET6, "::", "00000000000000000000000000000000"},
         {QZ_AF_INET6, "fe80::a:B:c", "fe800000000000000000000a000b000c"},
+        {QZ_AF_INET, "10.0.0.0/24", nullptr},
+        {QZ_AF_INET, "2001:db8::1", nullptr},
+        {QZ_AF_INET6, "10.0.0.1", nullptr},
+        {QZ_AF_INET, "localhost", nullptr},
     };
     for (const Row &r : rows) {
         ip_addr_t a;
-        ASSERT_EQ(qz_inet_pton(r.af, r.text, &a), 1) << r.text;
+        ASSERT_EQ(qz_inet_pton(r.af, r.text, &a), r.hex != nullptr ? 1 : 0) << r.text;
+        if (r.hex == nullptr)
+            continue;
         char hex[QZ_HEX_ADDR_LEN];
         ASSERT_EQ(ip_addr2hex_string(&a, hex, sizeof hex), 0);
         EXPECT_STREQ(hex, r.hex);
@@ -43,6 +48,13 @@ TEST(Addresses, HexTextTable)
         EXPECT_EQ(back.af, uint32_t(r.af));
         EXPECT_EQ(memcmp(back.addr, a.addr, sizeof a.addr), 0);
     }
+    ip_addr_t a;
+    EXPECT_EQ(qz_inet_pton(7, "10.0.0.1", &a), -1);
+    ASSERT_EQ(qz_inet_pton(QZ_AF_INET6, "2001:db8::1", &a), 1);
+    char small[32];
+    EXPECT_NE(ip_addr2hex_string(&a, small, sizeof small), 0); /* 32 digits need 33 bytes */
+    EXPECT_NE(hex_string2ip_addr("0a01", &a), 0);
+    EXPECT_NE(hex_string2ip_addr("0a0100fg", &a), 0);
 }
 
 TEST(Addresses, CanonicalTextAgainstInetNtop)
@@ -59,21 +71,6 @@ TEST(Addresses, CanonicalTextAgainstInetNtop)
         ASSERT_NE(inet_ntop(v4 ? AF_INET : AF_INET6, a.addr, want, sizeof want), nullptr);
         EXPECT_STREQ(ip_addr_string(&a), want);
     }
-}
-
-TEST(Addresses, BadTextFamilyAndBuffersAreRefused)
-{
-    ip_addr_t a;
-    EXPECT_EQ(qz_inet_pton(QZ_AF_INET, "10.0.0.0/24", &a), 0);
-    EXPECT_EQ(qz_inet_pton(QZ_AF_INET, "2001:db8::1", &a), 0);
-    EXPECT_EQ(qz_inet_pton(QZ_AF_INET6, "10.0.0.1", &a), 0);
-    EXPECT_EQ(qz_inet_pton(QZ_AF_INET, "localhost", &a), 0);
-    EXPECT_EQ(qz_inet_pton(7, "10.0.0.1", &a), -1);
-    ASSERT_EQ(qz_inet_pton(QZ_AF_INET6, "2001:db8::1", &a), 1);
-    char small[32];
-    EXPECT_NE(ip_addr2hex_string(&a, small, sizeof small), 0); /* 32 digits need 33 bytes */
-    EXPECT_NE(hex_string2ip_addr("0a01", &a), 0);
-    EXPECT_NE(hex_string2ip_addr("0a0100fg", &a), 0);
 }
 
 TEST(Addresses, GetaddrinfoNeverResolvesNames)
@@ -226,30 +223,6 @@ TEST(InterfaceManager, FindsWhatTheTableHolds)
     imc_clear();
 }
 
-TEST(Request, MarkersAndModeAtTheirOffsets)
-{
-    yfw_request *req = request_new(YFW_REQ_READ);
-    ASSERT_NE(req, nullptr);
-    const auto *bytes = reinterpret_cast<const uint8_t *>(req);
-    EXPECT_FALSE(request_any_marker(req));
-    for (Marker m : ALL_MARKERS) {
-        request_set_marker(req, m);
-        EXPECT_TRUE(request_any_marker(req));
-        request_set_marker(req, m, false);
-        EXPECT_FALSE(request_any_marker(req));
-    }
-    request_set_marker(req, Marker::W7F0_BIT15);
-    EXPECT_EQ(bytes[0x7f1], 0x80);
-    request_set_marker(req, Marker::W541_3800);
-    EXPECT_EQ(bytes[0x542], 0x08);
-    request_set_marker_bits(req, Marker::B56C, true);
-    EXPECT_EQ(bytes[0x56c], 0x0f);
-    request_set_mode(req, YFW_REQ_MODE_SELECTED);
-    EXPECT_EQ(request_mode(req), 2u);
-    EXPECT_EQ(bytes[0x550], 2);
-    request_free(req);
-}
-
 class FrameworkOps : public HostFixture {};
 
 TEST_F(FrameworkOps, NamesMatchExactlyAndNullNeverMatches)
@@ -344,75 +317,6 @@ TEST_F(FrameworkOps, GetListFindsTheEntryAtOrBelowANode)
     EXPECT_EQ(entry, vrf);
     EXPECT_EQ(yfw_map_get_list(h.ctx, vrf, "/other/list/key", nullptr, &entry), YFW_RC_MAP_FAILED);
     EXPECT_EQ(entry, nullptr);
-}
-
-TEST(Harness, ResetHostGlobalsStartsOver)
-{
-    store_add_vrf("red");
-    imc_add_interface("Loopback0", 1);
-    list_keys_register("widget", {"id"});
-    qz_syslog(3, "x");
-    reset_host_globals();
-    EXPECT_FALSE(store_has_vrf("red"));
-    imc_if_req_t req;
-    memset(&req, 0, sizeof req);
-    strcpy(req.name, "Loopback0");
-    imc_if_resp_t resp;
-    ASSERT_EQ(imc_interface_find(yfw_ocifmgr_im_conn, 1, &req, nullptr, &resp), YFW_RC_OK);
-    EXPECT_NE(resp.status, 0);
-    EXPECT_FALSE(list_is_known("widget"));
-    EXPECT_TRUE(list_is_key("vrf-prefix", "prefix-length"));
-    EXPECT_TRUE(syslog_lines().empty());
-}
-
-TEST(Trees, CloneAndDumpRoundTrip)
-{
-    const char *text = R"(
-        /network-instances/network-instance[name=red]/config/name = red
-        /network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=10.0.0.0/8] (delete)
-        /router-static/default-vrf
-    )";
-    TreePtr a = build_tree(text, "urn:test");
-    TreePtr b(tree_clone(a.get()));
-    ASSERT_NE(b, nullptr);
-    EXPECT_EQ(tree_lines(b.get(), DumpOptions{true, true}), tree_lines(a.get(), DumpOptions{true, true}));
-    EXPECT_NE(tree_find(b.get(), "/network-instances/network-instance[name=red]"), nullptr);
-    TreePtr c = build_tree(tree_dump(a.get()));
-    EXPECT_EQ(tree_lines(c.get()), tree_lines(a.get()));
-    EXPECT_EQ(tree_lines(a.get()),
-              (Lines{"/network-instances/network-instance[name=red]/config/name = red",
-                     "/network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=10.0.0.0/8] (delete)",
-                     "/router-static/default-vrf"}));
-    EXPECT_THROW(build_tree("/a[k=v"), std::invalid_argument);
-}
-
-TEST(Trees, BuilderLiteralForms)
-{
-    TreePtr t = build_tree(R"(
-        # comments and blank lines are skipped
-
-        /a/empty =
-        /a/eq = x = y
-        /a/paren = (not an op)
-        /r/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1] (delete)
-        /r/static[prefix=10.0.0.0/8]/config/prefix = 10.0.0.0/8 (merge)
-        /n/vrf/vrf-name = red
-    )");
-    EXPECT_EQ(tree_lines(t.get()), (Lines{"/a/empty = ", "/a/eq = x = y", "/a/paren = (not an op)",
-                                          "/n/vrf[vrf-name=red]",
-                                          "/r/static[prefix=10.0.0.0/8]/config/prefix = 10.0.0.0/8 (merge)",
-                                          "/r/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1] (delete)"}));
-    /* A key leaf given as a path of its own is flagged, and its entry found by it. */
-    zidl_yfw_datatree *vrf = tree_find(t.get(), "/n/vrf[vrf-name=red]");
-    ASSERT_NE(vrf, nullptr);
-    EXPECT_EQ(vrf->flags & YFW_DT_F_LIST, YFW_DT_F_LIST);
-    EXPECT_EQ(vrf->children[0].flags & YFW_DT_F_LIST, YFW_DT_F_LIST);
-    zidl_yfw_datatree *nh = tree_find(t.get(), "/r/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1]");
-    ASSERT_NE(nh, nullptr);
-    EXPECT_EQ(nh->op, YFW_DT_OP_DELETE);
-    EXPECT_EQ(nh->flags & YFW_DT_F_OP, YFW_DT_F_OP);
-    EXPECT_EQ(node_instance_path(nh), "/r/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1]");
-    EXPECT_EQ(node_schema_path(nh), "/r/static/next-hops/next-hop");
 }
 
 TEST(Trees, HandlesOutliveSiblingAdditionsAndDieWithTheTree)

@@ -244,6 +244,7 @@ TEST(ListUtilMatch, ChildByNameAndKeyData)
     bare.entry.flags |= YFW_DT_F_CHILDREN;
     bare.entry.children = nullptr;
     EXPECT_EQ(ni_static_yfw_map_find_child(&bare.entry, &child, "config", nullptr), YFW_RC_NO_MEMORY);
+    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&bare.entry, "name", &value), YFW_RC_MAP_FAILED);
     bare.entry.n_children = 0;
     EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&bare.entry, "name", &value), YFW_RC_MAP_FAILED);
 }
@@ -403,6 +404,7 @@ TEST_F(ListUtil, TrimPathAndCurrentList)
     ni_static_yfw_map_update_ctx_current_list_ptr(h.ctx, p);
     EXPECT_EQ(ni_static_yfw_map_get_ctx_current_list_ptr(h.ctx), p);
     EXPECT_EQ(h.rc->current_list, p);
+    EXPECT_EQ(ni_static_yfw_map_get_ctx_current_list_ptr(nullptr), nullptr);
 }
 
 TEST(ListUtilNamespace, DataNamespaceIsSetOnceAndCopied)

@@ -105,7 +105,7 @@ protected:
 };
 y::Context *ProjectModules::ctx_ = nullptr;
 
-TEST_F(ProjectModules, ModulesCarryTheNamespacesThePluginUses)
+TEST_F(ProjectModules, ModulesCarryTheNamespacesAndIdentitiesThePluginUses)
 {
     struct Row {
         const char *module;
@@ -122,6 +122,22 @@ TEST_F(ProjectModules, ModulesCarryTheNamespacesThePluginUses)
         ASSERT_NE(m, nullptr) << r.module;
         EXPECT_STREQ(m->ns, r.ns) << r.module;
         EXPECT_EQ(ly_ctx_get_module_implemented_ns(ctx_->raw(), r.ns), m);
+    }
+    /* Identities the edits name live in their published modules. */
+    struct Identity {
+        const char *module, *name;
+    } identities[] = {{y::kPolicyTypesModule, "STATIC"}, {y::kLocalRoutingModule, "DROP"},
+                      {y::kLocalRoutingModule, "LOCAL_LINK"}};
+    for (const Identity &r : identities) {
+        const lys_module *m = ly_ctx_get_module_implemented(ctx_->raw(), r.module);
+        ASSERT_NE(m, nullptr);
+        bool found = false;
+        LY_ARRAY_COUNT_TYPE u;
+        LY_ARRAY_FOR(m->identities, u)
+        {
+            found = found || strcmp(m->identities[u].name, r.name) == 0;
+        }
+        EXPECT_TRUE(found) << r.module << ":" << r.name;
     }
 }
 
@@ -162,34 +178,25 @@ TEST_F(ProjectModules, NativeTreeHasEveryTableAndAttributeInBothFamiliesAndVrfKi
 
 TEST_F(ProjectModules, OperationalTreeHasEveryLeafTheStateRequestNames)
 {
-    const char *leaves[] = {
-        "network-instances/network-instance/name",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/prefix",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/static-routes-state/prefix",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/static-routes-state/set-tag",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/static-routes-state/description",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/next-hops/next-hop/index",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/next-hops/next-hop/state/index",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/next-hops/next-hop/state/next-hop",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/next-hops/next-hop/state/metric",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/next-hops/next-hop/interface-ref/state/interface",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/next-hops/next-hop/interface-ref/state/subinterface",
-        "network-instances/network-instance/protocols/protocol/static-routes/static-route/next-hops/next-hop/enable-bfd/state/enabled",
+    const std::string route = "network-instances/network-instance/protocols/protocol/static-routes/static-route/";
+    const std::string hop = route + "next-hops/next-hop/";
+    const std::string leaves[] = {
+        "network-instances/network-instance/name", route + "prefix",  route + "static-routes-state/prefix",
+        route + "static-routes-state/set-tag",     route + "static-routes-state/description", hop + "index",
+        hop + "state/index",                       hop + "state/next-hop", hop + "state/metric",
+        hop + "interface-ref/state/interface",     hop + "interface-ref/state/subinterface",
+        hop + "enable-bfd/state/enabled",
     };
     for (const char *af : {"vrfipv4", "vrfipv6"}) {
-        for (const char *leaf : leaves) {
-            std::string path = std::string("/ocni/") + af + "/" + leaf;
-            const lysc_node *n = resolve(*ctx_, y::kOperModule, path);
-            ASSERT_NE(n, nullptr) << path;
-            EXPECT_TRUE(n->nodetype & LYS_LEAF) << path;
+        const std::string base = std::string("/ocni/") + af + "/";
+        for (const std::string &leaf : leaves) {
+            const lysc_node *n = resolve(*ctx_, y::kOperModule, base + leaf);
+            ASSERT_NE(n, nullptr) << base + leaf;
+            EXPECT_TRUE(n->nodetype & LYS_LEAF) << base + leaf;
         }
-        std::string base = std::string("/ocni/") + af + "/network-instances/network-instance";
-        EXPECT_EQ(keys_of(resolve(*ctx_, y::kOperModule, base)), "name");
-        EXPECT_EQ(keys_of(resolve(*ctx_, y::kOperModule, base + "/protocols/protocol/static-routes/static-route")),
-                  "prefix");
-        EXPECT_EQ(keys_of(resolve(*ctx_, y::kOperModule,
-                                  base + "/protocols/protocol/static-routes/static-route/next-hops/next-hop")),
-                  "index");
+        EXPECT_EQ(keys_of(resolve(*ctx_, y::kOperModule, base + "network-instances/network-instance")), "name");
+        EXPECT_EQ(keys_of(resolve(*ctx_, y::kOperModule, base + route)), "prefix");
+        EXPECT_EQ(keys_of(resolve(*ctx_, y::kOperModule, base + hop)), "index");
     }
 }
 
@@ -229,29 +236,6 @@ TEST_F(ProjectModules, OpenConfigSubsetAgreesWithThePublishedModules)
         }
     }
 }
-
-TEST_F(ProjectModules, IdentitiesLiveInTheirPublishedModules)
-{
-    struct Row {
-        const char *module;
-        const char *identity;
-    } rows[] = {{y::kPolicyTypesModule, "STATIC"}, {y::kLocalRoutingModule, "DROP"}, {y::kLocalRoutingModule, "LOCAL_LINK"}};
-    for (const Row &r : rows) {
-        const lys_module *m = ly_ctx_get_module_implemented(ctx_->raw(), r.module);
-        ASSERT_NE(m, nullptr);
-        bool found = false;
-        LY_ARRAY_COUNT_TYPE u;
-        LY_ARRAY_FOR(m->identities, u)
-        {
-            found = found || strcmp(m->identities[u].name, r.identity) == 0;
-        }
-        EXPECT_TRUE(found) << r.module << ":" << r.identity;
-    }
-}
-
-/* ------------------------------------------------------------------ */
-/* Examples                                                            */
-/* ------------------------------------------------------------------ */
 
 std::vector<std::string> example_files()
 {
