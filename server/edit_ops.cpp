@@ -140,6 +140,19 @@ lyd_node *top_of(lyd_node *n)
     return n;
 }
 
+/* The sibling that stands where `target` stands: same list keys, or the same leaf whatever its value. */
+lyd_node *find_sibling(const lyd_node *siblings, const lyd_node *target)
+{
+    lyd_node *m = nullptr;
+    if (siblings == nullptr)
+        return nullptr;
+    if (target->schema != nullptr && target->schema->nodetype != LYS_LIST)
+        lyd_find_sibling_val(siblings, target->schema, nullptr, 0, &m);
+    else
+        lyd_find_sibling_first(siblings, target, &m);
+    return m;
+}
+
 /* The node of `stored` (first top-level sibling) at the place `n` names, or null. */
 const lyd_node *find_stored(const lyd_node *stored, const lyd_node *n)
 {
@@ -152,8 +165,8 @@ const lyd_node *find_stored(const lyd_node *stored, const lyd_node *n)
     const lyd_node *siblings = stored;
     const lyd_node *match = nullptr;
     while (depth > 0) {
-        lyd_node *m = nullptr;
-        if (siblings == nullptr || lyd_find_sibling_first(siblings, chain[--depth], &m) != LY_SUCCESS)
+        lyd_node *m = find_sibling(siblings, chain[--depth]);
+        if (m == nullptr)
             return nullptr;
         match = m;
         siblings = lyd_child(m);
@@ -225,9 +238,7 @@ public:
     {
         if (default_op == Op::kReplace) {
             for (const lyd_node *s = stored_.get(); s != nullptr; s = s->next) {
-                lyd_node *m = nullptr;
-                lyd_find_sibling_first(first, s, &m);
-                replace(m, s);
+                replace(find_sibling(first, s), s);
             }
         }
         NodeOp inherited = default_op == Op::kReplace ? NodeOp::kReplace
@@ -288,9 +299,7 @@ private:
         for (const lyd_node *s = lyd_child(stored); s != nullptr; s = s->next) {
             if (is_key(s) || is_key_mirror(s))
                 continue;
-            lyd_node *m = nullptr;
-            if (now != nullptr)
-                lyd_find_sibling_first(lyd_child(now), s, &m);
+            lyd_node *m = now != nullptr ? find_sibling(lyd_child(now), s) : nullptr;
             if (m != nullptr && explicit_op(m, nc_) != NodeOp::kInherit)
                 continue; /* its own operation decides */
             if (s->schema->nodetype & LYS_LEAF) {

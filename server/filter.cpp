@@ -172,7 +172,10 @@ RpcError subtree_filter(const yang::Context &ctx, const lyd_node *content, Filte
     out = Filter{};
     out.everything = false;
     SubtreeWalk walk(ctx.raw(), out);
+    out.routes = false;
     for (const lyd_node *top = content; top != nullptr; top = top->next) {
+        const lys_module *mod = module_of(ctx.raw(), top);
+        out.routes = out.routes || (mod != nullptr && strcmp(mod->name, yang::kNetworkInstanceModule) == 0);
         RpcError e = walk.node(top, "", nullptr, "", "");
         if (e)
             return e;

@@ -19,6 +19,7 @@ struct Filter {
     bool everything = true;              /* no filter: the whole tree */
     std::vector<std::string> xpaths;     /* the selection: union of these */
     std::vector<tool::ReadFilter> reads; /* engine reads that cover the selection; empty: one of everything */
+    bool routes = true;                  /* the selection may hold routes: the engine is read */
 };
 
 /* A subtree filter (the content of <filter type="subtree">, as libyang holds it). */

@@ -82,18 +82,42 @@ std::string leaf(const lyd_node *rpc, const char *name)
     return lyd_get_value(n);
 }
 
-/* The content of an anyxml parameter as XML text. */
+/*
+ * The content of an anyxml parameter as XML text. Printed into a string
+ * that grows geometrically: libyang's own memory printer reallocates on
+ * every write, which is quadratic for a large edit.
+ */
 bool any_text(const lyd_node *rpc, const char *name, std::string &out)
 {
     lyd_node *n = nullptr;
+    out.clear();
     if (lyd_find_path(rpc, name, 0, &n) != LY_SUCCESS || n == nullptr)
         return false;
-    char *text = nullptr;
-    if (lyd_any_value_str(n, &text) != LY_SUCCESS)
-        return false;
-    out = text != nullptr ? text : "";
-    free(text);
-    return true;
+    const lyd_node_any *any = reinterpret_cast<const lyd_node_any *>(n);
+    switch (any->value_type) {
+    case LYD_ANYDATA_DATATREE: {
+        auto append = [](void *arg, const void *buf, size_t count) -> ssize_t {
+            static_cast<std::string *>(arg)->append(static_cast<const char *>(buf), count);
+            return static_cast<ssize_t>(count);
+        };
+        out.reserve(1 << 16);
+        return any->value.tree == nullptr ||
+               lyd_print_clb(append, &out, any->value.tree, LYD_XML, LYD_PRINT_WITHSIBLINGS | LYD_PRINT_SHRINK) ==
+                   LY_SUCCESS;
+    }
+    case LYD_ANYDATA_STRING:
+    case LYD_ANYDATA_XML:
+        out = any->value.str != nullptr ? any->value.str : "";
+        return true;
+    default: {
+        char *text = nullptr;
+        if (lyd_any_value_str(n, &text) != LY_SUCCESS)
+            return false;
+        out = text != nullptr ? text : "";
+        free(text);
+        return true;
+    }
+    }
 }
 
 RpcError read_filter(const lyd_node *rpc, Filter &f, yang::Tree &holder)
@@ -145,7 +169,13 @@ nc_server_reply *read(const lyd_node *rpc, bool state)
     if (e)
         return error_reply(e);
     yang::Tree data;
-    if (f.everything || !f.xpaths.empty()) {
+    if (state) {
+        /* The modules of the server (YANG 1.1 modules are announced here, not in the hello). */
+        lyd_node *lib = nullptr;
+        if (ly_ctx_get_yanglib_data(g.ctx->raw(), &lib, "%u", ly_ctx_get_change_count(g.ctx->raw())) == LY_SUCCESS)
+            data.reset(lib);
+    }
+    if (f.routes && (f.everything || !f.xpaths.empty())) {
         std::vector<tool::ReadFilter> reads = f.reads.empty() ? std::vector<tool::ReadFilter>(1) : f.reads;
         std::unique_lock<std::timed_mutex> lock(g.engine_mu, kEngineWait);
         if (!lock)
@@ -274,6 +304,34 @@ nc_server_reply *rpc_kill_session(lyd_node *rpc, nc_session *session)
     return nc_server_reply_ok();
 }
 
+/* The text of a module the server serves (YANG or YIN). */
+nc_server_reply *rpc_get_schema(lyd_node *rpc, nc_session *)
+{
+    std::string id = leaf(rpc, "identifier"), version = leaf(rpc, "version"), format = leaf(rpc, "format");
+    const lys_module *mod = version.empty() ? ly_ctx_get_module_implemented(g.ctx->raw(), id.c_str())
+                                            : ly_ctx_get_module(g.ctx->raw(), id.c_str(), version.c_str());
+    if (mod == nullptr) {
+        RpcError e = RpcError::make(RpcError::kInvalidValue, "no module " + id + (version.empty() ? "" : "@" + version));
+        return error_reply(e);
+    }
+    bool yin = format.find("yin") != std::string::npos;
+    if (!format.empty() && !yin && format.find("yang") == std::string::npos)
+        return error_reply(RpcError::make(RpcError::kInvalidValue, "schemas are served as yang or yin"));
+    char *text = nullptr;
+    if (lys_print_mem(&text, mod, yin ? LYS_OUT_YIN : LYS_OUT_YANG, 0) != LY_SUCCESS) {
+        free(text);
+        return error_reply(RpcError::make(RpcError::kOperationFailed, "cannot print module " + id));
+    }
+    lyd_node *out = nullptr;
+    if (lyd_dup_single(rpc, nullptr, 0, &out) != LY_SUCCESS ||
+        lyd_new_any(out, nullptr, "data", text, 1, LYD_ANYDATA_STRING, 1, nullptr) != LY_SUCCESS) {
+        free(text);
+        lyd_free_all(out);
+        return error_reply(RpcError::make(RpcError::kOperationFailed, "cannot build the reply"));
+    }
+    return nc_server_reply_data(out, NC_WD_EXPLICIT, NC_PARAMTYPE_FREE);
+}
+
 }  // namespace
 
 bool install_rpcs(const yang::Context &ctx, tool::Engine &engine)
@@ -288,6 +346,7 @@ bool install_rpcs(const yang::Context &ctx, tool::Engine &engine)
         {"/ietf-netconf:edit-config", rpc_edit_config}, {"/ietf-netconf:validate", rpc_validate},
         {"/ietf-netconf:lock", rpc_lock}, {"/ietf-netconf:unlock", rpc_unlock},
         {"/ietf-netconf:kill-session", rpc_kill_session},
+        {"/ietf-netconf-monitoring:get-schema", rpc_get_schema},
     };
     for (const auto &r : kRpcs) {
         const lysc_node *node = lys_find_path(ctx.raw(), nullptr, r.path, 0);
