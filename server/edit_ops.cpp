@@ -305,8 +305,9 @@ private:
             if (s->schema->nodetype & LYS_LEAF) {
                 if (m == nullptr && inside_route(s))
                     remove(s);
-            } else if (m == nullptr && (is_list(s, "static") || is_list(s, "next-hop"))) {
-                remove(s);
+            } else if (m == nullptr && (is_list(s, "static") || is_list(s, "next-hop") ||
+                                        strcmp(LYD_NAME(s), "static-routes") == 0)) {
+                remove(s); /* a whole static-routes container goes in one step */
             } else {
                 replace(m, s);
             }
@@ -486,7 +487,8 @@ Outcome StoreEdit::commit()
     return o;
 }
 
-/* Removes every route of each protected scope and merges back what it held before. */
+/* Removes the routes of each protected scope (by route, or whole static-routes containers) and merges back
+ * what the scope held before. */
 Outcome StoreEdit::restore(std::vector<yang::Tree> &before)
 {
     std::string changes;
@@ -498,7 +500,8 @@ Outcome StoreEdit::restore(std::vector<yang::Tree> &before)
         for (const lyd_node *top = after.get(); top != nullptr; top = top->next) {
             const lyd_node *n;
             LYD_TREE_DFS_BEGIN(top, n) {
-                if (is_list(n, "static")) {
+                bool all = scopes_[i].prefix.empty() && strcmp(LYD_NAME(n), "static-routes") == 0;
+                if (all || is_list(n, "static")) {
                     lyd_node *dup = nullptr;
                     if (lyd_dup_single(n, nullptr, LYD_DUP_WITH_PARENTS, &dup) != LY_SUCCESS)
                         return Outcome::fail(Outcome::kInternal, "out of memory");
