@@ -4,6 +4,7 @@
 #include "auth.h"
 
 #include <crypt.h>
+#include <libssh/libssh.h>
 
 #include <cstring>
 #include <fstream>
@@ -68,7 +69,13 @@ bool Users::check(const std::string &name, const std::string &password) const
     return ok && it != hashes_.end();
 }
 
-bool load_authorized_keys(const std::string &path, std::vector<AuthorizedKey> &out, std::string &why)
+AuthorizedKeys::~AuthorizedKeys()
+{
+    for (auto &k : keys_)
+        ssh_key_free(static_cast<ssh_key>(k.second));
+}
+
+bool AuthorizedKeys::load(const std::string &path, std::string &why)
 {
     std::ifstream in(path);
     if (!in) {
@@ -80,14 +87,30 @@ bool load_authorized_keys(const std::string &path, std::vector<AuthorizedKey> &o
         if (skip(line))
             continue;
         std::istringstream words(line);
-        AuthorizedKey k;
-        if (!(words >> k.user >> k.type >> k.base64)) {
+        std::string user, type, base64;
+        ssh_key key = nullptr;
+        if (!(words >> user >> type >> base64)) {
             why = path + ":" + std::to_string(n) + ": expected name key-type key";
             return false;
         }
-        out.push_back(k);
+        enum ssh_keytypes_e t = ssh_key_type_from_name(type.c_str());
+        if (t == SSH_KEYTYPE_UNKNOWN || ssh_pki_import_pubkey_base64(base64.c_str(), t, &key) != SSH_OK) {
+            why = path + ":" + std::to_string(n) + ": not a public key of type " + type;
+            return false;
+        }
+        keys_.emplace_back(user, key);
     }
     return true;
+}
+
+bool AuthorizedKeys::accepts(const std::string &name, const void *key) const
+{
+    for (const auto &k : keys_)
+        if (k.first == name &&
+            ssh_key_cmp(static_cast<ssh_key>(k.second), static_cast<ssh_key>(const_cast<void *>(key)),
+                        SSH_KEY_CMP_PUBLIC) == 0)
+            return true;
+    return false;
 }
 
 }  // namespace ocni::server

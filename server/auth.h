@@ -26,12 +26,22 @@ private:
     std::map<std::string, std::string> hashes_;
 };
 
-struct AuthorizedKey {
-    std::string user, type, base64;
-};
+/* Public keys from `name key-type base64 [comment]` lines (any key type the SSH library knows). */
+class AuthorizedKeys {
+public:
+    AuthorizedKeys() = default;
+    ~AuthorizedKeys();
+    AuthorizedKeys(const AuthorizedKeys &) = delete;
+    AuthorizedKeys &operator=(const AuthorizedKeys &) = delete;
 
-/* Reads `name key-type base64 [comment]` lines. */
-bool load_authorized_keys(const std::string &path, std::vector<AuthorizedKey> &out, std::string &why);
+    bool load(const std::string &path, std::string &why);
+    /* True when `key` (an ssh_key) is one of the user's keys. */
+    bool accepts(const std::string &name, const void *key) const;
+    size_t size() const { return keys_.size(); }
+
+private:
+    std::vector<std::pair<std::string, void *>> keys_;
+};
 
 }  // namespace ocni::server
 

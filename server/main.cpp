@@ -37,7 +37,7 @@ const char *const kUsage =
     "  --store DIR             store directory (default ./ocni-store)\n"
     "  --listen ADDR:PORT      address to listen on (default 127.0.0.1:830; [::1]:830 for IPv6)\n"
     "  --users FILE            name:hash lines, SHA-512 crypt hashes (openssl passwd -6)\n"
-    "  --authorized-keys FILE  name key-type key lines for public-key login (RSA, ECDSA)\n"
+    "  --authorized-keys FILE  name key-type key lines for public-key login\n"
     "  --host-key FILE         SSH host key (default: generated once as DIR/ssh_host_ecdsa_key)\n"
     "  --yang-dir DIR          load the OpenConfig modules from DIR (a full published set)\n"
     "  --max-sessions N        sessions served at once (default 64)\n"
@@ -165,6 +165,7 @@ bool ensure_host_key(const std::string &path, std::string &why)
 }
 
 srv::Users g_users;
+srv::AuthorizedKeys g_keys;
 std::string g_host_key;
 std::atomic<bool> g_stop{false};
 
@@ -191,15 +192,10 @@ void print_log(NC_VERB_LEVEL level, const char *msg)
         fprintf(stderr, "ocni-netconfd: %s\n", msg);
 }
 
-NC_SSH_KEY_TYPE key_type(const std::string &t)
+int check_key(const nc_session *session, ssh_key key, void *)
 {
-    if (t == "ssh-rsa")
-        return NC_SSH_KEY_RSA;
-    if (t == "ssh-dss")
-        return NC_SSH_KEY_DSA;
-    if (t.compare(0, 11, "ecdsa-sha2-") == 0)
-        return NC_SSH_KEY_ECDSA;
-    return NC_SSH_KEY_UNKNOWN;
+    const char *user = nc_session_get_username(session);
+    return g_keys.accepts(user != nullptr ? user : "", key) ? 0 : 1;
 }
 
 /* Serves the RPCs of every session; a session that ends leaves the registry (and its lock). */
@@ -239,12 +235,8 @@ int main(int argc, char **argv)
         return fail(why);
     if (!a.users.empty() && !g_users.load(a.users, why))
         return fail(why);
-    std::vector<srv::AuthorizedKey> keys;
-    if (!a.keys.empty() && !srv::load_authorized_keys(a.keys, keys, why))
+    if (!a.keys.empty() && !g_keys.load(a.keys, why))
         return fail(why);
-    for (const srv::AuthorizedKey &k : keys)
-        if (key_type(k.type) == NC_SSH_KEY_UNKNOWN)
-            return fail(a.keys + ": key type " + k.type + " is not supported (use ssh-rsa or ecdsa-sha2-*)");
 
     ocni::tool::EngineOptions opt;
     opt.store_dir = a.store;
@@ -274,10 +266,9 @@ int main(int argc, char **argv)
         return fail("the NETCONF operations are missing from the schema");
     nc_server_ssh_set_passwd_auth_clb(check_password, nullptr, nullptr);
     nc_server_ssh_set_hostkey_clb(host_key, nullptr, nullptr);
-    for (const srv::AuthorizedKey &k : keys)
-        nc_server_ssh_add_authkey(k.base64.c_str(), key_type(k.type), k.user.c_str());
+    nc_server_ssh_set_pubkey_auth_clb(check_key, nullptr, nullptr);
     const char *endpt = "ssh";
-    int methods = (a.users.empty() ? 0 : NC_SSH_AUTH_PASSWORD) | (keys.empty() ? 0 : NC_SSH_AUTH_PUBLICKEY);
+    int methods = (a.users.empty() ? 0 : NC_SSH_AUTH_PASSWORD) | (g_keys.size() == 0 ? 0 : NC_SSH_AUTH_PUBLICKEY);
     if (nc_server_add_endpt(endpt, NC_TI_LIBSSH) != 0 || nc_server_ssh_endpt_add_hostkey(endpt, "host", -1) != 0 ||
         nc_server_ssh_endpt_set_auth_methods(endpt, methods) != 0 ||
         nc_server_endpt_set_address(endpt, a.address.c_str()) != 0 ||

@@ -13,6 +13,7 @@ import threading
 import time
 import unittest
 
+import paramiko
 from lxml import etree
 from ncclient import manager
 from ncclient.operations import RPCError
@@ -41,9 +42,17 @@ class Server:
                                 text=True, check=True).stdout.strip()
         with open(users, 'w') as f:
             f.write(f'# test users\n{USER}:{digest}\n')
+        # A key pair for public-key login; the server knows its public half.
+        self.key = os.path.join(self.dir.name, 'id_ecdsa')
+        key = paramiko.ECDSAKey.generate()
+        key.write_private_key_file(self.key)
+        keys = os.path.join(self.dir.name, 'authorized_keys')
+        with open(keys, 'w') as f:
+            f.write(f'{USER} {key.get_name()} {key.get_base64()}\n')
         self.log = open(os.path.join(self.dir.name, 'server.log'), 'w+')
         self.proc = subprocess.Popen([SERVER, '--store', os.path.join(self.dir.name, 'store'), '--users', users,
-                                      '--listen', f'127.0.0.1:{self.port}'], stderr=self.log)
+                                      '--authorized-keys', keys, '--listen', f'127.0.0.1:{self.port}'],
+                                     stderr=self.log)
         for _ in range(200):
             self.log.seek(0)
             if 'listening' in self.log.read():
@@ -54,9 +63,10 @@ class Server:
         self.stop()
         raise RuntimeError('server did not start: ' + self.output())
 
-    def connect(self, user=USER, password=PASSWORD):
+    def connect(self, user=USER, password=PASSWORD, key=None):
         return manager.connect(host='127.0.0.1', port=self.port, username=user, password=password,
-                               hostkey_verify=False, allow_agent=False, look_for_keys=False, timeout=300)
+                               key_filename=key, hostkey_verify=False, allow_agent=False, look_for_keys=False,
+                               timeout=300)
 
     def output(self):
         self.log.seek(0)
@@ -162,11 +172,14 @@ class NetconfServer(unittest.TestCase):
                                      'ietf-yang-library"/>')).data_xml
         self.assertIn(f'<name>{native}</name>', library)
 
-    def test_wrong_credentials_are_refused_alike(self):
-        for user, password in [(USER, 'wrong'), ('nobody', PASSWORD), (USER, '')]:
-            with self.subTest(user=user, password=password):
+    def test_login_needs_the_password_or_the_key(self):
+        with self.server.connect(USER, None, self.server.key) as m:
+            self.assertTrue(m.connected)
+        for user, password, key in [(USER, 'wrong', None), ('nobody', PASSWORD, None), (USER, '', None),
+                                    ('nobody', None, self.server.key)]:
+            with self.subTest(user=user, password=password, key=key):
                 with self.assertRaises(AuthenticationError):
-                    self.server.connect(user, password)
+                    self.server.connect(user, password, key)
 
     def test_edit_errors_name_tag_and_place(self):
         bad_type = config(route('10.2.0.0/16', leaves={'set-tag': 'many'}))
