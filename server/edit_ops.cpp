@@ -181,11 +181,11 @@ public:
     {
     }
 
-    /* The scopes whose stored configuration the operations need, and the ones a failed edit puts back. */
+    /* The scopes whose stored configuration the operations need, and that a failed edit puts back. */
     void collect(const lyd_node *first, Op default_op, std::vector<ReadFilter> &needed,
                  std::vector<ReadFilter> &touched)
     {
-        Scopes need, touch;
+        Scopes need;
         if (default_op == Op::kReplace)
             add_scope(need, ReadFilter{});
         for (const lyd_node *top = first; top != nullptr; top = top->next) {
@@ -198,19 +198,11 @@ public:
             }
         }
         needed = widest(need);
-        /* Only an edit of several steps needs its routes kept (a plain merge is one commit). */
-        if (need.empty())
-            return;
-        touch = need;
-        for (const lyd_node *top = first; top != nullptr; top = top->next) {
-            const lyd_node *n;
-            LYD_TREE_DFS_BEGIN(top, n) {
-                if (is_list(n, "static") || explicit_op(n, nc_) != NodeOp::kInherit)
-                    add_scope(touch, scope_of(n));
-                LYD_TREE_DFS_END(top, n);
-            }
-        }
-        touched = widest(touch);
+        /*
+         * Only removals can leave a failed edit half done: the merge comes last and is one commit. The
+         * removals stay inside the scopes read for them, and those are the ones put back.
+         */
+        touched = needed;
     }
 
     RpcError read(const std::vector<ReadFilter> &scopes)

@@ -257,7 +257,7 @@ nc_server_reply *rpc_edit_config(lyd_node *rpc, nc_session *session)
 nc_server_reply *rpc_validate(lyd_node *rpc, nc_session *)
 {
     std::string xml;
-    if (!any_text(rpc, "config", xml))
+    if (!any_text(rpc, "source/config", xml))
         return nc_server_reply_ok(); /* the running configuration is valid as stored */
     RpcError e = apply(xml, Op::kMerge, true);
     return e ? error_reply(e) : nc_server_reply_ok();

@@ -16,6 +16,7 @@ import unittest
 import paramiko
 from lxml import etree
 from ncclient import manager
+from ncclient.xml_ import to_ele
 from ncclient.operations import RPCError
 from ncclient.transport.errors import AuthenticationError
 
@@ -186,6 +187,8 @@ class NetconfServer(unittest.TestCase):
         cases = [
             ('unknown leaf', config(route('10.2.0.0/16', leaves={'colour': 'red'})), 'unknown-element', 'colour'),
             ('value out of type', bad_type, 'invalid-value', 'set-tag'),
+            ('list entry without its key', config('<network-instance><protocols/></network-instance>'),
+             'missing-element', 'name'),
             ('prefix not canonical', config(route('10.2.0.1/16')), 'invalid-value', '10.2.0.0/16'),
             ('mapping refusal', config(route('10.2.0.0/16', [('1', {'next-hop': '192.0.2.1'}, None)],
                                              {'description': 'to (core)'})), 'operation-failed', 'description'),
@@ -251,10 +254,14 @@ class NetconfServer(unittest.TestCase):
         before = self.routes()
         cfg = config(route('10.1.0.0/16', [('2', {}, 'delete')]),
                      route('10.4.0.0/16', [('1', {'next-hop': '192.0.2.1'}, None)], {'description': 'to (core)'}))
-        for option in ['test-then-set', 'test-only']:
-            with self.subTest(option):
-                err = error_of(lambda: self.m.edit_config(target='running', config=cfg, test_option=option))
+        calls = {'test-then-set': lambda: self.m.edit_config(target='running', config=cfg),
+                 'test-only': lambda: self.m.edit_config(target='running', config=cfg, test_option='test-only'),
+                 'validate': lambda: self.m.validate(source=to_ele(cfg))}
+        for name, call in calls.items():
+            with self.subTest(name):
+                err = error_of(call)
                 self.assertEqual(err[0], 'operation-failed')
+                self.assertIn('description', err[1])
                 self.assertEqual(self.routes(), before)
 
     def test_filters_select_vrfs_and_routes(self):
