@@ -96,7 +96,6 @@ private:
     std::vector<tool::ReadFilter> scopes_;
 
     tool::Outcome run(bool dry_run);
-    struct Snapshot;
     tool::Outcome restore(std::vector<yang::Tree> &before);
 };
 

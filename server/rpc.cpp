@@ -311,8 +311,8 @@ nc_server_reply *rpc_get_schema(lyd_node *rpc, nc_session *)
     const lys_module *mod = version.empty() ? ly_ctx_get_module_implemented(g.ctx->raw(), id.c_str())
                                             : ly_ctx_get_module(g.ctx->raw(), id.c_str(), version.c_str());
     if (mod == nullptr) {
-        RpcError e = RpcError::make(RpcError::kInvalidValue, "no module " + id + (version.empty() ? "" : "@" + version));
-        return error_reply(e);
+        std::string which = id + (version.empty() ? "" : "@" + version);
+        return error_reply(RpcError::make(RpcError::kInvalidValue, "no module " + which));
     }
     bool yin = format.find("yin") != std::string::npos;
     if (!format.empty() && !yin && format.find("yang") == std::string::npos)
