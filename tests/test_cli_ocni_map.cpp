@@ -187,6 +187,7 @@ TEST_F(Cli, UsageErrorsExitTwo)
         {"vrf add this-name-is-far-too-long-for-a-vrf-of-the-router", "invalid VRF name"},
         {"get --vrf", "--vrf needs a name"},
         {"get --prefix tomato", "invalid prefix \"tomato\""},
+        {"get --format yaml", "--format needs json or xml"},
     };
     for (const Row &r : rows) {
         Outcome res = run(r.args);
@@ -313,6 +314,15 @@ TEST_F(Cli, GetFedBackIntoAnEmptyStoreGivesTheSameNativeConfiguration)
     store_ = dir_ + "/store2";
     Outcome replay = run("edit -", get.out);
     ASSERT_EQ(replay.status, 0) << replay.err;
+    EXPECT_EQ(run("native").out, native.out);
+    /* The XML form carries the same configuration. */
+    store_ = first_store;
+    Outcome xml = run("get --format xml");
+    ASSERT_EQ(xml.status, 0) << xml.err;
+    EXPECT_EQ(xml.out.rfind("<network-instances xmlns=", 0), 0u) << xml.out;
+    store_ = dir_ + "/store3";
+    Outcome replay_xml = run("edit -", xml.out);
+    ASSERT_EQ(replay_xml.status, 0) << replay_xml.err;
     EXPECT_EQ(run("native").out, native.out);
     store_ = first_store;
 }

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include <libyang/libyang.h>
+
 #include "ocni_map_engine.h"
 #include "yang_context.h"
 #include "yang_data.h"
@@ -35,7 +37,7 @@ const char *const kUsage =
     "commands:\n"
     "  edit FILE|- [--dry-run]       merge an OpenConfig document (JSON or XML)\n"
     "  delete PATH [--dry-run]       delete the node at an OpenConfig instance path\n"
-    "  get [--state] [--vrf NAME] [--prefix PREFIX]\n"
+    "  get [--state] [--vrf NAME] [--prefix PREFIX] [--format json|xml]\n"
     "                                print the OpenConfig configuration (and state)\n"
     "  native                        print the native configuration\n"
     "  native edit FILE|- [--dry-run]\n"
@@ -74,10 +76,11 @@ const char *const kDeleteHelp =
     "  --dry-run     print the native changes and store nothing\n";
 
 const char *const kGetHelp =
-    "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX]\n"
+    "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX] [--format json|xml]\n"
     "\n"
-    "Prints the OpenConfig configuration as RFC 7951 JSON under\n"
+    "Prints the OpenConfig configuration as RFC 7951 JSON (or XML) under\n"
     "openconfig-network-instance:network-instances.\n"
+    "  --format xml     print XML, as a NETCONF <data> element holds it\n"
     "  --state          include the state of the installed routes\n"
     "  --vrf NAME       only the network instance NAME (default for the default VRF)\n"
     "  --prefix PREFIX  only the static route PREFIX\n";
@@ -117,6 +120,7 @@ struct Args {
     bool with_routes = false;
     std::string vrf;
     std::string prefix;
+    bool xml = false;
     std::vector<std::string> words;  /* command and its operands */
 };
 
@@ -156,6 +160,11 @@ int parse_args(int argc, char **argv, Args &a)
         } else if (s == "--vrf") {
             if (!value(a.vrf))
                 return usage_error("--vrf needs a name");
+        } else if (s == "--format") {
+            std::string f;
+            if (!value(f) || (f != "json" && f != "xml"))
+                return usage_error("--format needs json or xml");
+            a.xml = f == "xml";
         } else if (s == "--prefix") {
             if (!value(a.prefix))
                 return usage_error("--prefix needs a prefix");
@@ -327,13 +336,20 @@ private:
         return report(o);
     }
 
+    static yang::Error print_xml(const yang::Tree &tree)
+    {
+        if (tree && lyd_print_file(stdout, tree.get(), LYD_XML, LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS)
+            return yang::Error::internal("cannot print the data tree as XML");
+        return yang::Error{};
+    }
+
     int print_tree(const Outcome &o, const yang::Tree &tree)
     {
         if (o.status != Outcome::kOk)
             return report(o);
         /* Streamed to stdout: a large document is never held twice in memory. */
         std::cout.flush();
-        yang::Error e = yang::print_json(tree, stdout);
+        yang::Error e = args_.xml ? print_xml(tree) : yang::print_json(tree, stdout);
         fflush(stdout);
         if (e)
             return report(e);
