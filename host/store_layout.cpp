@@ -114,14 +114,9 @@ cerrno scan_next_hops(const std::string &prefix, std::vector<NativeNextHop> &out
 
 std::string prefix_length_key(int length)
 {
-    int dec = 0;
-    int scale = 1;
-    for (int v = length > 0 ? length : 0; v > 0; v /= 16) {
-        dec += (v % 16) * scale;
-        scale *= 10;
-    }
+    /* The length's true hexadecimal value: one key per length. */
     char buf[16];
-    snprintf(buf, sizeof buf, "0x%d", dec);
+    snprintf(buf, sizeof buf, "0x%x", static_cast<unsigned>(length > 0 ? length : 0));
     return buf;
 }
 

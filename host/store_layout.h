@@ -47,7 +47,7 @@ struct NativeNextHop {
     std::string index;           /* OpenConfig index it was created under */
 };
 
-/* "0x%d" of the length whose hexadecimal digits are read as decimal digits: 24 -> 0x18, 26 -> 0x20. */
+/* The length in hexadecimal, "0x%x": 24 -> 0x18, 26 -> 0x1a, 32 -> 0x20. */
 std::string prefix_length_key(int length);
 /* Hexadecimal store text of an address of the family; "" when it is not one. */
 std::string hex_address(const std::string &text, bool ipv4);

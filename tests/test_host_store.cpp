@@ -49,8 +49,8 @@ std::string lookup_path(const char *vrf, bool ipv4, const char *prefix, int len)
     EXPECT_EQ(qz_inet_pton(ipv4 ? QZ_AF_INET : QZ_AF_INET6, prefix, &a), 1);
     char hex[QZ_HEX_ADDR_LEN];
     EXPECT_EQ(ip_addr2hex_string(&a, hex, sizeof hex), 0);
-    char lenkey[5];
-    snprintf(lenkey, sizeof lenkey, "0x%d", int(ocni_dec_to_hex(len)));
+    char lenkey[8];
+    snprintf(lenkey, sizeof lenkey, "0x%x", unsigned(len));
     char path[250];
     snprintf(path, sizeof path, "%s%s", strcasecmp(vrf, "default") == 0 ? "ord_d/default" : "ord_v/", strcasecmp(vrf, "default") == 0 ? "" : vrf);
     char tail[250];
@@ -93,16 +93,16 @@ protected:
     sysdb_connid_t rsi = nullptr;
 };
 
-TEST(PrefixLengthKey, HexDigitsReadAsDecimal)
+TEST(PrefixLengthKey, TrueHexadecimalValue)
 {
-    const std::pair<int, const char *> rows[] = {{24, "0x18"}, {32, "0x20"}, {26, "0x20"}, {64, "0x40"},
-                                                 {8, "0x8"},   {0, "0x0"},   {128, "0x80"}, {127, "0x85"}};
+    const std::pair<int, const char *> rows[] = {{24, "0x18"}, {32, "0x20"}, {26, "0x1a"}, {64, "0x40"},
+                                                 {8, "0x8"},   {0, "0x0"},   {128, "0x80"}, {127, "0x7f"}};
     for (const auto &r : rows)
         EXPECT_EQ(prefix_length_key(r.first), r.second) << r.first;
     /* The same keys as the plug-in's lookups build, for every length. */
     for (int len = 0; len <= 128; ++len) {
-        char key[5];
-        snprintf(key, sizeof key, "0x%d", int(ocni_dec_to_hex(len)));
+        char key[8];
+        snprintf(key, sizeof key, "0x%x", unsigned(len));
         EXPECT_EQ(prefix_length_key(len), key) << len;
     }
 }
