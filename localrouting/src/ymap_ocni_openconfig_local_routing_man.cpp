@@ -782,7 +782,9 @@ cerrno write_entry(const nh_job &j, nh_list l, const char *addr, const char *ifn
     cerrno rc = add_entry_keys(j, l, addr, ifname);
     /*
      * A generated index names the entry by its keys and is never stored; an
-     * ordinary index found in the store moves with the entry it names.
+     * ordinary index found in the store moves with the entry it names (kept on
+     * a rewrite on purpose: dropping it would break a client's read-then-edit
+     * round trip).
      */
     if (!rec->index_found || !is_generated_index(rec->index)) {
         nh_leaf_path(j, l, "index", path);
