@@ -924,9 +924,7 @@ cerrno retarget(const nh_job &j, const nh_given &g)
     else if (rec->interface_deleted)
         t_if = NULL;
     else if (s_if != NULL && !is_null0(s_if))
-        t_if = s_if;
-    else if (is_null0(s_if) && t_addr == NULL && !rec->next_hop_deleted)
-        t_if = s_if;
+        t_if = s_if; /* a stored DROP goes with its deleted next hop */
 
     const nh_list target = list_of(t_addr, t_if);
     const nh_list stored = list_of(s_addr, s_if);
