@@ -340,6 +340,78 @@ TEST_F(Cli, DeleteRemovesOneNextHopAndNothingElse)
     EXPECT_NE(native.out.find("192.0.2.1"), std::string::npos) << native.out;
 }
 
+/* One route of an OpenConfig edit as JSON: `next_hops` and `config` are JSON members without braces. */
+std::string oc_route(const std::string &vrf, const std::string &prefix, const std::string &next_hops,
+                     const std::string &config = "")
+{
+    return "{\"openconfig-network-instance:network-instances\":{\"network-instance\":[{\"name\":\"" + vrf +
+           "\",\"protocols\":{\"protocol\":[{\"identifier\":\"openconfig-policy-types:STATIC\",\"name\":"
+           "\"DEFAULT\",\"static-routes\":{\"static\":[{\"prefix\":\"" + prefix + "\",\"config\":{\"prefix\":\"" +
+           prefix + "\"" + config + "},\"next-hops\":{\"next-hop\":[" + next_hops + "]}}]}}]}}]}}";
+}
+
+std::string oc_next_hop(const std::string &index, const std::string &config, const std::string &interface = "")
+{
+    return "{\"index\":\"" + index + "\",\"config\":{\"index\":\"" + index + "\"" + config + "}" +
+           (interface.empty() ? "" : ",\"interface-ref\":{\"config\":{\"interface\":\"" + interface + "\"}}") + "}";
+}
+
+/* The last command of each scenario exits as the mapping decides; the query shows what the store holds. */
+TEST_F(Cli, EditScenariosEndAsTheMappingDecides)
+{
+    struct Step {
+        std::string args, input;
+    };
+    const std::string green_routes = "/network-instances/network-instance[name=green]/protocols/"
+                                     "protocol[identifier=STATIC][name=DEFAULT]/static-routes";
+    const Step green_seed = {"native edit -",
+                             "{\"Velmar-ORN-QZ-ip-static-cfg:router-static\":{\"vrfs\":{\"vrf\":[{\"vrf-name\":"
+                             "\"green\",\"address-family\":{\"vrfipv4\":{\"vrf-unicast\":{\"vrf-prefixes\":{"
+                             "\"vrf-prefix\":[{\"prefix\":\"10.5.0.0\",\"prefix-length\":16,\"vrf-route\":{"
+                             "\"vrf-next-hop-table\":{\"vrf-next-hop-next-hop-address\":[{\"next-hop-address\":"
+                             "\"192.0.2.5\"}]}}}]}}}}}]}}}"};
+    const struct {
+        const char *name;
+        std::vector<Step> setup; /* each exits 0 */
+        Step last;
+        int status;
+        std::string err, query;
+        std::vector<std::string> has, lacks;
+    } rows[] = {
+        {"interface on a stored DROP",
+         {{"edit -", oc_route("default", "10.0.0.0/24",
+                              oc_next_hop("1", ",\"next-hop\":\"openconfig-local-routing:DROP\""))}},
+         {"edit -", oc_route("default", "10.0.0.0/24", oc_next_hop("1", ",\"metric\":5", "GigabitEthernet0/0/0/1"))},
+         1, "Interface configuration is not allowed when next-hop is drop", "native", {"Null0"},
+         {"GigabitEthernet0/0/0/1", "\"metric\""}},
+        {"static-routes deleted in an instance the VRF list does not hold", {green_seed},
+         {"delete " + quote(green_routes), ""}, 0, "", "native", {}, {"10.5.0.0", "green"}},
+        {"route deleted there", {green_seed}, {"delete " + quote(green_routes + "/static[prefix=10.5.0.0/16]"), ""}, 0,
+         "", "native", {}, {"10.5.0.0"}},
+        {"set-tag on /26 beside /32",
+         {{"edit -", oc_route("default", "10.0.0.0/32", oc_next_hop("1", ",\"next-hop\":\"192.0.2.32\""))},
+          {"edit -", oc_route("default", "10.0.0.0/26", oc_next_hop("1", ",\"next-hop\":\"192.0.2.200\""))}},
+         {"edit -", oc_route("default", "10.0.0.0/26", "", ",\"set-tag\":7")}, 0, "", "get --prefix 10.0.0.0/26",
+         {"\"set-tag\": 7", "192.0.2.200"}, {"192.0.2.32"}},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        std::string cmd = "rm -rf " + quote(store_);
+        ASSERT_EQ(std::system(cmd.c_str()), 0);
+        for (const Step &s : r.setup)
+            ASSERT_EQ(run(s.args, s.input).status, 0) << s.args;
+        Outcome last = run(r.last.args, r.last.input);
+        EXPECT_EQ(last.status, r.status) << last.err;
+        EXPECT_NE(last.err.find(r.err), std::string::npos) << last.err;
+        Outcome q = run(r.query);
+        ASSERT_EQ(q.status, 0) << q.err;
+        for (const std::string &t : r.has)
+            EXPECT_NE(q.out.find(t), std::string::npos) << t << " not in:\n" << q.out;
+        for (const std::string &t : r.lacks)
+            EXPECT_EQ(q.out.find(t), std::string::npos) << t << " in:\n" << q.out;
+    }
+}
+
 TEST_F(Cli, VrfsAreAddedListedAndDeleted)
 {
     Outcome add = run("vrf add blue");

@@ -226,6 +226,9 @@ std::vector<NewCase> new_cases()
         {"DropDefaultV6", "default", "2001:db8::/64",
          {"/config/next-hop = DROP"},
          {if_entry("Null0") + "/index = 7"}},
+        {"LargestMetric", "default", "10.1.0.0/16",
+         {"/config/next-hop = 10.0.0.1", "/config/metric = 4294967294"},
+         {addr_entry("10.0.0.1") + "/index = 7", addr_entry("10.0.0.1") + "/metric = 4294967294"}},
     };
 }
 
@@ -307,6 +310,11 @@ std::vector<ChangeCase> change_cases()
         {"SameAddressChangesNothing", "default", plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")),
          {"/config/next-hop = 10.0.0.1"},
          plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")), false},
+        {"SameInterfaceWithAMetric", "red", plus_index(if_entry("GigabitEthernet0/0/0/1")),
+         {"/interface-ref/config/interface = GigabitEthernet0/0/0/1", "/config/metric = 30"},
+         {if_entry("GigabitEthernet0/0/0/1") + "/description = core", if_entry("GigabitEthernet0/0/0/1") + "/index = 1",
+          if_entry("GigabitEthernet0/0/0/1") + "/metric = 30", if_entry("GigabitEthernet0/0/0/1") + "/tag = 9"},
+         false},
         {"MetricAloneRewritesTheMetric", "default", plus_index(addr_entry("10.0.0.1")),
          {"/config/metric = 30"},
          {addr_entry("10.0.0.1") + "/description = core", addr_entry("10.0.0.1") + "/index = 1",
@@ -320,6 +328,9 @@ std::vector<ChangeCase> change_cases()
          plus_index(addr_entry("10.0.0.1")), true},
         {"NextHopDeleteLeavesTheInterface", "default", plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")),
          {"/config/next-hop (delete)"},
+         plus_index(if_entry("GigabitEthernet0/0/0/1")), true},
+        {"DropReplacedByAnInterface", "red", plus_index(if_entry("Null0")),
+         {"/config/next-hop (delete)", "/interface-ref/config/interface = GigabitEthernet0/0/0/1"},
          plus_index(if_entry("GigabitEthernet0/0/0/1")), true},
     };
 }
@@ -407,6 +418,12 @@ std::vector<RefusalCase> refusal_cases()
          "Static route configuration is not allowed as network-instance blue is not configured yet"},
         {"PrefixWithoutNetmask", "default", "10.1.0.0", {"NH/config/next-hop = 10.0.0.5"},
          YFW_RC_INVALID_REQUEST, "Invalid 'prefix' - netmask is missing"},
+        {"InterfaceOnAStoredDrop", "default", P4,
+         {"NH[index=3]/interface-ref/config/interface = GigabitEthernet0/0/0/1", "NH[index=3]/config/metric = 5"},
+         YFW_RC_INVALID_REQUEST, "Interface configuration is not allowed when next-hop is drop"},
+        {"MetricTheStoreCannotHold", "default", P4,
+         {"NH[index=4]/config/next-hop = 10.0.0.4", "NH[index=4]/config/metric = 4294967295"},
+         YFW_RC_INVALID_REQUEST, "Metric 4294967295 is not supported - the largest metric allowed is 4294967294"},
     };
 }
 
@@ -417,7 +434,7 @@ TEST_P(Refusal, ReportsAndLeavesTheStoreAlone)
     const RefusalCase c = refusal_cases()[GetParam()];
     const std::string t = table("default", P4);
     seed({t + addr_entry("10.0.0.1") + "/index = 1", t + addr_entry("10.0.0.1") + "/metric = 5",
-          t + if_entry("GigabitEthernet0/0/0/4") + "/index = 2"});
+          t + if_entry("GigabitEthernet0/0/0/4") + "/index = 2", t + if_entry("Null0") + "/index = 3"});
     const Lines before = next_hops();
     const std::vector<std::string> store_before = stored();
 
@@ -526,13 +543,24 @@ TEST_F(RouteWide, DescriptionReachesEveryStoredNextHopAndGoesAgain)
     EXPECT_EQ(next_hops(), three_with(""));
 }
 
+/* Stored next hops and a new one of the same edit end with the same tag. */
 TEST_F(RouteWide, TagAndDescriptionGivenWithANewNextHopReachIt)
 {
-    EditOutcome o = edit({st + "/config/set-tag = 0xff", st + "/config/description = uplink",
-                          oc_nh("red", P4, "5") + "/config/next-hop = 10.0.0.5"});
-    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+    const std::pair<const char *, const char *> tags[] = {{"0xff", "255"}, {"0", "0"}};
     const std::string e = t + addr_entry("10.0.0.5");
-    EXPECT_EQ(next_hops(), (Lines{e + "/description = uplink", e + "/index = 5", e + "/tag = 255"}));
+    const std::string old = t + addr_entry("10.0.0.1");
+    for (const auto &tag : tags) {
+        SCOPED_TRACE(tag.first);
+        TearDown();
+        SetUp();
+        seed({old + "/index = 1"});
+        EditOutcome o = edit({st + "/config/set-tag = " + tag.first, st + "/config/description = uplink",
+                              oc_nh("red", P4, "5") + "/config/next-hop = 10.0.0.5"});
+        ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+        const std::string tl = std::string("/tag = ") + tag.second;
+        EXPECT_EQ(next_hops(), (Lines{old + "/description = uplink", old + "/index = 1", old + tl,
+                                      e + "/description = uplink", e + "/index = 5", e + tl}));
+    }
 }
 
 struct DescriptionCase {
@@ -571,7 +599,7 @@ std::vector<DescriptionCase> description_cases()
 
 class Description : public RouteWide, public ::testing::WithParamInterface<int> {};
 
-/* A new next hop of the route takes the converted description; a refusal changes nothing. */
+/* The stored and the new next hop of the route take the converted description; a refusal changes nothing. */
 TEST_P(Description, IsCheckedConvertedAndStored)
 {
     const DescriptionCase c = description_cases()[GetParam()];
@@ -582,8 +610,9 @@ TEST_P(Description, IsCheckedConvertedAndStored)
     if (c.message.empty()) {
         ASSERT_EQ(o.result.rc, 0u) << o.result.message;
         const Lines now = next_hops();
-        EXPECT_NE(std::find(now.begin(), now.end(), added + "/description = " + c.stored), now.end())
-            << join(now);
+        for (const std::string &entry : {e, added})
+            EXPECT_NE(std::find(now.begin(), now.end(), entry + "/description = " + c.stored), now.end())
+                << join(now);
     } else {
         EXPECT_EQ(o.result.rc, YFW_RC_INVALID_REQUEST);
         EXPECT_EQ(o.result.message, c.message);
@@ -624,6 +653,72 @@ TEST_F(EditWalk, DeletingAddressAndInterfaceTogetherRemovesTheEntry)
     ASSERT_EQ(o.result.rc, 0u) << o.result.message;
     EXPECT_EQ(next_hops(), (Lines{t + addr_entry("10.0.0.2") + "/index = 2"}));
     EXPECT_FALSE(output_with("delete").empty());
+}
+
+/* Routes stored in an instance the VRF list does not hold: deletes pass and remove them, creates do not. */
+TEST_F(EditWalk, DeletesPassInAnInstanceTheVrfListDoesNotHold)
+{
+    const std::string t1 = table("green", P4);
+    const std::string t2 = table("green", "10.2.0.0/16");
+    const std::string nh1 = t1 + addr_entry("10.0.0.1") + "/index = 1";
+    const std::string nh2 = t1 + if_entry("Loopback1") + "/index = 2";
+    const std::string other = t2 + addr_entry("10.0.0.2") + "/index = 1";
+    const std::string instance = "/network-instances/network-instance[name=green]";
+    const std::string routes = instance + "/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes";
+    const struct {
+        const char *name;
+        Lines input;
+        Lines left;
+        std::string message;
+    } rows[] = {
+        {"NextHop", {oc_nh("green", P4, "1") + " (delete)"}, {nh2, other}, ""},
+        {"NextHopLeaf", {oc_nh("green", P4, "2") + "/interface-ref/config/interface (delete)"}, {nh1, other},
+         ""},
+        {"Route", {oc_static("green", P4) + " (delete)"}, {other}, ""},
+        {"StaticRoutes", {routes + " (delete)"}, {}, ""},
+        {"Instance", {instance + " (delete)"}, {}, ""},
+        {"DeleteBesideACreate",
+         {oc_static("green", P4) + " (delete)", oc_nh("green", "10.3.0.0/16", "1") + "/config/next-hop = 10.0.0.3"},
+         {nh1, nh2, other},
+         "Static route configuration is not allowed as network-instance green is not configured yet"},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        TearDown();
+        SetUp();
+        seed({nh1, nh2, other});
+        EditOutcome o = edit(r.input);
+        EXPECT_EQ(o.result.message, r.message);
+        EXPECT_EQ(o.result.rc, r.message.empty() ? 0u : YFW_RC_INVALID_REQUEST);
+        EXPECT_EQ(next_hops(), under("", r.left));
+    }
+}
+
+/* Lengths whose hexadecimal digits read alike as decimal (26 and 32) are separate routes in the store. */
+TEST_F(EditWalk, LengthsWithLookalikeDigitsStaySeparateRoutes)
+{
+    const struct {
+        std::string edited, other, addr, other_addr;
+    } rows[] = {
+        /* the other route's next hop sorts first in the store */
+        {"10.0.0.0/26", "10.0.0.0/32", "192.0.2.200", "192.0.2.32"},
+        {"10.0.0.0/10", "10.0.0.0/16", "192.0.2.100", "192.0.2.16"},
+        {"2001:db8::/58", "2001:db8::/64", "2001:db8::ff", "2001:db8::64"},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.edited);
+        TearDown();
+        SetUp();
+        const std::string a = table("default", r.edited) + addr_entry(r.addr);
+        const std::string b = table("default", r.other) + addr_entry(r.other_addr);
+        seed({a + "/index = 1", b + "/index = 1"});
+        for (const std::string &line : {oc_static("default", r.edited) + "/config/set-tag = 7",
+                                        oc_nh("default", r.edited, "1") + "/config/metric = 3"}) {
+            EditOutcome o = edit({line});
+            ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+        }
+        EXPECT_EQ(next_hops(), under("", {a + "/index = 1", a + "/metric = 3", a + "/tag = 7", b + "/index = 1"}));
+    }
 }
 
 TEST_F(EditWalk, SubinterfaceWithoutInterfaceIsRefused)

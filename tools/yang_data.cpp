@@ -169,6 +169,7 @@ bool canonical_address(const std::string &address, std::string &canonical)
     return true;
 }
 
+/* Bad input, refused before the mapping runs: the mapping would take another spelling as another route. */
 Error check_canonical_prefixes(const Tree &tree)
 {
     for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {

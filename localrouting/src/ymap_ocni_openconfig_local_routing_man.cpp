@@ -56,6 +56,7 @@ const char *const NHL_NAME[] = {
 };
 
 const char NULL0[] = "Null0";
+const char DROP_WITH_INTERFACE[] = "Interface configuration is not allowed when next-hop is drop";
 
 const char *vrf_root(const char *vrf)
 {
@@ -318,6 +319,32 @@ cerrno fwd_state_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_dat
 /* Static-routes container and static list                             */
 /* ------------------------------------------------------------------ */
 
+/* What a request subtree asks for. */
+enum class intent { KEYS_ONLY, DELETES, CREATES };
+
+/*
+ * CREATES when some node below `n` creates or sets something, DELETES when
+ * it only deletes (key leaves name what is deleted and count for neither).
+ */
+intent subtree_intent(const zidl_yfw_datatree *n)
+{
+    if (n->op == YFW_DT_OP_DELETE || n->op == YFW_DT_OP_REMOVE)
+        return intent::DELETES;
+    if (!(n->flags & YFW_DT_F_CHILDREN) || n->children == NULL || n->n_children == 0) {
+        const bool key = (n->flags & YFW_DT_F_LIST) && n->value != NULL;
+        return key ? intent::KEYS_ONLY : intent::CREATES;
+    }
+    bool deletes = false;
+    for (uint32_t i = 0; i < n->n_children && n->children[i].name != NULL; i++) {
+        const intent c = subtree_intent(&n->children[i]);
+        if (c == intent::CREATES)
+            return c;
+        deletes = deletes || c == intent::DELETES;
+    }
+    /* An entry given by its keys alone is created. */
+    return deletes ? intent::DELETES : intent::CREATES;
+}
+
 cerrno static_routes_container(const ocni_cb_id &id, yfw_map_ctx *ctx,
                                const zidl_yfw_datatree *in, unsigned int subtrees,
                                zidl_yfw_datatree *out)
@@ -335,7 +362,14 @@ cerrno static_routes_container(const ocni_cb_id &id, yfw_map_ctx *ctx,
     const bool not_static = identifier != NULL && strcasecmp(identifier, "STATIC") != 0;
     cerrno rc = YFW_RC_OK;
 
-    if (!read && !del) {
+    /*
+     * Only a request that creates or sets something needs the instance to
+     * exist: deletes pass, so that routes stored in an instance the VRF list
+     * does not hold can still be removed. The framework turns a delete of this
+     * container into deletes of its entries, so the container itself need not
+     * carry the delete.
+     */
+    if (!read && !del && subtree_intent(in) != intent::DELETES) {
         uint8_t exists = 0;
         rc = ocni_yfw_ipstatic_vrf_exists(ctx, &exists);
         if (rc != YFW_RC_OK)
@@ -748,7 +782,9 @@ cerrno write_entry(const nh_job &j, nh_list l, const char *addr, const char *ifn
     cerrno rc = add_entry_keys(j, l, addr, ifname);
     /*
      * A generated index names the entry by its keys and is never stored; an
-     * ordinary index found in the store moves with the entry it names.
+     * ordinary index found in the store moves with the entry it names (kept on
+     * a rewrite on purpose: dropping it would break a client's read-then-edit
+     * round trip).
      */
     if (!rec->index_found || !is_generated_index(rec->index)) {
         nh_leaf_path(j, l, "index", path);
@@ -762,6 +798,15 @@ cerrno write_entry(const nh_job &j, nh_list l, const char *addr, const char *ifn
     if (ocni_set_metadata_path(path, j.ctx, j.out) != YFW_RC_OK) {
         ocni_set_user_msg(j.ctx, "Invalid request");
         return YFW_RC_INVALID_REQUEST;
+    }
+    /*
+     * The attribute writer takes a tag of 0 for "none"; a route-wide set-tag 0
+     * given now reaches the stored next hops through the fan-out, so this one
+     * carries it too.
+     */
+    if (rec->tag_given && rec->set_tag[0] != '\0' && rec->tag == 0) {
+        nh_leaf_path(j, l, "tag", path);
+        rc = add(j.ctx, j.out, path, OCNI_NS_NATIVE, "0", NULL, 0);
     }
     return rc;
 }
@@ -879,9 +924,7 @@ cerrno retarget(const nh_job &j, const nh_given &g)
     else if (rec->interface_deleted)
         t_if = NULL;
     else if (s_if != NULL && !is_null0(s_if))
-        t_if = s_if;
-    else if (is_null0(s_if) && t_addr == NULL && !rec->next_hop_deleted)
-        t_if = s_if;
+        t_if = s_if; /* a stored DROP goes with its deleted next hop */
 
     const nh_list target = list_of(t_addr, t_if);
     const nh_list stored = list_of(s_addr, s_if);
@@ -971,6 +1014,12 @@ step modify_existing(nh_job &j, nh_given &g, cerrno *rc)
     }
 
     if (g.ifname != NULL && !g.nh) {
+        /* A stored DROP stays one: an interface would make the discard route forward. */
+        if (is_null0(s_if) && s_addr == NULL) {
+            ocni_set_user_msg(j.ctx, DROP_WITH_INTERFACE);
+            *rc = YFW_RC_INVALID_REQUEST;
+            return step::DONE;
+        }
         if (same_text(s_if, g.ifname)) {
             if (s_addr != NULL) {
                 *rc = unchanged(j);
@@ -1071,6 +1120,19 @@ cerrno nh_follow_ups(const nh_job &j, const char *vrf, cerrno rc)
     return rc;
 }
 
+const char METRIC_OUT_OF_RANGE[] =
+    "Metric 4294967295 is not supported - the largest metric allowed is 4294967294";
+
+/*
+ * The store keeps "no metric" as all ones: a metric of 4294967295 would read
+ * back as unset and be lost when its next hop moves, so it is refused.
+ */
+bool metric_out_of_range(const ocni_route_common_data *rec)
+{
+    return rec->metric != NULL && !rec->metric_deleted &&
+           strtoull(rec->metric, NULL, 10) >= 0xFFFFFFFFull;
+}
+
 bool any_leaf_deleted(const ocni_route_common_data *rec)
 {
     return rec->metric_deleted || rec->next_hop_deleted || rec->subinterface_deleted ||
@@ -1168,11 +1230,16 @@ cerrno nexthop_list(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datat
     rec->has_next_hop = ocni_check_next_hop_ip_and_set_drop_config(ctx, in) == 1 ? 1 : 0;
 
     if (rec->is_drop && rec->has_interface) {
-        ocni_set_user_msg(ctx, "Interface configuration is not allowed when next-hop is drop");
+        ocni_set_user_msg(ctx, DROP_WITH_INTERFACE);
         OCNI_CB_RETURN(id, ctx, YFW_RC_INVALID_REQUEST);
     }
     if (rec->is_local_link && !rec->has_interface) {
         ocni_set_user_msg(ctx, "Interface configuration is must when next-hop is local-link");
+        OCNI_CB_RETURN(id, ctx, YFW_RC_INVALID_REQUEST);
+    }
+    const bool entry_deleted = yfw_map_is_request_delete(in) || in->op == YFW_DT_OP_REMOVE;
+    if (!ocni_is_read(ctx) && !entry_deleted && metric_out_of_range(rec)) {
+        ocni_set_user_msg(ctx, METRIC_OUT_OF_RANGE);
         OCNI_CB_RETURN(id, ctx, YFW_RC_INVALID_REQUEST);
     }
 
@@ -1190,7 +1257,7 @@ cerrno nexthop_list(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datat
     cerrno rc;
     if (ocni_is_read(ctx))
         rc = nh_read(j, g, vrf);
-    else if (yfw_map_is_request_delete(in) || in->op == YFW_DT_OP_REMOVE)
+    else if (entry_deleted)
         rc = nh_delete_entry(j);
     else
         rc = nh_create_or_modify(j, g, vrf);

@@ -381,8 +381,8 @@ uint32_t ocni_get_length(const char *path)
 
 uint32_t ocni_dec_to_hex(int32_t value)
 {
-    /* Reads the hexadecimal digits as decimal ones: the store's length keys
-     * are built this way, so 0x1A (26) gives 20. */
+    /* Reads the hexadecimal digits as decimal ones, so 0x1A (26) gives 20.
+     * Kept for its callers; store keys no longer use it (ambiguous). */
     uint32_t result = 0;
     int pos = 0;
     while (value > 0) {
@@ -783,7 +783,7 @@ const char k_tuple_fmt[] = "%d%d%d%d%d%d%d%d%s%s%d%s";
 struct store_prefix {
     char addr[OCNI_ADDR_LEN];   /* address text of the request */
     char hex[QZ_HEX_ADDR_LEN];  /* the store's hexadecimal form */
-    char len_key[5];            /* "0x%d" of the converted length */
+    char len_key[12];           /* the length in hexadecimal, "0x%x" */
 };
 
 /* Splits "address/length" and converts both parts; false when the address
@@ -823,7 +823,12 @@ bool convert_prefix(const ocni_route_common_data *rec, store_prefix *sp)
     if (ip_addr2hex_string(&ip, sp->hex, sizeof sp->hex) != 0)
         return false;
     int len = slash != NULL ? atoi(slash + 1) : 0;
-    snprintf(sp->len_key, sizeof sp->len_key, "0x%d", (int)ocni_dec_to_hex(len));
+    /*
+     * The length's true hexadecimal value: reading the hexadecimal digits as
+     * decimal ones (ocni_dec_to_hex) gives 26 and 32 one key, and a lookup
+     * for one route would find the other's next hops.
+     */
+    snprintf(sp->len_key, sizeof sp->len_key, "0x%x", (unsigned)len);
     return true;
 }
 
@@ -1318,7 +1323,8 @@ cerrno ocni_do_prefix_lookup_on_sysdb_and_set_tag(yfw_map_ctx *ctx, const zidl_y
             value = rec->set_tag;
         } else {
             snprintf(path, sizeof path, "%s/description", entry);
-            value = in->value;
+            /* The converted native form, as new next hops of the route get it: one route, one form. */
+            value = is_delete || in->value == NULL ? in->value : rec->description_in;
         }
         leaf->op = is_delete ? YFW_DT_OP_DELETE : YFW_DT_OP_NONE;
         rc = yfw_map_datatree_add_path_flagged(ctx, out, path, OCNI_NS_NATIVE, value, leaf, NULL,
