@@ -97,6 +97,7 @@ TEST_F(WalkerRead, MixedTablesFamiliesAndVrfsReadBackAsOpenConfig)
     const std::string pr = NI + "[name=red]" + PROTO;
     Lines want = {
         NI + "[name=default]/config/name = default",
+        NI + "[name=default]/config/type = DEFAULT_INSTANCE",
         pd + "/config/identifier = STATIC",
         pd + "/config/name = DEFAULT",
         s4 + "/config/prefix = 192.0.2.0/24",
@@ -111,7 +112,8 @@ TEST_F(WalkerRead, MixedTablesFamiliesAndVrfsReadBackAsOpenConfig)
         /* The Null0 next hop's own index replaced "##DROP##". */
         dr + "/config/index = blackhole",
         dr + "/config/next-hop = DROP",
-        /* A named VRF gets no network-instance config/name from the read. */
+        NI + "[name=red]/config/name = red",
+        NI + "[name=red]/config/type = L3VRF",
         pr + "/config/identifier = STATIC",
         pr + "/config/name = DEFAULT",
         s6 + "/config/prefix = 2001:db8::/64",

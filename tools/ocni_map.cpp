@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "host/trace.h"
 #include "ocni_map_engine.h"
 #include "yang_context.h"
 #include "yang_data.h"
@@ -355,6 +356,18 @@ private:
         return finish(o, changes);
     }
 
+    /*
+     * Stored entries a read leaves out (the model cannot express them) are
+     * reported by the mapping as warnings on the system log: the client
+     * sees each one on stderr, and the read still succeeds.
+     */
+    static void print_read_warnings()
+    {
+        for (const std::string &l : ocni::host::syslog_lines())
+            if (l.compare(0, 2, "4:") == 0)
+                std::cerr << "ocni-map: warning: " << l.substr(2) << "\n";
+    }
+
     int get()
     {
         int rc;
@@ -378,7 +391,9 @@ private:
         if ((rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
             return rc;
         yang::Tree tree;
+        ocni::host::syslog_clear();
         Outcome o = engine_->get(filter, tree);
+        print_read_warnings();
         return print_tree(o, tree);
     }
 
