@@ -88,7 +88,10 @@ const std::string SEED = R"({"Velmar-ORN-QZ-ip-static-cfg:router-static": {
     R"(}]}}}}},
   {"vrf-name": "r]d", "address-family": {
    "vrfipv4": {"vrf-unicast": {"vrf-prefixes": {"vrf-prefix": [{"prefix": "10.3.0.0", "prefix-length": 16, )" +
-    nh_table(R"("vrf-next-hop-next-hop-address": [{"next-hop-address": "192.0.2.3"}])") + R"(}]}}}}}]}}})";
+    nh_table(R"("vrf-next-hop-next-hop-address": [{"next-hop-address": "192.0.2.3"}])") + R"(}]}}}}},
+  {"vrf-name": "q]'\"q", "address-family": {
+   "vrfipv4": {"vrf-unicast": {"vrf-prefixes": {"vrf-prefix": [{"prefix": "10.4.0.0", "prefix-length": 16, )" +
+    nh_table(R"("vrf-next-hop-next-hop-address": [{"next-hop-address": "192.0.2.4"}])") + R"(}]}}}}}]}}})";
 
 /* The published modules a validating client loads, in their own context (not the tool's). */
 class Published {
@@ -208,6 +211,8 @@ TEST(PublishedModules, GetAndStateOfEveryNextHopKindValidateAsWholeDocuments)
         /* The entries it cannot express are named on stderr; everything else is there. */
         EXPECT_NE(err.find("warning: next hop through Gi0/0/0/3.abc of 10.1.0.0/16"), std::string::npos) << err;
         EXPECT_NE(err.find("index \"dup\" is taken"), std::string::npos) << err;
+        /* No instance path can hold a name with "]" and both quotes. */
+        EXPECT_NE(err.find("route 10.4.0.0/16 in network instance q]'\"q left out"), std::string::npos) << err;
         for (const char *there : {"\"discard\"", "\"my_idx\"", "\"a]b\"", "\"x/y\"", "\"r]d\"", "##192.0.2.6##",
                                   "\"openconfig-network-instance-types:L3VRF\"", "2001:db8:aaaa:bbbb"})
             EXPECT_NE(out.find(there), std::string::npos) << there;

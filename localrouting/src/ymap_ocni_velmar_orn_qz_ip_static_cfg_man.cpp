@@ -44,6 +44,8 @@ constexpr int k_warning = 4;
  * cleared again, by the next entry.
  */
 constexpr uint32_t k_left_out = 2;
+/* The same for a whole native prefix entry, cleared only by the next prefix entry. */
+constexpr uint32_t k_route_left_out = 3;
 /* OpenConfig static key "<address>/<length>". */
 constexpr size_t k_prefix_key_len = 100;
 
@@ -122,14 +124,18 @@ void leave_out_next_hop(const ocni_cb_id &id, yfw_map_ctx *ctx, const char *inte
               "next hop through %s of %s left out: subinterface \"%s\" is not a number",
               interface, route, subif);
     OCNI_ERR(id, ctx, "next hop through %s left out: subinterface is not a number", interface);
-    ctx->req_ctx->suppress_flag = k_left_out;
+    if (ctx->req_ctx->suppress_flag == 0)
+        ctx->req_ctx->suppress_flag = k_left_out;
 }
 
-/* A new native entry starts unsilenced. */
-void end_left_out(yfw_map_ctx *ctx)
+/* A new native next-hop entry (or, with `route`, prefix entry) starts unsilenced. */
+void end_left_out(yfw_map_ctx *ctx, bool route = false)
 {
-    if (ctx != NULL && ctx->req_ctx != NULL && ctx->req_ctx->suppress_flag == k_left_out)
-        ctx->req_ctx->suppress_flag = 0;
+    if (ctx == NULL || ctx->req_ctx == NULL)
+        return;
+    uint32_t &flag = ctx->req_ctx->suppress_flag;
+    if (flag == k_left_out || (route && flag == k_route_left_out))
+        flag = 0;
 }
 
 /* ---------------------------------------------------------------- */
@@ -219,7 +225,7 @@ cerrno prefix_list_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_
                          zidl_yfw_datatree *out)
 {
     (void)in;
-    end_left_out(ctx);
+    end_left_out(ctx, true);
     char *vrf = NULL;
     (void)yfw_map_get_node_info(ctx, k_vrf_list, "vrf-name", &vrf);
 
@@ -239,6 +245,16 @@ cerrno prefix_list_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_
     snprintf(rec.schema_path, sizeof rec.schema_path, "%s",
              "/network-instances/network-instance/protocols/protocol");
     cerrno rc = yfw_map_stitch_list_to_list(ctx, &rec);
+    if (rc != YFW_RC_OK && ocni_is_read(ctx)) {
+        /* A name no instance path can hold: this route is left out, the read goes on. */
+        char route[OCNI_PATH_LEN];
+        describe_route(ctx, route, sizeof route);
+        qz_syslog(k_warning, "route %s left out: the instance name cannot be read back", route);
+        ctx->req_ctx->suppress_flag = k_route_left_out;
+        OCNI_ASSERT_CTX(id, ctx);
+        OCNI_TRC_END(id, ctx);
+        return YFW_RC_OK;
+    }
 
     /*
      * Kept: a named instance gets its metadata (config/name, config/type)
