@@ -202,6 +202,19 @@ void free_contents(zidl_yfw_datatree *n)
     free_text(n->data_ns, own[3]);
 }
 
+/* A key value as the path reader takes it back: quoted when it holds "]" or starts with a quote. */
+void append_key_value(std::string &path, const char *v)
+{
+    if (strchr(v, ']') == nullptr && v[0] != '\'' && v[0] != '"') {
+        path += v;
+        return;
+    }
+    const char q = strchr(v, '\'') == nullptr ? '\'' : '"';
+    path += q;
+    path += v;
+    path += q;
+}
+
 void append_segment(std::string &path, const zidl_yfw_datatree *n, const NodeRec *r)
 {
     path += '/';
@@ -216,7 +229,7 @@ void append_segment(std::string &path, const zidl_yfw_datatree *n, const NodeRec
             path += '[';
             path += c.name;
             path += '=';
-            path += c.value;
+            append_key_value(path, c.value);
             path += ']';
         }
     }

@@ -967,9 +967,13 @@ zidl_yfw_datatree *operational_answer(const NativeConfig &c, const zidl_yfw_data
             if (rt.second.next_hops.empty())
                 continue;
             NodeRef nhs = node_ref(node_add_child(node_get(e), "next-hops", NodeKind::Container, nullptr, NS_OPER));
+            std::set<std::string> used; /* an index two next hops carry names the first; the second its own */
             for (const auto &nh : rt.second.next_hops) {
                 const NhKey &k = nh.first;
-                const std::string index = underscored(nh_openconfig_index(k, nh.second));
+                std::string oc_index = nh_openconfig_index(k, nh.second);
+                if (!used.insert(oc_index).second)
+                    oc_index = nh_openconfig_index(k, NhLeaves{});
+                const std::string index = underscored(oc_index);
                 NodeRef n = node_ref(node_add_entry(node_get(nhs), "next-hop", {{"index", index}}, NS_OPER));
                 NodeRef st = node_ref(node_add_child(node_get(n), "state", NodeKind::Container, nullptr, NS_OPER));
                 leaf(st, "index", &index);

@@ -49,14 +49,15 @@ std::string nh(const std::string &vrf, const std::string &prefix, const std::str
 }
 
 /* Lines of the network instance and protocol parents, configuration wanted. */
-Lines parents(const std::string &vrf, bool with_name, bool state)
+/* Every instance says its name and type; the protocol its keys (and state). */
+Lines parents(const std::string &vrf, bool state)
 {
-    Lines l;
-    if (with_name)
-        l.push_back(NI + "[name=" + vrf + "]/config/name = " + vrf);
-    l.push_back(proto(vrf) + "/config/identifier = STATIC");
-    l.push_back(proto(vrf) + "/config/name = DEFAULT");
+    const std::string type = vrf == "default" ? "DEFAULT_INSTANCE" : "L3VRF";
+    Lines l = {NI + "[name=" + vrf + "]/config/name = " + vrf, NI + "[name=" + vrf + "]/config/type = " + type,
+               proto(vrf) + "/config/identifier = STATIC", proto(vrf) + "/config/name = DEFAULT"};
     if (state) {
+        l.push_back(NI + "[name=" + vrf + "]/state/name = " + vrf);
+        l.push_back(NI + "[name=" + vrf + "]/state/type = " + type);
         l.push_back(proto(vrf) + "/state/default-metric = 1");
         l.push_back(proto(vrf) + "/state/enabled = true");
         l.push_back(proto(vrf) + "/state/identifier = STATIC");
@@ -205,27 +206,30 @@ std::vector<PrefixCase> prefix_cases()
     const std::string s6 = "2001:DB8:0::/48";
     return {
         {"DefaultV4Config", DEF_V4 + v4, "default", "192.0.2.0/24", YFW_REQ_READ, false,
-         concat({parents("default", true, false), {st("default", s4) + "/config/prefix = " + s4}})},
+         concat({parents("default", false), {st("default", s4) + "/config/prefix = " + s4}})},
         {"DefaultV4State", DEF_V4 + v4, "default", "192.0.2.0/24", YFW_REQ_READ_STATE, false,
-         concat({parents("default", true, true), {st("default", s4) + "/config/prefix = " + s4}})},
+         concat({parents("default", true), {st("default", s4) + "/config/prefix = " + s4}})},
         {"NamedV4Config", NAMED_V4 + v4, "red", "192.0.2.0/24", YFW_REQ_READ, false,
-         concat({parents("red", false, false), {st("red", s4) + "/config/prefix = " + s4}})},
+         concat({parents("red", false), {st("red", s4) + "/config/prefix = " + s4}})},
         /* The IPv6 address keeps its native text, case and zeros included. */
         {"DefaultV6Config", DEF_V6 + v6, "default", "2001:DB8:0::/48", YFW_REQ_READ, false,
-         concat({parents("default", true, false), {st("default", s6) + "/config/prefix = " + s6}})},
+         concat({parents("default", false), {st("default", s6) + "/config/prefix = " + s6}})},
         {"NamedV6State", NAMED_V6 + v6, "red", "2001:DB8:0::/48", YFW_REQ_READ_STATE, false,
-         concat({parents("red", false, true), {st("red", s6) + "/config/prefix = " + s6}})},
+         concat({parents("red", true), {st("red", s6) + "/config/prefix = " + s6}})},
         /* Configuration withheld: only entries and state; the IPv4 prefix of a
          * named VRF alone still makes its static entry. */
         {"NamedV4Withheld", NAMED_V4 + v4, "red", "192.0.2.0/24", YFW_REQ_READ_STATE, true,
-         concat({{proto("red") + "/state/default-metric = 1", proto("red") + "/state/enabled = true",
+         concat({{NI + "[name=red]/state/name = red", NI + "[name=red]/state/type = L3VRF",
+                  proto("red") + "/state/default-metric = 1", proto("red") + "/state/enabled = true",
                   proto("red") + "/state/identifier = STATIC", proto("red") + "/state/name = DEFAULT",
                   st("red", s4)}})},
         {"NamedV6Withheld", NAMED_V6 + v6, "red", nullptr, YFW_REQ_READ, true, Lines{proto("red")}},
         {"DefaultV4Withheld", DEF_V4 + v4, "default", nullptr, YFW_REQ_READ, true,
          Lines{proto("default")}},
         {"DefaultV6Withheld", DEF_V6 + v6, "default", nullptr, YFW_REQ_READ_STATE, true,
-         concat({{proto("default") + "/state/default-metric = 1",
+         concat({{NI + "[name=default]/state/name = default",
+                  NI + "[name=default]/state/type = DEFAULT_INSTANCE",
+                  proto("default") + "/state/default-metric = 1",
                   proto("default") + "/state/enabled = true",
                   proto("default") + "/state/identifier = STATIC",
                   proto("default") + "/state/name = DEFAULT"}})},
@@ -254,7 +258,7 @@ TEST_F(ReadFixture, TwoRoutesShareOneNetworkInstanceAndProtocol)
     walk_text(DEF_V4 + "[prefix=192.0.2.0][prefix-length=24]\n" + DEF_V4 +
               "[prefix=198.51.100.0][prefix-length=25]\n");
     EXPECT_TRUE(failures().empty());
-    EXPECT_EQ(out(), concat({parents("default", true, false),
+    EXPECT_EQ(out(), concat({parents("default", false),
                              {st("default", "192.0.2.0/24") + "/config/prefix = 192.0.2.0/24",
                               st("default", "198.51.100.0/25") + "/config/prefix = 198.51.100.0/25"}}));
     /* The stitch of each prefix entry makes the network instance first, so
@@ -301,7 +305,7 @@ TEST_F(ReadFixture, MetadataWithConfigurationWithheldBuildsOnlyEntries)
     request_set_marker(h.req, Marker::W541_3800);
     request_set_mode(h.req, 1);
     EXPECT_EQ(ymap_oc_ni_add_protocol_static_metadata(h.ctx, h.out, "blue"), 0u);
-    EXPECT_EQ(out(), sorted(parents("blue", false, false)));
+    EXPECT_EQ(out(), sorted({proto("blue") + "/config/identifier = STATIC", proto("blue") + "/config/name = DEFAULT"}));
 }
 
 TEST_F(ReadFixture, RouterStaticContainerMapsNothing)

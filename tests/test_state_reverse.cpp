@@ -145,7 +145,7 @@ TEST_P(StateReverse, FullAnswerBecomesOpenConfigState)
                                    NH + "/state/next-hop = 192.0.2.1\n" +
                                    NH + "/state/metric = 5\n" +
                                    NH + "/interface-ref/state/interface = eth0_1_5\n" +
-                                   NH + "/interface-ref/state/subinterface = 1_2\n" +
+                                   NH + "/interface-ref/state/subinterface = 12\n" +
                                    NH + "/enable-bfd/state/enabled = true\n"));
     zidl_yfw_datatree *nh_key = ocni::host::tree_find(in.get(), answer(NH + "/index").c_str());
     ASSERT_NE(nh_key, nullptr);
@@ -158,9 +158,8 @@ TEST_P(StateReverse, FullAnswerBecomesOpenConfigState)
                                  OC_NH + "/state/index = eth0/1",
                                  OC_NH + "/state/next-hop = 192.0.2.1",
                                  OC_NH + "/state/metric = 5",
-                                 /* interface names are converted, subinterfaces are not */
                                  OC_NH + "/interface-ref/state/interface = eth0/1/5",
-                                 OC_NH + "/interface-ref/state/subinterface = 1_2",
+                                 OC_NH + "/interface-ref/state/subinterface = 12",
                                  OC_NH + "/enable-bfd/state/enabled = true",
                              }));
     /* 2 containers, 2 entries, 2 keys, 9 leaves */
@@ -360,13 +359,13 @@ TEST_P(StateReverse, OverlongValuesAreCut)
     const std::string rt = NI + "/static-route[prefix=" + repeat("1_", 100) + "]";
     const std::string nh = rt + "/next-hops/next-hop[index=" + repeat("a_", 150) + "]";
     TreePtr in = build_tree(answer(nh + "/state/index = " + repeat("a_", 150) + "\n" + nh +
-                                   "/interface-ref/state/interface = " + repeat("e_", 40) + "\n"));
+                                   "/interface-ref/state/interface = " + repeat("e_", 60) + "\n"));
     walk(in.get());
 
     Lines out = h.out_lines();
     ASSERT_EQ(out.size(), 2u);
     EXPECT_EQ(count(out, "/state/index = " + repeat("a/", 150).substr(0, 255)), 1u);
-    EXPECT_EQ(count(out, "/interface-ref/state/interface = " + repeat("e/", 40).substr(0, 63)), 1u);
+    EXPECT_EQ(count(out, "/interface-ref/state/interface = " + repeat("e/", 60).substr(0, 99)), 1u);
     EXPECT_EQ(count(out, "/static[prefix=" + repeat("1/", 100).substr(0, 127) + "]/"), 2u);
 }
 

@@ -19,6 +19,7 @@
 
 #include <libyang/libyang.h>
 
+#include "host/trace.h"
 #include "ocni_map_engine.h"
 #include "yang_context.h"
 #include "yang_data.h"
@@ -385,6 +386,18 @@ private:
         return finish(o, changes);
     }
 
+    /*
+     * Stored entries a read leaves out (the model cannot express them) are
+     * reported by the mapping as warnings on the system log: the client
+     * sees each one on stderr, and the read still succeeds.
+     */
+    static void print_read_warnings()
+    {
+        for (const std::string &l : ocni::host::syslog_lines())
+            if (l.compare(0, 2, "4:") == 0)
+                std::cerr << "ocni-map: warning: " << l.substr(2) << "\n";
+    }
+
     int get()
     {
         int rc;
@@ -403,7 +416,9 @@ private:
         if (!args_.vrf.empty() && !valid_vrf_name(args_.vrf) && !engine_->vrf_held(args_.vrf))
             return report(Outcome::fail(Outcome::kBadInput, "invalid VRF name \"" + args_.vrf + "\""));
         yang::Tree tree;
+        ocni::host::syslog_clear();
         Outcome o = engine_->get(filter, tree);
+        print_read_warnings();
         return print_tree(o, tree);
     }
 

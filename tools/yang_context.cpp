@@ -15,6 +15,7 @@ const char *const kLocalRoutingModule = "openconfig-local-routing";
 const char *const kLocalRoutingNs = "http://openconfig.net/yang/local-routing";
 const char *const kPolicyTypesModule = "openconfig-policy-types";
 const char *const kPolicyTypesNs = "http://openconfig.net/yang/policy-types";
+const char *const kNetworkInstanceTypesModule = "openconfig-network-instance-types";
 const char *const kNativeModule = "Velmar-ORN-QZ-ip-static-cfg";
 const char *const kNativeNs = "urn:velmar:yang:ip-static-cfg";
 const char *const kOperModule = "Velmar-ORN-QZ-PRIVATE-ocni-local-routing-oper";
@@ -109,8 +110,9 @@ Error Context::open(const std::string &project_dir, const std::string &openconfi
         return Error::internal("cannot create the YANG context in " + search);
     }
 
-    /* Identities STATIC, DROP and LOCAL_LINK live in the first two. */
-    for (const char *name : {kPolicyTypesModule, kLocalRoutingModule, kNetworkInstanceModule}) {
+    /* Identities STATIC, DROP and LOCAL_LINK, and the instance types, live in the first three. */
+    for (const char *name :
+         {kPolicyTypesModule, kLocalRoutingModule, kNetworkInstanceTypesModule, kNetworkInstanceModule}) {
         if (ly_ctx_load_module(ctx_, name, nullptr, nullptr) == nullptr)
             return Error::internal(std::string("cannot load YANG module ") + name + " from " + search +
                                    ": " + take_errors("not found"));

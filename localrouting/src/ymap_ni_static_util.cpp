@@ -84,6 +84,21 @@ cerrno add_key_leaf(yfw_map_ctx *ctx, zidl_yfw_datatree *root, const char *entry
 
 extern "C" {
 
+const char *ocni_path_key(const char *value, char *buf, size_t len)
+{
+    if (value == NULL)
+        value = "";
+    /* A stored name may hold anything; the host's path reader ends a bare key at "]". */
+    const bool bare = strchr(value, ']') == NULL && value[0] != '\'' && value[0] != '"';
+    if (bare)
+        snprintf(buf, len, "%s", value);
+    else if (strchr(value, '\'') == NULL)
+        snprintf(buf, len, "'%s'", value);
+    else
+        snprintf(buf, len, "\"%s\"", value);
+    return buf;
+}
+
 void oc_ni_set_data_namespace(zidl_yfw_datatree *node, const char *ns)
 {
     if (node == NULL)

@@ -55,6 +55,17 @@ OCNI_EXPORT void ni_static_yfw_map_update_ctx_current_list_ptr(yfw_map_ctx *ctx,
 OCNI_EXPORT cerrno ni_static_yfw_map_set_trim_path_list_ctx(yfw_map_ctx *ctx, const char *path,
                                                             void *fw_arg);
 
+/*
+ * The text of `value` as a key of an instance path step ("[name=TEXT]"):
+ * the value itself, or, when it holds a "]" or starts with a quote, the
+ * value in single quotes (double quotes when it holds a single quote).
+ * Cut to `len`; returns `buf`. Not exported.
+ */
+const char *ocni_path_key(const char *value, char *buf, size_t len);
+
+/* Key texts hold a value of up to 300 bytes and its quotes. */
+#define OCNI_KEY_TEXT_LEN 304
+
 #ifdef __cplusplus
 }
 #endif

@@ -22,13 +22,30 @@ namespace {
 #define OCNI_OC_NH OCNI_OC_ST "/next-hops/next-hop"
 
 const char *const k_vrf_list = "/router-static/vrfs/vrf";
+/* Value namespace of the network-instance type identities. */
+const char *const k_ns_ni_types = "http://openconfig.net/yang/network-instance-types";
 const char *const k_null_interface = "Null0";
 
 /* Generated indexes are built in a buffer of this size; longer ones are cut. */
 constexpr size_t k_index_len = 129;
-/* Interface part of a split interface name, and its subinterface. */
-constexpr size_t k_ifpart_len = 64;
+/*
+ * Interface part of a split interface name, and its subinterface. Every
+ * table keeps the whole interface part (the native model allows 99
+ * characters), so one interface reads back under one name.
+ */
+constexpr size_t k_ifpart_len = OCNI_IFNAME_LEN;
 constexpr size_t k_subif_len = 10;
+
+/* Syslog level of the warnings about stored entries a read leaves out. */
+constexpr int k_warning = 4;
+/*
+ * Suppression value that silences the rest of a native next hop the read
+ * leaves out; told apart from the framework's own 1 so that only it is
+ * cleared again, by the next entry.
+ */
+constexpr uint32_t k_left_out = 2;
+/* The same for a whole native prefix entry, cleared only by the next prefix entry. */
+constexpr uint32_t k_route_left_out = 3;
 /* OpenConfig static key "<address>/<length>". */
 constexpr size_t k_prefix_key_len = 100;
 
@@ -56,6 +73,71 @@ char *split_subinterface(char *name, char subif[k_subif_len])
     return dot;
 }
 
+/*
+ * OpenConfig numbers subinterfaces: a suffix after the first "." that is
+ * anything but digits (as a whole, before the cut) cannot be said there.
+ */
+bool subinterface_expressible(const char *dot)
+{
+    if (dot == NULL)
+        return true;
+    for (const char *c = dot + 1; *c != '\0'; ++c)
+        if (*c < '0' || *c > '9')
+            return false;
+    return true;
+}
+
+/* "<prefix>/<length> in <instance>" of the native prefix entry being read, for warnings. */
+void describe_route(yfw_map_ctx *ctx, char *buf, size_t len)
+{
+    char *vrf = NULL;
+    char *prefix = NULL;
+    char *length = NULL;
+    (void)yfw_map_get_node_info(ctx, k_vrf_list, "vrf-name", &vrf);
+    static const char *const families[] = {"vrfipv4", "vrfipv6"};
+    for (const char *af : families) {
+        char entry[OCNI_PATH_LEN];
+        snprintf(entry, sizeof entry,
+                 "/router-static/%s/address-family/%s/vrf-unicast/vrf-prefixes/vrf-prefix",
+                 vrf != NULL ? "vrfs/vrf" : "default-vrf", af);
+        if (yfw_map_get_node_info(ctx, entry, "prefix", &prefix) == YFW_RC_OK) {
+            (void)yfw_map_get_node_info(ctx, entry, "prefix-length", &length);
+            break;
+        }
+    }
+    snprintf(buf, len, "%s/%s in network instance %s", prefix != NULL ? prefix : "?",
+             length != NULL ? length : "?", vrf != NULL ? vrf : "default");
+}
+
+/*
+ * A stored next hop through `interface` that OpenConfig cannot express
+ * (its subinterface is no number): the read leaves it out, says so on the
+ * system log, and silences the rest of its native entry. One odd entry
+ * never fails the whole read.
+ */
+void leave_out_next_hop(const ocni_cb_id &id, yfw_map_ctx *ctx, const char *interface,
+                        const char *subif)
+{
+    char route[OCNI_PATH_LEN];
+    describe_route(ctx, route, sizeof route);
+    qz_syslog(k_warning,
+              "next hop through %s of %s left out: subinterface \"%s\" is not a number",
+              interface, route, subif);
+    OCNI_ERR(id, ctx, "next hop through %s left out: subinterface is not a number", interface);
+    if (ctx->req_ctx->suppress_flag == 0)
+        ctx->req_ctx->suppress_flag = k_left_out;
+}
+
+/* A new native next-hop entry (or, with `route`, prefix entry) starts unsilenced. */
+void end_left_out(yfw_map_ctx *ctx, bool route = false)
+{
+    if (ctx == NULL || ctx->req_ctx == NULL)
+        return;
+    uint32_t &flag = ctx->req_ctx->suppress_flag;
+    if (flag == k_left_out || (route && flag == k_route_left_out))
+        flag = 0;
+}
+
 /* ---------------------------------------------------------------- */
 /* Network instance and protocol parents                             */
 /* ---------------------------------------------------------------- */
@@ -65,24 +147,31 @@ zidl_yfw_datatree *add_network_instance(const ocni_cb_id &id, yfw_map_ctx *ctx,
                                         const zidl_yfw_datatree *root, const char *vrf)
 {
     yfw_map_xpath_op rec;
+    char key[OCNI_KEY_TEXT_LEN];
     cerrno rc = ocni_xpath_run(ctx, &rec, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_CONTAINER,
                                const_cast<zidl_yfw_datatree *>(root), OCNI_NS_OC_NI, NULL,
                                "/network-instances/network-instance[name=%s]/",
-                               vrf != NULL ? vrf : "default");
+                               ocni_path_key(vrf != NULL ? vrf : "default", key, sizeof key));
     if (rc == YFW_RC_NODE_EXISTS)
         OCNI_TRC(id, ctx, "default vrf already exists");
     return rec.result;
 }
 
-/* Adds a leaf below `parent`, tracing `exists_msg` when it is already there. */
+/*
+ * Adds a leaf below `parent`, tracing `exists_msg` when it is already
+ * there; an identity value gets the value namespace `value_ns`.
+ */
 void add_meta_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, zidl_yfw_datatree *parent,
-                   const char *path, const char *value, const char *exists_msg)
+                   const char *path, const char *value, const char *exists_msg,
+                   const char *value_ns = NULL)
 {
     yfw_map_xpath_op rec;
     cerrno rc = ocni_xpath_run(ctx, &rec, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LEAF, parent,
                                OCNI_NS_OC_NI, value, "%s", path);
     if (rc == YFW_RC_NODE_EXISTS)
         OCNI_TRC(id, ctx, "%s", exists_msg);
+    if (value_ns != NULL && rec.result != NULL)
+        oc_ni_set_data_namespace(rec.result, value_ns);
 }
 
 /*
@@ -136,6 +225,7 @@ cerrno prefix_list_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_
                          zidl_yfw_datatree *out)
 {
     (void)in;
+    end_left_out(ctx, true);
     char *vrf = NULL;
     (void)yfw_map_get_node_info(ctx, k_vrf_list, "vrf-name", &vrf);
 
@@ -146,20 +236,33 @@ cerrno prefix_list_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_
     rec.root = out;
     snprintf(rec.ns, sizeof rec.ns, "%s", OCNI_NS_OC_NI);
     char path[OCNI_REQ_PATH_LEN];
+    char key[OCNI_KEY_TEXT_LEN];
     snprintf(path, sizeof path,
              "/network-instances/network-instance[name=%s]/protocols/"
              "protocol[identifier=STATIC][name=DEFAULT]/",
-             vrf != NULL ? vrf : "default");
+             ocni_path_key(vrf != NULL ? vrf : "default", key, sizeof key));
     snprintf(rec.path, sizeof rec.path, "%s", path);
     snprintf(rec.schema_path, sizeof rec.schema_path, "%s",
              "/network-instances/network-instance/protocols/protocol");
     cerrno rc = yfw_map_stitch_list_to_list(ctx, &rec);
-
-    const char *name = vrf;
-    if (name == NULL) {
-        (void)ymap_oc_ni_add_vrf_metadata(ctx, out, "default");
-        name = "default";
+    if (rc != YFW_RC_OK && ocni_is_read(ctx)) {
+        /* A name no instance path can hold: this route is left out, the read goes on. */
+        char route[OCNI_PATH_LEN];
+        describe_route(ctx, route, sizeof route);
+        qz_syslog(k_warning, "route %s left out: the instance name cannot be read back", route);
+        ctx->req_ctx->suppress_flag = k_route_left_out;
+        OCNI_ASSERT_CTX(id, ctx);
+        OCNI_TRC_END(id, ctx);
+        return YFW_RC_OK;
     }
+
+    /*
+     * Kept: a named instance gets its metadata (config/name, config/type)
+     * as the default one does, because the published key leafref and the
+     * mandatory type need them; a document without them does not validate.
+     */
+    const char *name = vrf != NULL ? vrf : "default";
+    (void)ymap_oc_ni_add_vrf_metadata(ctx, out, name);
     (void)ymap_oc_ni_add_protocol_static_metadata(ctx, out, name);
 
     OCNI_ASSERT_CTX(id, ctx);
@@ -215,6 +318,7 @@ cerrno next_hop_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_dat
                       zidl_yfw_datatree *out)
 {
     OCNI_CB_BEGIN(id, ctx, in != NULL && out != NULL);
+    end_left_out(ctx);
     cerrno rc = YFW_RC_OK;
     if (yfw_map_is_request_delete(in))
         rc = yfw_map_datatree_add_path_flagged(ctx, out, OCNI_OC_NH, OCNI_NS_OC_NI, NULL, in, NULL,
@@ -252,6 +356,10 @@ cerrno interface_table_key(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yf
 
     char subif[k_subif_len];
     char *dot = split_subinterface(v, subif);
+    if (!is_null && !subinterface_expressible(dot)) {
+        leave_out_next_hop(id, ctx, v, dot + 1);
+        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
+    }
     if (p.cut_input && dot != NULL)
         *dot = '\0';
     char ifpart[k_ifpart_len];
@@ -310,6 +418,10 @@ cerrno interface_address_table_interface(const ocni_cb_id &id, yfw_map_ctx *ctx,
 
     char subif[k_subif_len];
     char *dot = split_subinterface(v, subif);
+    if (!subinterface_expressible(dot)) {
+        leave_out_next_hop(id, ctx, v, dot + 1);
+        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
+    }
     if (dot != NULL)
         *dot = '\0';
 
@@ -392,11 +504,60 @@ const char *const k_description = OCNI_OC_ST "/config/description";
 /* Index, metric and BFD of any next-hop table                       */
 /* ---------------------------------------------------------------- */
 
+/* The value of the child `name` of `node`, or NULL. */
+const char *child_value(const zidl_yfw_datatree *node, const char *name)
+{
+    if (node == NULL || node->children == NULL)
+        return NULL;
+    for (uint32_t i = 0; i < node->n_children && node->children[i].name != NULL; ++i)
+        if (strcmp(node->children[i].name, name) == 0)
+            return node->children[i].value;
+    return NULL;
+}
+
+/*
+ * Whether another next hop of the route being read already holds `index`.
+ * The native model cannot stop two entries of a route from carrying one
+ * index; OpenConfig keys next hops by it, so the second keeps its
+ * generated index and the read says so (never merges the two).
+ */
+bool index_taken(const ocni_cb_id &id, yfw_map_ctx *ctx, zidl_yfw_datatree *out,
+                 const char *index)
+{
+    zidl_yfw_datatree *self = NULL;
+    zidl_yfw_datatree *list = NULL;
+    (void)add_oc(ctx, out, OCNI_OC_NH, NULL, 0, &self);
+    (void)add_oc(ctx, out, OCNI_OC_ST "/next-hops", NULL, 0, &list);
+    if (self == NULL || list == NULL || list->children == NULL)
+        return false;
+    for (uint32_t i = 0; i < list->n_children && list->children[i].name != NULL; ++i) {
+        const zidl_yfw_datatree *nh = &list->children[i];
+        if (nh == self || strcmp(nh->name, "next-hop") != 0)
+            continue;
+        const char *other = child_value(nh, "index");
+        if (other == NULL || strcmp(other, index) != 0)
+            continue;
+        const char *own = child_value(self, "index");
+        char route[OCNI_PATH_LEN];
+        describe_route(ctx, route, sizeof route);
+        qz_syslog(k_warning,
+                  "next hop %s of %s: index \"%s\" is taken by another next hop of the route; "
+                  "read back under its generated index",
+                  own != NULL ? own : "?", route, index);
+        OCNI_ERR(id, ctx, "index %s taken by another next hop", index);
+        return true;
+    }
+    return false;
+}
+
 /* A native index replaces the generated one as the next hop's key. */
 cerrno index_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datatree *in,
                   zidl_yfw_datatree *out)
 {
     OCNI_CB_BEGIN(id, ctx, in != NULL && out != NULL);
+    if (ocni_is_read(ctx) && ctx->req_ctx->suppress_flag == 0 && in->value != NULL &&
+        index_taken(id, ctx, out, in->value))
+        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
     cerrno rc = add_oc(ctx, out, OCNI_OC_NH "/index", in->value);
     if (ocni_read_wants_config(ctx))
         rc = add_oc(ctx, out, OCNI_OC_NH "/config/index", in->value);
@@ -432,9 +593,19 @@ cerrno ymap_oc_ni_add_vrf_metadata(yfw_map_ctx *ctx, const zidl_yfw_datatree *ro
     OCNI_ASSERT_CTX(ocni_id, ctx);
     OCNI_TRC_START(ocni_id, ctx);
     zidl_yfw_datatree *ni = add_network_instance(ocni_id, ctx, root, vrf_name);
-    if (ni != NULL && ocni_read_wants_config(ctx))
+    /* The published model makes the type mandatory: every read says which kind it is. */
+    const char *type = ocni_is_default_vrf(vrf_name) ? "DEFAULT_INSTANCE" : "L3VRF";
+    if (ni != NULL && ocni_read_wants_config(ctx)) {
         add_meta_leaf(ocni_id, ctx, ni, "/config/name", vrf_name,
                       "config/name for default vrf already exists");
+        add_meta_leaf(ocni_id, ctx, ni, "/config/type", type, "config/type already exists",
+                      k_ns_ni_types);
+    }
+    if (ni != NULL && ocni_is_read_state(ctx)) {
+        add_meta_leaf(ocni_id, ctx, ni, "/state/name", vrf_name, "state/name already exists");
+        add_meta_leaf(ocni_id, ctx, ni, "/state/type", type, "state/type already exists",
+                      k_ns_ni_types);
+    }
     OCNI_CB_RETURN(ocni_id, ctx, YFW_RC_OK);
 }
 

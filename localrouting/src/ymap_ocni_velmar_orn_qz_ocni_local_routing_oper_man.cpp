@@ -55,8 +55,12 @@ const char OC_NEXT_HOP_STATE_LEAF[] =
 
 /* Size of the converted copies of an operational value. */
 const size_t INDEX_BUF_LEN = 256;
-const size_t IFNAME_BUF_LEN = 64;
+/* Interface names are kept whole as the read keeps them (99 characters in the native model). */
+const size_t IFNAME_BUF_LEN = OCNI_IFNAME_LEN;
 const size_t PREFIX_BUF_LEN = 128;
+/* The read cuts indexes to this many characters, and subinterfaces to this many. */
+const size_t INDEX_MAX = 128;
+const size_t SUBIF_MAX = 9;
 
 /* ------------------------------------------------------------------ */
 /* Leaf members                                                        */
@@ -74,10 +78,12 @@ enum class entry_key : uint8_t {
 };
 
 enum class leaf_value : uint8_t {
-    NONE,      /* no leaf: only the entries are made */
-    AS_IS,     /* the operational value unchanged */
-    CONVERTED, /* the operational value with "_" turned into "/" */
-    ENTRY_KEY  /* the converted prefix that keys the static entry */
+    NONE,         /* no leaf: only the entries are made */
+    AS_IS,        /* the operational value unchanged */
+    INDEX,        /* the index that keys the next-hop entry */
+    INTERFACE,    /* the configured interface the value names, else the value converted */
+    SUBINTERFACE, /* the value cut as the read cuts it; only a number */
+    ENTRY_KEY     /* the converted prefix that keys the static entry */
 };
 
 enum class leaf_when : uint8_t {
@@ -128,7 +134,7 @@ const leaf_member LEAF_MEMBERS[] = {
      NULL, leaf_value::NONE, leaf_when::ALWAYS},
     /* REV_NH_INDEX */
     {KEYS_NH, false, INDEX_BUF_LEN, oc_entry::NEXT_HOP, entry_key::OWN_VALUE,
-     "/state/index", leaf_value::CONVERTED, leaf_when::ALWAYS},
+     "/state/index", leaf_value::INDEX, leaf_when::ALWAYS},
     /* REV_NH_NEXTHOP */
     {KEYS_NH, true, 0, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/state/next-hop", leaf_value::AS_IS, leaf_when::NOT_IDENTITY},
@@ -137,10 +143,10 @@ const leaf_member LEAF_MEMBERS[] = {
      "/state/metric", leaf_value::AS_IS, leaf_when::ALWAYS},
     /* REV_NH_INTERFACE */
     {KEYS_NH, false, IFNAME_BUF_LEN, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
-     "/interface-ref/state/interface", leaf_value::CONVERTED, leaf_when::NOT_EMPTY},
+     "/interface-ref/state/interface", leaf_value::INTERFACE, leaf_when::NOT_EMPTY},
     /* REV_NH_SUBINTERFACE */
     {KEYS_NH, true, 0, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
-     "/interface-ref/state/subinterface", leaf_value::AS_IS, leaf_when::NOT_EMPTY},
+     "/interface-ref/state/subinterface", leaf_value::SUBINTERFACE, leaf_when::NOT_EMPTY},
     /* REV_NH_ENABLE_BFD */
     {KEYS_NH, true, 0, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/enable-bfd/state/enabled", leaf_value::AS_IS, leaf_when::NOT_EMPTY},
@@ -214,6 +220,72 @@ zidl_yfw_datatree *ensure_next_hop(yfw_map_ctx *ctx, const char *index,
     (void)ymap_ocni_get_index_list(ctx, NULL, NULL, index != NULL ? index : "", &entry,
                                    static_entry);
     return entry;
+}
+
+/* The child `name` of `node`, or NULL. */
+const zidl_yfw_datatree *child(const zidl_yfw_datatree *node, const char *name)
+{
+    if (node == NULL || node->children == NULL)
+        return NULL;
+    for (uint32_t i = 0; i < node->n_children && node->children[i].name != NULL; ++i)
+        if (strcmp(node->children[i].name, name) == 0)
+            return &node->children[i];
+    return NULL;
+}
+
+const char *child_value(const zidl_yfw_datatree *node, const char *name)
+{
+    const zidl_yfw_datatree *c = child(node, name);
+    return c != NULL ? c->value : NULL;
+}
+
+/*
+ * Whether the operational text `oper` (already converted, "_" read as "/")
+ * names the configured text `conf`: equal once "_" and "/" are taken as
+ * one, `oper` cut to `max` characters as the read cuts.
+ */
+bool names_configured(const char *conf, const char *oper, size_t max)
+{
+    size_t i = 0;
+    for (; conf[i] != '\0' && oper[i] != '\0'; ++i) {
+        const char a = conf[i] == '_' ? '/' : conf[i];
+        const char b = oper[i] == '_' ? '/' : oper[i];
+        if (a != b)
+            return false;
+    }
+    return conf[i] == '\0' && (oper[i] == '\0' || i == max);
+}
+
+/*
+ * The configured next hop of `static_entry` that the operational index
+ * names; NULL when none does. State lands on the entry its configuration
+ * reads back under: the operational key writes every "/" as "_", so an
+ * index or interface that holds "_" of its own is matched, not converted.
+ */
+const zidl_yfw_datatree *configured_next_hop(const zidl_yfw_datatree *static_entry,
+                                             const char *index)
+{
+    const zidl_yfw_datatree *list = child(static_entry, "next-hops");
+    if (list == NULL || list->children == NULL || index == NULL)
+        return NULL;
+    for (uint32_t i = 0; i < list->n_children && list->children[i].name != NULL; ++i) {
+        const zidl_yfw_datatree *nh = &list->children[i];
+        const char *conf = child_value(nh, "index");
+        if (strcmp(nh->name, "next-hop") == 0 && conf != NULL &&
+            names_configured(conf, index, INDEX_MAX))
+            return nh;
+    }
+    return NULL;
+}
+
+/* A subinterface as the read gives it: cut to its first 9 characters, and only a number. */
+bool subinterface_text(const char *value, char (&buf)[SUBIF_MAX + 1])
+{
+    snprintf(buf, sizeof buf, "%s", value);
+    for (const char *c = value; *c != '\0'; ++c)
+        if (*c < '0' || *c > '9')
+            return false;
+    return buf[0] != '\0';
 }
 
 /* Points the framework's list context at `entry` of the list `list_path`. */
@@ -294,9 +366,20 @@ cerrno rev_leaf(const ocni_cb_id &id, const oper_family &fam, const leaf_member 
                                  ? in_value
                                  : keys.prefix;
     zidl_yfw_datatree *entry = ensure_static(ctx, keys.vrf, static_key, out, prefix);
-    if (m.entry == oc_entry::NEXT_HOP && entry != NULL)
-        entry = ensure_next_hop(ctx, m.key_from == entry_key::OWN_VALUE ? converted : keys.index,
-                                entry);
+    const char *index = m.key_from == entry_key::OWN_VALUE ? converted : keys.index;
+    const zidl_yfw_datatree *configured = NULL;
+    if (m.entry == oc_entry::NEXT_HOP && entry != NULL) {
+        /* A route read with its configuration: its state goes to the configured next hops only. */
+        if (child(entry, "config") != NULL) {
+            configured = configured_next_hop(entry, index);
+            if (configured == NULL) {
+                OCNI_TRC(id, ctx, "no configured next hop %s: state left out", index);
+                OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
+            }
+            index = child_value(configured, "index");
+        }
+        entry = ensure_next_hop(ctx, index, entry);
+    }
 
     if (m.value == leaf_value::NONE)
         OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
@@ -311,14 +394,50 @@ cerrno rev_leaf(const ocni_cb_id &id, const oper_family &fam, const leaf_member 
         OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
 
     const char *value = in_value;
-    if (m.value == leaf_value::CONVERTED)
-        value = converted;
-    else if (m.value == leaf_value::ENTRY_KEY)
+    char subif[SUBIF_MAX + 1];
+    switch (m.value) {
+    case leaf_value::INDEX:
+        value = index;
+        break;
+    case leaf_value::INTERFACE: {
+        const char *conf = child_value(child(child(configured, "interface-ref"), "config"),
+                                       "interface");
+        value = conf != NULL && names_configured(conf, converted, IFNAME_BUF_LEN - 1) ? conf
+                                                                                        : converted;
+        break;
+    }
+    case leaf_value::SUBINTERFACE:
+        if (!subinterface_text(in_value, subif)) {
+            OCNI_ERR(id, ctx, "subinterface %s is not a number: left out", in_value);
+            OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
+        }
+        value = subif;
+        break;
+    case leaf_value::ENTRY_KEY:
         value = prefix;
+        break;
+    default:
+        break;
+    }
 
     yfw_map_xpath_op rec;
-    cerrno rc = ocni_xpath_run(ctx, &rec, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LEAF, entry,
-                               OCNI_NS_OC_NI, value, "%s", m.leaf);
+    cerrno rc;
+    if (value != NULL && value[0] == '\0') {
+        /*
+         * An empty value is a value: the record cannot carry one, so the leaf
+         * goes in by schema path under the entries just made current.
+         */
+        char path[OCNI_REQ_PATH_LEN];
+        snprintf(path, sizeof path, "%s%s",
+                 m.entry == oc_entry::NEXT_HOP ? OC_NEXT_HOP_LIST : OC_STATIC_LIST, m.leaf);
+        memset(&rec, 0, sizeof rec);
+        rec.root = entry;
+        rc = yfw_map_datatree_add_path_flagged(ctx, out, path, OCNI_NS_OC_NI, "", NULL,
+                                               &rec.result, 0, 0);
+    } else {
+        rc = ocni_xpath_run(ctx, &rec, YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LEAF, entry,
+                            OCNI_NS_OC_NI, value, "%s", m.leaf);
+    }
     if (rc == YFW_RC_NODE_EXISTS)
         OCNI_TRC(id, ctx, EXISTS_TRACE);
 
@@ -387,11 +506,15 @@ cerrno ymap_ocni_get_prefix_list(yfw_map_ctx *ctx, const char *ns, const char *v
     OCNI_CB_ID_DECL();
     char path[OCNI_REQ_PATH_LEN];
 
+    char vrf_key[OCNI_KEY_TEXT_LEN];
+    char prefix_key[OCNI_KEY_TEXT_LEN];
+
     (void)ns;
     snprintf(path, sizeof path,
              "/network-instances/network-instance[name=%s]/protocols/"
              "protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=%s]/",
-             vrf != NULL ? vrf : "", prefix != NULL ? prefix : "");
+             ocni_path_key(vrf, vrf_key, sizeof vrf_key),
+             ocni_path_key(prefix, prefix_key, sizeof prefix_key));
     return add_entry(ocni_id, ctx, root, entry, path);
 }
 
@@ -402,9 +525,12 @@ cerrno ymap_ocni_get_index_list(yfw_map_ctx *ctx, const char *ns, const char *pr
     OCNI_CB_ID_DECL();
     char path[OCNI_REQ_PATH_LEN];
 
+    char key[OCNI_KEY_TEXT_LEN];
+
     (void)ns;
     (void)prefix_path;
-    snprintf(path, sizeof path, "/next-hops/next-hop[index=%s]/", index != NULL ? index : "");
+    snprintf(path, sizeof path, "/next-hops/next-hop[index=%s]/",
+             ocni_path_key(index, key, sizeof key));
     return add_entry(ocni_id, ctx, root, entry, path);
 }
 

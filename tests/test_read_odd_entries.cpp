@@ -1,0 +1,195 @@
+/*
+ * Reads of a store holding entries the router accepted but OpenConfig finds
+ * odd: whatever one entry holds, get and get --state succeed, every other
+ * route reads unchanged, an entry the model cannot express is left out with
+ * a warning naming it, and state lands on the entry its configuration reads
+ * back under.
+ */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "host/trace.h"
+#include "walker_fixture.h"
+
+using namespace ocni::host;
+using namespace ocni::test;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string NAT = "/router-static/default-vrf/address-family/";
+const std::string V4 = NAT + "vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.1.0.0][prefix-length=16]"
+                             "/vrf-route/vrf-next-hop-table/";
+const std::string V6 = NAT + "vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=2001:db8::][prefix-length=64]"
+                             "/vrf-route/vrf-next-hop-table/";
+const std::string ST = oc_static_routes("default") + "/static[prefix=10.1.0.0/16]";
+const std::string ST6 = oc_static_routes("default") + "/static[prefix=2001:db8::/64]";
+
+/* Index keys as dumped paths write them. */
+std::string nh(const std::string &index, const std::string &st = ST)
+{
+    return st + "/next-hops/next-hop[index=" + index + "]";
+}
+
+/* A route next to every odd one: it must read the same whatever the store holds beside it. */
+const std::string PLAIN_SEED =
+    NAT + "vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.9.0.0][prefix-length=16]/vrf-route/"
+          "vrf-next-hop-table/vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/metric = 3\n";
+const std::string PLAIN = oc_static_routes("default") + "/static[prefix=10.9.0.0/16]/next-hops/next-hop[index=##192.0.2.9##]";
+
+const std::string IF95 = "Gi" + std::string(88, 'x') + "0/0/1"; /* interface part of a 97-character name */
+const std::string ADDR38 = "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff";
+/* "##<interface>.7##<address>##" cut to the 128 characters an index holds. */
+const std::string LONG_INDEX = ("##" + IF95 + ".7##" + ADDR38 + "##").substr(0, 128);
+
+struct OddCase {
+    const char *name;
+    std::string seed;          /* native configuration lines */
+    Lines want;                /* in get and in get --state */
+    Lines want_state;          /* in get --state */
+    Lines absent;              /* text in neither */
+    Lines warnings;            /* each in one warning of each read */
+};
+
+void PrintTo(const OddCase &c, std::ostream *os) { *os << c.name; }
+
+const OddCase CASES[] = {
+    {"SubinterfaceOfMoreThanNineDigitsIsCutInStateAsInConfig",
+     V4 + "vrf-next-hop-interface-name[interface-name=Gi0/0/0/1.123456789012]/metric = 1\n",
+     {nh("##Gi0/0/0/1.123456789012##") + "/interface-ref/config/subinterface = 123456789"},
+     {nh("##Gi0/0/0/1.123456789012##") + "/interface-ref/state/subinterface = 123456789"},
+     {},
+     {}},
+    /* The route's other next hop, mapped after the odd one, keeps all its leaves. */
+    {"NextHopWithANonNumericSubinterfaceIsLeftOutWithAWarning",
+     V4 + "vrf-next-hop-interface-name[interface-name=Gi0/0/0/3.abc]/index = odd\n" +
+         V4 + "vrf-next-hop-interface-name[interface-name=Gi0/0/0/3.abc]/tag = 9\n" +
+         V4 + "vrf-next-hop-interface-name[interface-name=Gi0/0/0/4.5]/metric = 6\n" +
+         V6 + "vrf-next-hop-interface-name-next-hop-address[interface-name=Gi0/0/0/2.1.2]"
+              "[next-hop-address=2001:db8::2]/metric = 1\n",
+     {nh("##Gi0/0/0/4.5##") + "/config/metric = 6", ST6 + "/config/prefix = 2001:db8::/64"},
+     {nh("##Gi0/0/0/4.5##") + "/state/metric = 6"},
+     {"Gi0/0/0/3", "Gi0/0/0/2", "index=odd", "config/set-tag"},
+     {"Gi0/0/0/3.abc of 10.1.0.0/16 in network instance default left out: subinterface \"abc\"",
+      "Gi0/0/0/2.1.2 of 2001:db8::/64 in network instance default left out: subinterface \"1.2\""}},
+    {"IndexCutInConfigIsTheIndexOfState",
+     V6 + "vrf-next-hop-interface-name-next-hop-address[interface-name=" + IF95 + ".7][next-hop-address=" +
+         ADDR38 + "]/metric = 2\n",
+     {nh(LONG_INDEX, ST6) + "/config/index = " + LONG_INDEX},
+     {nh(LONG_INDEX, ST6) + "/state/index = " + LONG_INDEX, nh(LONG_INDEX, ST6) + "/state/metric = 2"},
+     {},
+     {}},
+    {"UnderscoresInNamesKeepStateOnTheConfiguredEntry",
+     V4 + "vrf-next-hop-interface-name[interface-name=tunnel_te1.2]/index = my_idx\n",
+     {nh("my_idx") + "/interface-ref/config/interface = tunnel_te1"},
+     {nh("my_idx") + "/state/index = my_idx", nh("my_idx") + "/interface-ref/state/interface = tunnel_te1",
+      nh("my_idx") + "/state/next-hop = LOCAL_LINK"},
+     {"my/idx", "tunnel/te1", "##tunnel"},
+     {}},
+    {"EmptyDescriptionIsAnEmptyLeafInStateToo",
+     V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.5]/description = \n",
+     {ST + "/config/description = "},
+     {ST + "/state/description = "},
+     {},
+     {}},
+    {"VrfNameWithABracketReads",
+     "/router-static/vrfs/vrf[vrf-name='r]d']/address-family/vrfipv4/vrf-unicast/vrf-prefixes/"
+     "vrf-prefix[prefix=10.3.0.0][prefix-length=16]/vrf-route/vrf-next-hop-table/"
+     "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.3]/metric = 2\n",
+     {"/network-instances/network-instance[name='r]d']/config/name = r]d",
+      "/network-instances/network-instance[name='r]d']/config/type = L3VRF",
+      nh("##192.0.2.3##", oc_static_routes("'r]d'") + "/static[prefix=10.3.0.0/16]") + "/config/metric = 2"},
+     {"/network-instances/network-instance[name='r]d']/state/type = L3VRF",
+      nh("##192.0.2.3##", oc_static_routes("'r]d'") + "/static[prefix=10.3.0.0/16]") + "/state/metric = 2"},
+     {},
+     {}},
+    {"TwoNextHopsWithOneIndexStayTwo",
+     V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.5]/index = dup\n" + V4 +
+         "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.6]/index = dup\n",
+     {nh("dup") + "/config/next-hop = 192.0.2.5", nh("##192.0.2.6##") + "/config/next-hop = 192.0.2.6"},
+     {nh("dup") + "/state/next-hop = 192.0.2.5", nh("##192.0.2.6##") + "/state/next-hop = 192.0.2.6"},
+     {},
+     {"next hop ##192.0.2.6## of 10.1.0.0/16 in network instance default: index \"dup\" is taken"}},
+    {"InterfaceReadsWholeInEveryTable",
+     V4 + "vrf-next-hop-interface-name[interface-name=" + IF95 + ".3]/metric = 1\n" + V4 +
+         "vrf-next-hop-interface-name-next-hop-address[interface-name=" + IF95 +
+         ".3][next-hop-address=192.0.2.4]/metric = 1\n",
+     {nh("##" + IF95 + ".3##") + "/interface-ref/config/interface = " + IF95,
+      nh("##" + IF95 + ".3##192.0.2.4##") + "/interface-ref/config/interface = " + IF95},
+     {nh("##" + IF95 + ".3##") + "/interface-ref/state/interface = " + IF95,
+      nh("##" + IF95 + ".3##192.0.2.4##") + "/interface-ref/state/interface = " + IF95},
+     {},
+     {}},
+    {"IndexesWithBracketsGetTheirState",
+     V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.7]/index = a]b\n" + V4 +
+         "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.8]/index = [v]\n",
+     {nh("'a]b'") + "/config/index = a]b", nh("'[v]'") + "/config/index = [v]"},
+     {nh("'a]b'") + "/state/next-hop = 192.0.2.7", nh("'[v]'") + "/state/index = [v]"},
+     {},
+     {}},
+};
+
+class OddEntries : public WalkerFixture, public ::testing::WithParamInterface<OddCase> {};
+
+/* Next hops of the read that carry their configuration (the entry paths). */
+Lines configured_next_hops(const Lines &lines)
+{
+    Lines out;
+    for (const std::string &l : lines) {
+        size_t at = l.find("/config/index = ");
+        if (at != std::string::npos && l.find("/next-hops/next-hop[") != std::string::npos)
+            out.push_back(l.substr(0, at + 1));
+    }
+    return out;
+}
+
+TEST_P(OddEntries, ReadSucceedsAndEveryOtherRouteIsUnchanged)
+{
+    const OddCase &c = GetParam();
+    native_edit(PLAIN_SEED + c.seed);
+    for (bool state : {false, true}) {
+        SCOPED_TRACE(state ? "get --state" : "get");
+        syslog_clear();
+        const Lines lines = read(state);
+        const auto has = [&](const std::string &l) { return std::find(lines.begin(), lines.end(), l) != lines.end(); };
+
+        Lines want = c.want;
+        want.push_back(PLAIN + "/config/metric = 3");
+        if (state) {
+            want.insert(want.end(), c.want_state.begin(), c.want_state.end());
+            want.push_back(PLAIN + "/state/metric = 3");
+        }
+        for (const std::string &w : want)
+            EXPECT_TRUE(has(w)) << w << "\n" << ::testing::PrintToString(lines);
+        for (const std::string &a : c.absent)
+            for (const std::string &l : lines)
+                EXPECT_EQ(l.find(a), std::string::npos) << l;
+        /* State never makes a next hop of its own: its entry always carries configuration. */
+        const Lines cfg = configured_next_hops(lines);
+        for (const std::string &l : lines) {
+            if (l.find("/next-hops/next-hop[") == std::string::npos || l.find("/state/") == std::string::npos)
+                continue;
+            EXPECT_TRUE(std::any_of(cfg.begin(), cfg.end(),
+                                    [&](const std::string &e) { return l.compare(0, e.size(), e) == 0; }))
+                << "state only: " << l;
+        }
+
+        Lines warned;
+        for (const std::string &l : syslog_lines())
+            if (l.compare(0, 2, "4:") == 0)
+                warned.push_back(l);
+        EXPECT_EQ(warned.size(), c.warnings.size()) << ::testing::PrintToString(warned);
+        for (const std::string &w : c.warnings)
+            EXPECT_TRUE(std::any_of(warned.begin(), warned.end(),
+                                    [&](const std::string &l) { return l.find(w) != std::string::npos; }))
+                << w;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Store, OddEntries, ::testing::ValuesIn(CASES),
+                         [](const ::testing::TestParamInfo<OddCase> &i) { return std::string(i.param.name); });
+
+} // namespace
