@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "context.h"
+#include "native_gate.h"
 #include "trace.h"
 #include "tree.h"
 
@@ -584,6 +585,20 @@ std::vector<std::string> vrfs_named(const zidl_yfw_datatree *root)
     return out;
 }
 
+/* The native gate over a native tree; a refusal is the user's input, named as they wrote it. */
+bool gate_passes(const zidl_yfw_datatree *tree, const std::function<bool(const std::string &)> &known,
+                 bool openconfig, WalkResult &r)
+{
+    GateFault f;
+    if (gate_native_tree(tree, known, f))
+        return true;
+    r = WalkResult{};
+    r.rc = YFW_RC_INVALID_REQUEST;
+    r.message = openconfig ? f.openconfig_sentence() : f.sentence() + " (at " + f.native_path + ")";
+    r.bad_input = true;
+    return false;
+}
+
 } // namespace
 
 EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
@@ -616,9 +631,18 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
     std::string err;
     size_t statics = 0;
     bool misfit = false;
+    const std::vector<std::string> created = vrfs_named(input);
+    auto known = [&](const std::string &v) {
+        return config_.vrf_known(v) || std::find(created.begin(), created.end(), v) != created.end();
+    };
+    WalkResult refused;
     run.after_static = [&]() {
         if (++statics % EDIT_BATCH != 0)
             return true;
+        if (!gate_passes(run.out, known, true, refused)) {
+            run.fail.rc = refused.rc;
+            return false;
+        }
         if (!config_.apply(run.out, o.changes, err)) {
             misfit = true;
             run.fail.rc = YFW_RC_MAP_FAILED;
@@ -640,7 +664,11 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
         o.result.rc = YFW_RC_MAP_FAILED;
     flush_trace(opt_, run.ctx);
     last_output_ = run.out;
-    if (o.result.ok() && !config_.apply(run.out, o.changes, err))
+    if (o.result.ok())
+        gate_passes(run.out, known, true, refused);
+    if (refused.bad_input)
+        o.result = refused;
+    else if (o.result.ok() && !config_.apply(run.out, o.changes, err))
         misfit = true;
     if (misfit) {
         o.result.rc = YFW_RC_MAP_FAILED;
@@ -669,6 +697,8 @@ EditOutcome Walker::native_edit(const zidl_yfw_datatree *input, bool dry_run)
 {
     EditOutcome o;
     std::string err;
+    if (!gate_passes(input, [&](const std::string &v) { return config_.vrf_known(v); }, false, o.result))
+        return o;
     if (!config_.apply(input, o.changes, err)) {
         o.result.rc = YFW_RC_INVALID_REQUEST;
         o.result.message = err;

@@ -43,6 +43,8 @@ protected:
         plugin_ = Plugin::load(plugin_path(), err);
         ASSERT_NE(plugin_, nullptr) << err;
         walker_ = std::make_unique<Walker>(*plugin_, config_);
+        std::vector<std::string> changes;
+        ASSERT_TRUE(config_.add_vrf("red", changes)); /* native edits name VRFs the router knows */
     }
 
     /* Applies native configuration lines as the router's command line would. */
@@ -142,8 +144,6 @@ TEST_F(WalkerRead, StateReadAddsProtocolStateAndBfdState)
 
 TEST_F(WalkerRead, RoutesEditedThroughOpenConfigReadBackUnderTheirIndex)
 {
-    std::vector<std::string> changes;
-    ASSERT_TRUE(config_.add_vrf("red", changes));
     /* The plug-in asks the VRF store whether the network instance exists. */
     ASSERT_EQ(store_add_vrf("red"), 0u);
     const std::string s = NI + "[name=red]" + PROTO + "/static-routes/static[prefix=172.16.0.0/12]";
