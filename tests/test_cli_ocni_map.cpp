@@ -149,7 +149,7 @@ TEST_F(Cli, UsageErrorsExitTwo)
         {"vrf", "usage: ocni-map vrf"},
         {"vrf rename red", "unknown vrf command rename"},
         {"vrf add", "usage: ocni-map vrf"},
-        {"vrf add this-name-is-far-too-long-for-a-vrf-of-the-router", "invalid VRF name"},
+        {"vrf add this-name-is-far-too-long-for-a-vrf-of-the-router", "is longer than 32 characters"},
         {"get --vrf", "--vrf needs a name"},
         {"get --prefix 10.1.1.1/24", "\"10.1.1.0/24\""},
         {"get --prefix tomato", "invalid prefix \"tomato\""},
