@@ -14,7 +14,7 @@ if [ ! -f "$BUILD/CMakeCache.txt" ]; then
   CC=clang CXX=clang++ cmake -S . -B "$BUILD" -DOCNI_FUZZ=ON -DOCNI_SANITIZE=ON -DOCNI_BUILD_TESTS=OFF \
     -DOCNI_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi
-cmake --build "$BUILD" -j2 --target "$TARGET" >/dev/null
+cmake --build "$BUILD" -j"$(nproc)" --target "$TARGET" >/dev/null
 NAME=${TARGET#fuzz_}
 mkdir -p "$BUILD/corpus/$TARGET"
 cd "$BUILD"
