@@ -330,7 +330,7 @@ std::string GateFault::openconfig_sentence() const
             at += "/interface-ref/config/interface";
         else if (leaf == "prefix" || leaf == "prefix-length")
             at += "/config/prefix";
-        else if (leaf != "index")
+        else
             at += "/config/" + std::string(oc);
     }
     return std::string(oc) + " \"" + shown(value) + "\" " + problem + " (at " + shown(at) + ")";
