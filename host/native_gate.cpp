@@ -6,6 +6,8 @@
 
 #include <arpa/inet.h>
 
+#include "host/native_apply.h"
+
 #include <cstring>
 
 namespace ocni::host {
@@ -125,7 +127,7 @@ std::string address_fault(const std::string &text, bool ipv4, unsigned char *byt
 
 class Gate {
 public:
-    Gate(const std::function<bool(const std::string &)> &known, GateFault &f) : known_(known), f_(f) {}
+    Gate(const GateContext &gc, GateFault &f) : gc_(gc), f_(f) {}
 
     bool root(const zidl_yfw_datatree *root)
     {
@@ -137,7 +139,7 @@ public:
     }
 
 private:
-    const std::function<bool(const std::string &)> &known_;
+    const GateContext &gc_;
     GateFault &f_;
     bool ok_ = true;
 
@@ -206,7 +208,7 @@ private:
         std::string why = vrf_name_fault(f_.vrf);
         if (!why.empty())
             return fail(leaf, path, why);
-        if (!known_(f_.vrf))
+        if (gc_.vrf_known && !gc_.vrf_known(f_.vrf))
             return fail(leaf, path, "is not a VRF the router knows");
         return true;
     }
@@ -241,13 +243,43 @@ private:
 
     bool next_hop(const zidl_yfw_datatree *n, const std::string &path, uint32_t op)
     {
+        const zidl_yfw_datatree *index = nullptr;
         for_children(n, [&](const zidl_yfw_datatree *c) {
             if (c->value == nullptr || (c->flags & YFW_DT_F_CHILDREN) || is_delete(effective_op(c, op)))
                 return true;
+            if (strcmp(c->name, "index") == 0)
+                index = c;
             leaf(c, path);
             return ok_;
         });
+        if (ok_ && index != nullptr && gc_.config != nullptr)
+            index_free(n, index, path);
         return ok_;
+    }
+
+    /* The stored next hop this entry names keeps its own index, if it has one. */
+    void index_free(const zidl_yfw_datatree *n, const zidl_yfw_datatree *index, const std::string &path)
+    {
+        const char *const tables[] = {"vrf-next-hop-interface-name", "vrf-next-hop-interface-name-next-hop-address",
+                                      "vrf-next-hop-next-hop-address"};
+        NhKey k;
+        for (int t = 0; t < 3; ++t)
+            if (strcmp(n->name, tables[t]) == 0)
+                k.table = static_cast<NhTable>(t);
+        const char *ifn = child_value(n, "interface-name"), *addr = child_value(n, "next-hop-address");
+        k.interface = k.table != NhTable::Address && ifn != nullptr ? ifn : "";
+        k.address = k.table != NhTable::Interface && addr != nullptr ? addr : "";
+        const Route *r = gc_.config->find_route(RouteKey{f_.vrf, f_.ipv4, f_.prefix, f_.length});
+        if (r == nullptr)
+            return;
+        auto nh = r->next_hops.find(k);
+        if (nh == r->next_hops.end())
+            return;
+        auto stored = nh->second.find("index");
+        if (stored != nh->second.end() && !stored->second.empty() && stored->second != index->value)
+            fail(index, path,
+                 "names the next hop stored as index \"" + stored->second + "\" (same address and interface); delete "
+                 "that one first or give this one its own address or interface");
     }
 
     void leaf(const zidl_yfw_datatree *c, const std::string &path)
@@ -336,13 +368,12 @@ std::string GateFault::openconfig_sentence() const
     return std::string(oc) + " \"" + shown(value) + "\" " + problem + " (at " + shown(at) + ")";
 }
 
-bool gate_native_tree(const zidl_yfw_datatree *root, const std::function<bool(const std::string &)> &vrf_known,
-                      GateFault &fault)
+bool gate_native_tree(const zidl_yfw_datatree *root, const GateContext &gc, GateFault &fault)
 {
     fault = GateFault{};
     if (root == nullptr)
         return true;
-    return Gate(vrf_known, fault).root(root);
+    return Gate(gc, fault).root(root);
 }
 
 } // namespace ocni::host

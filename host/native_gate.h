@@ -49,15 +49,27 @@ struct GateFault {
     std::string openconfig_sentence() const;
 };
 
+class NativeConfig;
+
+/* What the gate compares a tree with. */
+struct GateContext {
+    /* Whether the router knows a named VRF. */
+    std::function<bool(const std::string &)> vrf_known;
+    /*
+     * With the configuration of an OpenConfig edit: an index given to a
+     * stored next hop that carries another index is refused (one native
+     * next hop cannot be two OpenConfig next hops).
+     */
+    const NativeConfig *config = nullptr;
+};
+
 /*
  * Checks the children of `root` ("router-static"). Nodes carrying (or
  * inheriting) a delete or remove are not checked below their keys:
- * removing what is not there changes nothing. `vrf_known` answers whether
- * the router knows a named VRF. False with `fault` set on the first
- * value that fails.
+ * removing what is not there changes nothing. False with `fault` set on
+ * the first value that fails.
  */
-bool gate_native_tree(const zidl_yfw_datatree *root, const std::function<bool(const std::string &)> &vrf_known,
-                      GateFault &fault);
+bool gate_native_tree(const zidl_yfw_datatree *root, const GateContext &gc, GateFault &fault);
 
 } // namespace ocni::host
 

@@ -586,11 +586,10 @@ std::vector<std::string> vrfs_named(const zidl_yfw_datatree *root)
 }
 
 /* The native gate over a native tree; a refusal is the user's input, named as they wrote it. */
-bool gate_passes(const zidl_yfw_datatree *tree, const std::function<bool(const std::string &)> &known,
-                 bool openconfig, WalkResult &r)
+bool gate_passes(const zidl_yfw_datatree *tree, const GateContext &gc, bool openconfig, WalkResult &r)
 {
     GateFault f;
-    if (gate_native_tree(tree, known, f))
+    if (gate_native_tree(tree, gc, f))
         return true;
     r = WalkResult{};
     r.rc = YFW_RC_INVALID_REQUEST;
@@ -632,9 +631,11 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
     size_t statics = 0;
     bool misfit = false;
     const std::vector<std::string> created = vrfs_named(input);
-    auto known = [&](const std::string &v) {
+    GateContext known;
+    known.vrf_known = [&](const std::string &v) {
         return config_.vrf_known(v) || std::find(created.begin(), created.end(), v) != created.end();
     };
+    known.config = &config_;
     WalkResult refused;
     run.after_static = [&]() {
         if (++statics % EDIT_BATCH != 0)
@@ -697,7 +698,9 @@ EditOutcome Walker::native_edit(const zidl_yfw_datatree *input, bool dry_run)
 {
     EditOutcome o;
     std::string err;
-    if (!gate_passes(input, [&](const std::string &v) { return config_.vrf_known(v); }, false, o.result))
+    GateContext known;
+    known.vrf_known = [&](const std::string &v) { return config_.vrf_known(v); };
+    if (!gate_passes(input, known, false, o.result))
         return o;
     if (!config_.apply(input, o.changes, err)) {
         o.result.rc = YFW_RC_INVALID_REQUEST;

@@ -212,6 +212,8 @@ TEST_F(Gate, OpenConfigEditsAreCheckedBeyondTheModel)
         {"two drops", oc("default", route("10.20.0.0/16", hop("a", "openconfig-local-routing:DROP") + "," +
                                                              hop("b", "openconfig-local-routing:DROP"))),
          OC, 2, "next hops a and b"},
+        {"a new index on a stored next hop", oc("red", route("10.1.0.0/16", hop("2", "192.0.2.1"))), OC, 2,
+         "index \"2\" names the next hop stored as index \"1\""},
         {"IPv6 next hop, IPv4 route", oc("default", route("10.20.0.0/16", hop("1", "2001:db8::1"))), OC, 2,
          "next hop 2001:db8::1 is IPv6, route 10.20.0.0/16 is IPv4"},
         {"IPv4 next hop, IPv6 route", oc("red", route("2001:db8::/32", hop("1", "192.0.2.1"))), OC, 2,
