@@ -9,6 +9,7 @@
 #include "host/native_apply.h"
 
 #include <cstring>
+#include <vector>
 
 namespace ocni::host {
 
@@ -132,7 +133,7 @@ public:
     bool root(const zidl_yfw_datatree *root)
     {
         for_children(root, [&](const zidl_yfw_datatree *n) {
-            walk(n, "/" + std::string(n->name), effective_op(n, YFW_DT_OP_MERGE));
+            walk(n, effective_op(n, YFW_DT_OP_MERGE));
             return ok_;
         });
         return ok_;
@@ -142,8 +143,10 @@ private:
     const GateContext &gc_;
     GateFault &f_;
     bool ok_ = true;
+    /* The nodes from the tree's top down to the one being checked (paths are built only for a fault). */
+    std::vector<const zidl_yfw_datatree *> stack_;
 
-    bool fail(const zidl_yfw_datatree *leaf, const std::string &path, std::string problem)
+    bool fail(const zidl_yfw_datatree *leaf, std::string problem)
     {
         if (!ok_)
             return false;
@@ -151,7 +154,9 @@ private:
         f_.leaf = leaf->name;
         f_.value = leaf->value != nullptr ? leaf->value : "";
         f_.problem = std::move(problem);
-        f_.native_path = path + "/" + leaf->name;
+        for (const zidl_yfw_datatree *n : stack_)
+            f_.native_path += "/" + step(n);
+        f_.native_path += "/" + std::string(leaf->name);
         return false;
     }
 
@@ -168,36 +173,43 @@ private:
         return s;
     }
 
-    void walk(const zidl_yfw_datatree *n, const std::string &path, uint32_t op)
+    void walk(const zidl_yfw_datatree *n, uint32_t op)
+    {
+        stack_.push_back(n);
+        check(n, op);
+        stack_.pop_back();
+    }
+
+    void check(const zidl_yfw_datatree *n, uint32_t op)
     {
         const char *name = n->name;
         if (strcmp(name, "vrf") == 0 || strcmp(name, "default-vrf") == 0) {
             const char *v = child_value(n, "vrf-name");
             f_.vrf = strcmp(name, "default-vrf") == 0 ? "default" : v != nullptr ? v : "";
-            if (v != nullptr && !is_delete(op) && !vrf(n, path))
+            if (v != nullptr && !is_delete(op) && !vrf(n))
                 return;
         } else if (strcmp(name, "vrfipv4") == 0 || strcmp(name, "vrfipv6") == 0) {
             f_.ipv4 = name[6] == '4';
         } else if (strcmp(name, "vrf-prefix") == 0) {
             f_.prefix = f_.length = f_.index = "";
-            if (!is_delete(op) && !prefix(n, path))
+            if (!is_delete(op) && !prefix(n))
                 return;
         } else if (strncmp(name, "vrf-next-hop-", 13) == 0 && (n->flags & YFW_DT_F_LIST)) {
             const char *idx = child_value(n, "index");
             f_.index = idx != nullptr ? idx : "";
-            if (!is_delete(op) && !next_hop(n, path, op))
+            if (!is_delete(op) && !next_hop(n, op))
                 return;
         }
         if (is_delete(op))
             return;
         for_children(n, [&](const zidl_yfw_datatree *c) {
             if (c->flags & YFW_DT_F_CHILDREN)
-                walk(c, path + "/" + step(c), effective_op(c, op));
+                walk(c, effective_op(c, op));
             return ok_;
         });
     }
 
-    bool vrf(const zidl_yfw_datatree *n, const std::string &path)
+    bool vrf(const zidl_yfw_datatree *n)
     {
         const zidl_yfw_datatree *leaf = nullptr;
         for_children(n, [&](const zidl_yfw_datatree *c) {
@@ -207,13 +219,13 @@ private:
         });
         std::string why = vrf_name_fault(f_.vrf);
         if (!why.empty())
-            return fail(leaf, path, why);
+            return fail(leaf, why);
         if (gc_.vrf_known && !gc_.vrf_known(f_.vrf))
-            return fail(leaf, path, "is not a VRF the router knows");
+            return fail(leaf, "is not a VRF the router knows");
         return true;
     }
 
-    bool prefix(const zidl_yfw_datatree *n, const std::string &path)
+    bool prefix(const zidl_yfw_datatree *n)
     {
         const zidl_yfw_datatree *p = nullptr, *l = nullptr;
         for_children(n, [&](const zidl_yfw_datatree *c) {
@@ -230,18 +242,18 @@ private:
         const uint64_t max = f_.ipv4 ? 32 : 128;
         uint64_t len = 0;
         if (!decimal_u32(l->value, max, &len))
-            return fail(l, path, "is not a prefix length from 0 to " + std::to_string(max));
+            return fail(l, "is not a prefix length from 0 to " + std::to_string(max));
         unsigned char b[16];
         std::string why = address_fault(p->value, f_.ipv4, b);
         if (!why.empty())
-            return fail(p, path, why);
+            return fail(p, why);
         for (uint64_t bit = len; bit < max; ++bit)
             if (b[bit / 8] & (0x80 >> (bit % 8)))
-                return fail(p, path, "has bits set beyond its prefix length " + std::to_string(len));
+                return fail(p, "has bits set beyond its prefix length " + std::to_string(len));
         return true;
     }
 
-    bool next_hop(const zidl_yfw_datatree *n, const std::string &path, uint32_t op)
+    bool next_hop(const zidl_yfw_datatree *n, uint32_t op)
     {
         const zidl_yfw_datatree *index = nullptr;
         for_children(n, [&](const zidl_yfw_datatree *c) {
@@ -249,16 +261,16 @@ private:
                 return true;
             if (strcmp(c->name, "index") == 0)
                 index = c;
-            leaf(c, path);
+            leaf(c);
             return ok_;
         });
         if (ok_ && index != nullptr && gc_.config != nullptr)
-            index_free(n, index, path);
+            index_free(n, index);
         return ok_;
     }
 
     /* The stored next hop this entry names keeps its own index, if it has one. */
-    void index_free(const zidl_yfw_datatree *n, const zidl_yfw_datatree *index, const std::string &path)
+    void index_free(const zidl_yfw_datatree *n, const zidl_yfw_datatree *index)
     {
         const char *const tables[] = {"vrf-next-hop-interface-name", "vrf-next-hop-interface-name-next-hop-address",
                                       "vrf-next-hop-next-hop-address"};
@@ -277,12 +289,12 @@ private:
             return;
         auto stored = nh->second.find("index");
         if (stored != nh->second.end() && !stored->second.empty() && stored->second != index->value)
-            fail(index, path,
+            fail(index,
                  "names the next hop stored as index \"" + stored->second + "\" (same address and interface); delete "
                  "that one first or give this one its own address or interface");
     }
 
-    void leaf(const zidl_yfw_datatree *c, const std::string &path)
+    void leaf(const zidl_yfw_datatree *c)
     {
         const std::string v = c->value;
         const char *name = c->name;
@@ -300,7 +312,7 @@ private:
         else if (strcmp(name, "object-name") == 0)
             why = common_name_fault(v, OBJECT_NAME_MAX, nullptr);
         if (!why.empty())
-            fail(c, path, why);
+            fail(c, why);
     }
 };
 
