@@ -12,7 +12,6 @@
 
 #include "input_checks.h"
 #include "ocni_map_engine.h"
-#include "tree_builder.h"
 #include "walker_fixture.h"
 #include "yang_context.h"
 
