@@ -398,16 +398,24 @@ private:
             return report(e);
         if ((rc = open_engine()) >= 0)
             return rc;
-        /* Deleting what is not there changes nothing, whatever the node. */
+        /*
+         * Deleting what is not there changes nothing, whatever the node. Within
+         * one route that is looked up first (the route is one read); above it,
+         * a delete that changes nothing says so.
+         */
+        const std::string nothing = "ocni-map: nothing to delete at " + shown(args_.words[1]) + "\n";
         ocni::tool::ReadFilter scope;
         yang::delete_scope(target, scope.vrf, scope.prefix);
         yang::Tree config;
-        if (engine_->get(scope, config).status == Outcome::kOk && !yang::delete_target_present(config, target)) {
-            std::cerr << "ocni-map: nothing to delete at " << shown(args_.words[1]) << "\n";
+        if (!scope.prefix.empty() && engine_->get(scope, config).status == Outcome::kOk &&
+            !yang::delete_target_present(config, target)) {
+            std::cerr << nothing;
             return Outcome::kOk;
         }
         std::string changes;
         Outcome o = engine_->remove(tree, target, args_.dry_run, changes);
+        if (o.status == Outcome::kOk && changes.empty())
+            std::cerr << nothing;
         return finish(o, changes);
     }
 
