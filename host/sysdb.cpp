@@ -3,11 +3,13 @@
  * packed tuples.
  *
  * Lookups read the thread's current transaction (TxnScope).
- * Lookup paths are relative to the connection's bind root. A component
- * holding a regular-expression character is matched as a POSIX extended
- * expression against a whole stored component; the literal components
- * before the first such pattern bound an ordered range scan, so a lookup
- * under one route never visits the rest of the store.
+ * Lookup paths are relative to the connection's bind root. Components are
+ * literal text (VRF names, prefixes and next-hop keys come from user data
+ * and are never read as patterns); only the wildcard components the static
+ * layout defines (the route component and next-hop keys, written as ".*"
+ * parts joined by commas) match any stored component of that shape. The
+ * literal components before the first wildcard bound an ordered range
+ * scan, so a lookup under one route never visits the rest of the store.
  */
 #include <atomic>
 #include <cstdarg>
@@ -24,6 +26,7 @@
 #include <vector>
 
 #include "host/store.h"
+#include "host/store_layout.h"
 #include "sysdb.h"
 
 struct sysdb_conn {
@@ -105,36 +108,74 @@ std::shared_ptr<const Regex> compiled(const std::string &text)
     return re;
 }
 
-/* One component of a lookup path: literal text or a compiled pattern. */
+/*
+ * Where the static layout puts wildcards, below the static bind root:
+ * <ord>/<vrf>/address/<family>/unicast/ord_c/default/route/<hex>/<len>/<route>/nexthop/<key>.
+ */
+constexpr size_t ROUTE_COMPONENT_AT = 10;
+constexpr size_t NEXT_HOP_KEY_AT = 12;
+
+/* Commas a wildcard component stands for when it is ".*" parts joined by commas; -1 otherwise. */
+int wildcard_commas(std::string_view text)
+{
+    int commas = 0;
+    for (size_t i = 0;; i += 3) {
+        if (text.compare(i, 2, ".*") != 0)
+            return -1;
+        if (i + 2 == text.size())
+            return commas;
+        if (text[i + 2] != ',')
+            return -1;
+        ++commas;
+    }
+}
+
+/*
+ * One component of a lookup path: literal text, or a wildcard where the
+ * layout has one. A wildcard of n ".*" parts matches, as the expression
+ * would, any stored component holding at least n - 1 commas.
+ */
 class Component {
 public:
-    explicit Component(std::string text) : text_(std::move(text))
+    Component(std::string text, bool layout_slot) : text_(std::move(text))
     {
-        pattern_ = text_.find_first_of(".*+?[](){}|^$\\") != std::string::npos;
+        if (layout_slot)
+            commas_ = wildcard_commas(text_);
     }
 
-    bool is_pattern() const { return pattern_; }
+    bool is_pattern() const { return commas_ >= 0; }
     const std::string &text() const { return text_; }
-
-    bool compile()
-    {
-        if (!pattern_)
-            return true;
-        re_ = compiled(text_);
-        return re_ != nullptr;
-    }
 
     bool matches(std::string_view s) const
     {
-        if (!pattern_)
+        if (commas_ < 0)
             return s == text_;
-        return re_->matches(s);
+        int seen = 0;
+        for (char c : s)
+            seen += c == ',';
+        return seen >= commas_;
     }
 
 private:
     std::string text_;
-    bool pattern_ = false;
+    int commas_ = -1;
+};
+
+/* The `pattern` argument of a listing: a caller's expression, never user data. */
+class ListingPattern {
+public:
+    explicit ListingPattern(const char *text)
+    {
+        if (text != nullptr && text[0] != '\0')
+            re_ = compiled(text);
+        ok_ = text == nullptr || text[0] == '\0' || re_ != nullptr;
+    }
+    bool ok() const { return ok_; }
+    bool matches(std::string_view s) const { return re_ == nullptr || re_->matches(s); }
+
+private:
     std::shared_ptr<const Regex> re_;
+    bool ok_ = true;
 };
 
 /* Components of `s` from `from` on, as views into it; empty ones (doubled or trailing "/") are skipped. */
@@ -170,20 +211,17 @@ cerrno prepare(const sysdb_conn *conn, const char *path, Lookup &lk)
 {
     std::vector<std::string_view> parts;
     split(path, 0, parts);
+    const bool static_root = conn->root == STATIC_ROOT;
     lk.comps.reserve(parts.size());
-    for (std::string_view c : parts)
-        lk.comps.emplace_back(std::string(c));
+    for (size_t i = 0; i < parts.size(); ++i)
+        lk.comps.emplace_back(std::string(parts[i]),
+                              static_root && (i == ROUTE_COMPONENT_AT || i == NEXT_HOP_KEY_AT));
     lk.scan_prefix = conn->root;
-    bool literal = true;
     for (auto &c : lk.comps) {
-        if (!c.compile())
-            return SYSDB_RC_INVALID_ARG;
         if (c.is_pattern())
-            literal = false;
-        if (literal) {
-            lk.scan_prefix += c.text();
-            lk.scan_prefix += '/';
-        }
+            break;
+        lk.scan_prefix += c.text();
+        lk.scan_prefix += '/';
     }
     return YFW_RC_OK;
 }
@@ -419,8 +457,8 @@ cerrno sysdb_datalist(sysdb_connid_t conn, const char *path, const char *pattern
         Lookup lk;
         if (cerrno rc = prepare(conn, path, lk); rc != YFW_RC_OK)
             return rc;
-        Component pat(pattern != nullptr && pattern[0] != '\0' ? pattern : ".*");
-        if (!pat.compile())
+        ListingPattern pat(pattern);
+        if (!pat.ok())
             return SYSDB_RC_INVALID_ARG;
         const size_t n = lk.comps.size();
         bool found = false;

@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "context.h"
+#include "native_gate.h"
 #include "trace.h"
 #include "tree.h"
 
@@ -610,6 +611,19 @@ std::vector<std::string> vrfs_named(const zidl_yfw_datatree *root)
     return out;
 }
 
+/* The native gate over a native tree; a refusal is the user's input, named as they wrote it. */
+bool gate_passes(const zidl_yfw_datatree *tree, const GateContext &gc, bool openconfig, WalkResult &r)
+{
+    GateFault f;
+    if (gate_native_tree(tree, gc, f))
+        return true;
+    r = WalkResult{};
+    r.rc = YFW_RC_INVALID_REQUEST;
+    r.message = openconfig ? f.openconfig_sentence() : f.sentence() + " (at " + f.native_path + ")";
+    r.bad_input = true;
+    return false;
+}
+
 } // namespace
 
 EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
@@ -645,9 +659,20 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
     std::string err;
     size_t statics = 0;
     bool misfit = false;
+    const std::vector<std::string> created = vrfs_named(input);
+    GateContext known;
+    known.vrf_known = [&](const std::string &v) {
+        return config_.vrf_known(v) || std::find(created.begin(), created.end(), v) != created.end();
+    };
+    known.config = &config_;
+    WalkResult refused;
     run.after_static = [&]() {
         if (++statics % EDIT_BATCH != 0)
             return true;
+        if (!gate_passes(run.out, known, true, refused)) {
+            run.fail.rc = refused.rc;
+            return false;
+        }
         if (!config_.apply(run.out, o.changes, err)) {
             misfit = true;
             run.fail.rc = YFW_RC_MAP_FAILED;
@@ -669,7 +694,11 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
         o.result.rc = YFW_RC_MAP_FAILED;
     flush_trace(opt_, run.ctx);
     last_output_ = run.out;
-    if (o.result.ok() && !config_.apply(run.out, o.changes, err))
+    if (o.result.ok())
+        gate_passes(run.out, known, true, refused);
+    if (refused.bad_input)
+        o.result = refused;
+    else if (o.result.ok() && !config_.apply(run.out, o.changes, err))
         misfit = true;
     if (misfit) {
         o.result.rc = YFW_RC_MAP_FAILED;
@@ -701,6 +730,10 @@ EditOutcome Walker::native_edit(const zidl_yfw_datatree *input, bool dry_run)
     if (!o.result.ok())
         return o;
     std::string err;
+    GateContext known;
+    known.vrf_known = [&](const std::string &v) { return config_.vrf_known(v); };
+    if (!gate_passes(input, known, false, o.result))
+        return o;
     if (!config_.apply(input, o.changes, err)) {
         config_.rollback();
         o.result.rc = YFW_RC_INVALID_REQUEST;

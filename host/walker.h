@@ -36,6 +36,7 @@ struct WalkResult {
     std::string message;  /* the request's user message (client message) */
     std::string callback; /* callback that failed */
     std::string path;     /* error path recorded, else the input node being mapped */
+    bool bad_input = false; /* refused by the native gate: the user's input, not the mapping */
     bool ok() const { return rc == 0; }
 };
 

@@ -184,7 +184,10 @@ TEST_F(Cli, UsageErrorsExitTwo)
         {"vrf", "usage: ocni-map vrf"},
         {"vrf rename red", "unknown vrf command rename"},
         {"vrf add", "usage: ocni-map vrf"},
-        {"vrf add this-name-is-far-too-long-for-a-vrf-of-the-router", "invalid VRF name"},
+        {"vrf add this-name-is-far-too-long-for-a-vrf-of-the-router", "is longer than 32 characters"},
+        {"vrf add -x", "a name that starts with '-' goes after --"},
+        {"vrf add \"$(printf 'a\\tb')\"", "VRF name \"a\\x09b\" contains a control character"},
+        {"vrf delete 'a]b'", "contains ']'"},
         {"get --vrf", "--vrf needs a name"},
         {"get --prefix tomato", "invalid prefix \"tomato\""},
         {"get --format yaml", "--format needs json or xml"},
@@ -211,6 +214,7 @@ TEST_F(Cli, InputThatDoesNotParseExitsTwoNamingLineOrPathAndStoresNothing)
         {"edit " + example("invalid-prefix.json"), "", {"\"10.1.1.0/24\"", "static[prefix='10.1.1.1/24']"}},
         {"edit no-such-file.json", "", {"cannot read no-such-file.json"}},
         {"edit .", "", {"is a directory"}},
+        {"edit -", std::string("{}\0{\"x\":1}", 9), {"NUL byte at offset 2"}},
         {"native edit " + example("01-ipv4-default-next-hop-address.json"), "", {"expected Velmar-ORN-QZ-ip-static-cfg"}},
         {"native edit -", "{\"Velmar-ORN-QZ-ip-static-cfg:router-static\":{\"vrfs\":{\"vrf\":[{\"vrf-name\":\"\"}]}}}", {"vrf-name"}},
         {"delete " + quote(proto + "/static-routes/static[prefix=10.0.0.1/24]"), "", {"\"10.0.0.0/24\""}},
@@ -279,6 +283,12 @@ TEST_F(Cli, ExamplesApplyAndRefusalsLeaveTheNativeConfigurationUnchanged)
     EXPECT_EQ(refused.status, 1);
     EXPECT_NE(refused.err.find("Supplied description value contains an invalid character"), std::string::npos)
         << refused.err;
+    EXPECT_NE(refused.err.find("(at /network-instances/network-instance[name=default]/"), std::string::npos)
+        << refused.err;
+    /* Callback names and result codes only for those who ask. */
+    EXPECT_EQ(refused.err.find("0x"), std::string::npos) << refused.err;
+    Outcome verbose = run("--verbose edit " + example("refused-description.json"));
+    EXPECT_NE(verbose.err.find("_config_description returned 0xaaf2f400"), std::string::npos) << verbose.err;
     for (const char *name : {"invalid-prefix.json", "invalid-leaf.json"})
         EXPECT_EQ(run(std::string("edit ") + example(name)).status, 2) << name;
     Outcome dry = run("edit --dry-run " + example("07-metric-change.json"));
@@ -338,6 +348,19 @@ TEST_F(Cli, DeleteRemovesOneNextHopAndNothingElse)
     Outcome native = run("native");
     EXPECT_EQ(native.out.find("GigabitEthernet0/0/0/1"), std::string::npos) << native.out;
     EXPECT_NE(native.out.find("192.0.2.1"), std::string::npos) << native.out;
+
+    /* Deleting what is not there: success, nothing changed, and said so. */
+    const std::string route = "/network-instances/network-instance[name=default]/protocols/protocol[identifier=STATIC]"
+                              "[name=DEFAULT]/static-routes/static[prefix=10.1.0.0/16]";
+    const std::string routes = route.substr(0, route.find("/static["));
+    for (const std::string &absent : {route + "/next-hops/next-hop[index=9]", routes + "/static[prefix=10.9.0.0/16]",
+                                      route + "/next-hops/next-hop[index=1]/interface-ref/config/interface",
+                                      std::string("/network-instances/network-instance[name=blue]")}) {
+        Outcome r = run("delete " + quote(absent));
+        EXPECT_EQ(r.status, 0) << absent << ": " << r.err;
+        EXPECT_NE(r.err.find("nothing to delete at " + absent), std::string::npos) << r.err;
+    }
+    EXPECT_EQ(run("native").out, native.out);
 }
 
 /* One route of an OpenConfig edit as JSON: `next_hops` and `config` are JSON members without braces. */
@@ -419,6 +442,8 @@ TEST_F(Cli, VrfsAreAddedListedAndDeleted)
     EXPECT_NE(run("vrf list").out.find("blue\n"), std::string::npos);
     EXPECT_EQ(run("vrf delete blue").status, 0);
     EXPECT_EQ(run("vrf list").out.find("blue\n"), std::string::npos);
+    EXPECT_EQ(run("vrf add -- -x").status, 0);
+    EXPECT_NE(run("vrf list").out.find("-x\n"), std::string::npos);
 }
 
 TEST_F(Cli, VrfHoldingRoutesIsDeletedOnlyWithItsRoutes)

@@ -237,7 +237,7 @@ TEST_F(StoreTest, PatternComponentMatchesWholeComponentsOnly)
               YFW_RC_OK);
     EXPECT_EQ(count, 1u);
     EXPECT_EQ(drain(list).size(), 1u);
-    EXPECT_EQ(sysdb_find_data(conn, "ord_d/(/x", "", SYSDB_FIND_LIST, &count, &list), SYSDB_RC_INVALID_ARG);
+    EXPECT_EQ(sysdb_find_data(conn, "ord_d/(/x", "", SYSDB_FIND_LIST, &count, &list), SYSDB_RC_NOT_FOUND);
 }
 
 TEST_F(StoreTest, MissingPrefixIsNotFoundAndAnEmptyNextHopListCountsZero)

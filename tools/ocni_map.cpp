@@ -20,6 +20,8 @@
 #include <libyang/libyang.h>
 
 #include "host/trace.h"
+#include "host/native_gate.h"
+#include "input_checks.h"
 #include "ocni_map_engine.h"
 #include "yang_context.h"
 #include "yang_data.h"
@@ -30,7 +32,7 @@ namespace yang = ocni::yang;
 namespace {
 
 const char *const kUsage =
-    "usage: ocni-map [--store DIR] [--trace] [--yang-dir DIR] COMMAND [ARGS]\n"
+    "usage: ocni-map [--store DIR] [--trace] [--verbose] [--yang-dir DIR] COMMAND [ARGS]\n"
     "\n"
     "Edits and reads static routes through the OpenConfig network-instance model;\n"
     "the routes are kept in the router's native model in a store directory.\n"
@@ -49,7 +51,9 @@ const char *const kUsage =
     "\n"
     "options:\n"
     "  --store DIR      store directory (default ./ocni-store)\n"
-    "  --trace          write the mapping's trace lines to stderr\n"
+    "  --trace          write the mapping's trace lines to stderr (implies --verbose)\n"
+    "  --verbose        add to error messages the callback, result code and native path\n"
+    "  --               end of options: the words after it are names (\"vrf add -- -x\")\n"
     "  --yang-dir DIR   load the OpenConfig modules from DIR (a full published set)\n"
     "  --help           this text; COMMAND --help describes one command\n"
     "\n"
@@ -115,6 +119,7 @@ struct Args {
     std::string store = "./ocni-store";
     std::string yang_dir;
     bool trace = false;
+    bool verbose = false;
     bool help = false;
     bool dry_run = false;
     bool state = false;
@@ -125,17 +130,41 @@ struct Args {
     std::vector<std::string> words;  /* command and its operands */
 };
 
+/* Text for a message: control characters as \xNN. */
+std::string shown(const std::string &s)
+{
+    std::string out;
+    for (unsigned char c : s) {
+        if (c < 0x20 || c == 0x7f) {
+            char b[8];
+            snprintf(b, sizeof b, "\\x%02x", c);
+            out += b;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
 int usage_error(const std::string &what)
 {
     std::cerr << "ocni-map: " << what << "\n(ocni-map --help lists the commands)\n";
     return Outcome::kBadInput;
 }
 
-/* Parses all options wherever they stand; returns -1 to go on, else an exit status. */
+/* Error messages carry the mapping's details (callback, result code, native path). */
+bool g_details = false;
+
+/* Parses all options wherever they stand, up to "--"; returns -1 to go on, else an exit status. */
 int parse_args(int argc, char **argv, Args &a)
 {
+    bool options = true;
     for (int i = 1; i < argc; ++i) {
         std::string s = argv[i];
+        if (!options) {
+            a.words.push_back(s);
+            continue;
+        }
         auto value = [&](std::string &into) -> bool {
             if (i + 1 >= argc)
                 return false;
@@ -144,8 +173,12 @@ int parse_args(int argc, char **argv, Args &a)
         };
         if (s == "--help" || s == "-h")
             a.help = true;
+        else if (s == "--")
+            options = false;
         else if (s == "--trace")
-            a.trace = true;
+            a.trace = a.verbose = true;
+        else if (s == "--verbose")
+            a.verbose = true;
         else if (s == "--dry-run")
             a.dry_run = true;
         else if (s == "--state")
@@ -170,11 +203,23 @@ int parse_args(int argc, char **argv, Args &a)
             if (!value(a.prefix))
                 return usage_error("--prefix needs a prefix");
         } else if (s.size() > 1 && s[0] == '-' && s != "-")
-            return usage_error("unknown option " + s);
+            return usage_error("unknown option " + shown(s) + " (a name that starts with '-' goes after --)");
         else
             a.words.push_back(s);
     }
     return -1;
+}
+
+/* "store D: store D: why" says its subject once. */
+std::string once(std::string m)
+{
+    size_t colon = m.find(": ");
+    if (colon != std::string::npos) {
+        std::string head = m.substr(0, colon + 2);
+        while (m.compare(colon + 2, head.size(), head) == 0)
+            m.erase(colon + 2, head.size());
+    }
+    return m;
 }
 
 int report(const Outcome &o)
@@ -183,7 +228,10 @@ int report(const Outcome &o)
         const char *kind = o.status == Outcome::kRefused    ? "refused"
                            : o.status == Outcome::kBadInput ? "invalid input"
                                                             : "error";
-        std::cerr << "ocni-map: " << kind << ": " << o.message << "\n";
+        std::cerr << "ocni-map: " << kind << ": " << once(o.message);
+        if (g_details && !o.detail.empty())
+            std::cerr << " [" << o.detail << "]";
+        std::cerr << "\n";
     }
     return o.status;
 }
@@ -243,9 +291,11 @@ std::string plugin_path()
     return OCNI_BUILD_PLUGIN_PATH;
 }
 
-bool valid_vrf_name(const std::string &name)
+/* A VRF name from the command line: "" when it can be stored, else the message. */
+std::string vrf_name_problem(const std::string &name)
 {
-    return !name.empty() && name.size() <= 32 && name.find('/') == std::string::npos;
+    std::string why = ocni::host::vrf_name_fault(name);
+    return why.empty() ? why : "VRF name \"" + shown(name) + "\" " + why;
 }
 
 class Command {
@@ -319,9 +369,7 @@ private:
         std::string text, why;
         if (!read_input(name, text, why))
             return report(Outcome::fail(Outcome::kBadInput, why));
-        yang::Error e = yang::parse_fragment(ctx_, text, format_of(name), model, tree);
-        if (!e && model == yang::Model::kOpenConfig)
-            e = yang::check_canonical_prefixes(tree);
+        yang::Error e = yang::read_edit(ctx_, text, format_of(name), model, tree);
         if (e) {
             if (name != "-")
                 e.message = name + ": " + e.message;
@@ -381,8 +429,24 @@ private:
             return report(e);
         if ((rc = open_engine()) >= 0)
             return rc;
+        /*
+         * Deleting what is not there changes nothing, whatever the node. Within
+         * one route that is looked up first (the route is one read); above it,
+         * a delete that changes nothing says so.
+         */
+        const std::string nothing = "ocni-map: nothing to delete at " + shown(args_.words[1]) + "\n";
+        ocni::tool::ReadFilter scope;
+        yang::delete_scope(target, scope.vrf, scope.prefix);
+        yang::Tree config;
+        if (!scope.prefix.empty() && engine_->get(scope, config).status == Outcome::kOk &&
+            !yang::delete_target_present(config, target)) {
+            std::cerr << nothing;
+            return Outcome::kOk;
+        }
         std::string changes;
         Outcome o = engine_->remove(tree, target, args_.dry_run, changes);
+        if (o.status == Outcome::kOk && changes.empty())
+            std::cerr << nothing;
         return finish(o, changes);
     }
 
@@ -413,8 +477,8 @@ private:
         if ((rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
             return rc;
         /* Any VRF the store holds is a filter, whatever its name. */
-        if (!args_.vrf.empty() && !valid_vrf_name(args_.vrf) && !engine_->vrf_held(args_.vrf))
-            return report(Outcome::fail(Outcome::kBadInput, "invalid VRF name \"" + args_.vrf + "\""));
+        if (!args_.vrf.empty() && !vrf_name_problem(args_.vrf).empty() && !engine_->vrf_held(args_.vrf))
+            return report(Outcome::fail(Outcome::kBadInput, vrf_name_problem(args_.vrf)));
         yang::Tree tree;
         ocni::host::syslog_clear();
         Outcome o = engine_->get(filter, tree);
@@ -464,8 +528,8 @@ private:
             return usage_error("unknown vrf command " + w[1]);
         if ((rc = operands(3, kVrfHelp)) >= 0)
             return rc;
-        if (!valid_vrf_name(w[2]))
-            return report(Outcome::fail(Outcome::kBadInput, "invalid VRF name \"" + w[2] + "\""));
+        if (!vrf_name_problem(w[2]).empty())
+            return report(Outcome::fail(Outcome::kBadInput, vrf_name_problem(w[2])));
         if ((rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
             return rc;
         Outcome o = w[1] == "add" ? engine_->vrf_add(w[2]) : engine_->vrf_delete(w[2], args_.with_routes);
@@ -494,6 +558,7 @@ int main(int argc, char **argv)
     int rc = parse_args(argc, argv, args);
     if (rc >= 0)
         return rc;
+    g_details = args.verbose;
     try {
         return Command(args).run();
     } catch (const std::exception &e) {

@@ -49,28 +49,40 @@ std::string join(const std::vector<std::string> &lines)
 }
 
 /*
- * A failed request: the mapping's refusals (with the client message) exit
- * 1, the store's failures and anything unexpected exit 3.
+ * A failed request: refusals by the native gate are the user's input (exit
+ * 2), the mapping's refusals (with the client message) exit 1, the
+ * store's failures and anything unexpected exit 3. The message is the
+ * sentence and, for an edit, the OpenConfig path; the callback, its result
+ * code and a native path are details for --trace.
  */
 Outcome failure(const h::WalkResult &r)
 {
-    std::string where;
-    if (!r.callback.empty())
-        where += r.callback + " returned " + h::rc_text(r.rc);
-    else
-        where += "result " + h::rc_text(r.rc);
-    if (!r.path.empty())
-        where += " at " + r.path;
+    if (r.bad_input)
+        return Outcome::fail(Outcome::kBadInput, r.message);
+    bool refused = false;
     switch (r.rc) {
     case YFW_RC_INVALID_REQUEST:
     case YFW_RC_MAP_FAILED:
     case YFW_RC_NOT_APPLICABLE:
     case YFW_RC_NODE_EXISTS:
     case YFW_RC_NO_COMMON_DATA:
-        return Outcome::fail(Outcome::kRefused, r.message.empty() ? where : r.message + " (" + where + ")");
+        refused = true;
+        break;
     default:
-        return Outcome::fail(Outcome::kInternal, r.message.empty() ? where : r.message + " (" + where + ")");
+        break;
     }
+    std::string detail = (r.callback.empty() ? "result " : r.callback + " returned ") + h::rc_text(r.rc);
+    const bool openconfig_path = r.path.rfind("/network-instances", 0) == 0;
+    if (!r.path.empty() && !openconfig_path)
+        detail += " at " + r.path;
+    std::string sentence = !r.message.empty() ? r.message
+                           : refused          ? "the mapping refused the request"
+                                              : "internal error";
+    if (openconfig_path)
+        sentence += " (at " + r.path + ")";
+    Outcome o = Outcome::fail(refused ? Outcome::kRefused : Outcome::kInternal, sentence);
+    o.detail = detail;
+    return o;
 }
 
 class WalkerEngine : public Engine {

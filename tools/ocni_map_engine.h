@@ -25,9 +25,10 @@ struct Outcome {
     };
     Status status = kOk;
     std::string message;
+    std::string detail;  /* callback, result code, native path: shown with --trace */
 
     static Outcome ok() { return Outcome{}; }
-    static Outcome fail(Status s, std::string m) { return Outcome{s, std::move(m)}; }
+    static Outcome fail(Status s, std::string m) { return Outcome{s, std::move(m), {}}; }
 };
 
 struct EngineOptions {

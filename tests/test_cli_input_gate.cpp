@@ -1,0 +1,270 @@
+/*
+ * What the command line lets into the store: documents read as ocni-map
+ * reads them and applied through its engine on a scratch store. Every row
+ * checks the outcome, and that a refusal left the store as it was or that
+ * an accepted edit still reads back (native, get, get --state).
+ */
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "input_checks.h"
+#include "ocni_map_engine.h"
+#include "walker_fixture.h"
+#include "yang_context.h"
+
+using ocni::tool::Outcome;
+namespace yang = ocni::yang;
+
+namespace {
+
+const std::string SEED_ROUTE = R"({"prefix":"10.1.0.0/16","config":{"prefix":"10.1.0.0/16"},
+    "next-hops":{"next-hop":[{"index":"1","config":{"index":"1","next-hop":"192.0.2.1"}}]}})";
+
+/* An OpenConfig edit of one static route (JSON text of the `static` entry) in network instance `ni`. */
+std::string oc(const std::string &ni, const std::string &route, const std::string &ni_extra = "")
+{
+    return R"({"openconfig-network-instance:network-instances":{"network-instance":[{"name":")" + ni + "\"" +
+           ni_extra + R"(,"protocols":{"protocol":[{"identifier":"openconfig-policy-types:STATIC","name":"DEFAULT",
+           "static-routes":{"static":[)" + route + "]}}]}}]}}";
+}
+
+/* A route with next hops given as JSON entries. */
+std::string route(const std::string &prefix, const std::string &next_hops, const std::string &config = "")
+{
+    return R"({"prefix":")" + prefix + R"(","config":{"prefix":")" + prefix + "\"" + config +
+           R"(},"next-hops":{"next-hop":[)" + next_hops + "]}}";
+}
+
+std::string hop(const std::string &index, const std::string &next_hop, const std::string &more = "")
+{
+    return R"({"index":")" + index + R"(","config":{"index":")" + index + R"(","next-hop":")" + next_hop + "\"}" +
+           more + "}";
+}
+
+/* A native document of one next hop: `vrf` "default" or a name, family 4 or 6, table entry as JSON. */
+std::string native(const std::string &vrf, int family, const std::string &prefix, int length, const std::string &table,
+                   const std::string &entry)
+{
+    std::string body = R"("address-family":{"vrfipv)" + std::to_string(family) +
+                       R"(":{"vrf-unicast":{"vrf-prefixes":{"vrf-prefix":[{"prefix":")" + prefix +
+                       R"(","prefix-length":)" + std::to_string(length) +
+                       R"(,"vrf-route":{"vrf-next-hop-table":{")" + table + "\":[" + entry + "]}}}]}}}}";
+    std::string where = vrf == "default" ? R"("default-vrf":{)" + body + "}"
+                                         : R"("vrfs":{"vrf":[{"vrf-name":")" + vrf + "\"," + body + "}]}";
+    return R"({"Velmar-ORN-QZ-ip-static-cfg:router-static":{)" + where + "}}";
+}
+
+const char *const ADDR = "vrf-next-hop-next-hop-address";
+const char *const IFACE = "vrf-next-hop-interface-name";
+
+class Gate : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char tmpl[] = "/dev/shm/ocni-gate-test.XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir_ = tmpl;
+        ASSERT_FALSE(ctx_.open(yang::default_yang_dir()));
+        ocni::tool::EngineOptions opt;
+        opt.store_dir = dir_;
+        opt.plugin_path = ocni::test::plugin_library_path();
+        Outcome why;
+        engine_ = ocni::tool::make_engine(ctx_, opt, why);
+        ASSERT_NE(engine_, nullptr) << why.message;
+        for (const char *v : {"red", "r.d"})
+            ASSERT_EQ(engine_->vrf_add(v).status, Outcome::kOk);
+        ASSERT_EQ(apply(oc("red", SEED_ROUTE)).status, Outcome::kOk);
+    }
+    void TearDown() override
+    {
+        engine_.reset();
+        EXPECT_EQ(std::system(("rm -rf '" + dir_ + "'").c_str()), 0);
+    }
+
+    /* A document as `ocni-map edit` / `native edit` takes it. */
+    Outcome apply(const std::string &text, yang::Model model = yang::Model::kOpenConfig)
+    {
+        yang::Tree tree;
+        if (yang::Error e = yang::read_edit(ctx_, text, yang::Format::kJson, model, tree))
+            return Outcome::fail(e.kind == yang::Error::kInput ? Outcome::kBadInput : Outcome::kInternal, e.message);
+        std::string changes;
+        return model == yang::Model::kNative ? engine_->native_edit(tree, false, changes)
+                                             : engine_->edit(tree, false, changes);
+    }
+
+    /* The native configuration as printed; "" when it cannot be read. */
+    std::string native_text()
+    {
+        yang::Tree t;
+        std::string out;
+        if (engine_->native_get(t).status != Outcome::kOk || yang::print_json(t, out))
+            return "";
+        return out;
+    }
+
+    /* "" when native, get and get --state all succeed, else the first failure. */
+    std::string reads()
+    {
+        if (native_text().empty())
+            return "native fails";
+        for (bool state : {false, true}) {
+            ocni::tool::ReadFilter f;
+            f.state = state;
+            yang::Tree t;
+            Outcome o = engine_->get(f, t);
+            if (o.status != Outcome::kOk)
+                return std::string(state ? "get --state" : "get") + " fails: " + o.message;
+        }
+        return "";
+    }
+
+    struct Row {
+        const char *what;
+        std::string doc;
+        yang::Model model;
+        int status;
+        std::string says;     /* part of the message; of the native configuration when accepted */
+    };
+
+    void check(const std::vector<Row> &rows)
+    {
+        for (const Row &r : rows) {
+            std::string before = native_text();
+            Outcome o = apply(r.doc, r.model);
+            EXPECT_EQ(o.status, r.status) << r.what << ": " << o.message;
+            if (o.status == Outcome::kOk) {
+                EXPECT_EQ(reads(), "") << r.what;
+                EXPECT_NE(native_text().find(r.says), std::string::npos) << r.what << ":\n" << native_text();
+            } else {
+                EXPECT_NE(o.message.find(r.says), std::string::npos) << r.what << ": " << o.message;
+                EXPECT_EQ(native_text(), before) << r.what;
+            }
+        }
+    }
+
+    std::string dir_;
+    yang::Context ctx_;
+    std::unique_ptr<ocni::tool::Engine> engine_;
+};
+
+const yang::Model OC = yang::Model::kOpenConfig, NATIVE = yang::Model::kNative;
+
+TEST_F(Gate, NamesFromUserDataAreMatchedLiterally)
+{
+    check({
+        /* r.d is not a pattern that finds red's next hop */
+        {"set-tag in r.d", oc("r.d", R"({"prefix":"10.1.0.0/16","config":{"set-tag":5}})"), OC, 0,
+         R"("vrf-name": "red")"},
+        {"a name of repeated '+' is compared, not compiled", oc("ab++++++++++++++++++++++++++++c", SEED_ROUTE), OC, 1,
+         "ab+"},
+    });
+    std::string n = native_text();
+    EXPECT_EQ(n.find("192.0.2.1"), n.rfind("192.0.2.1")) << n; /* red's next hop, and no copy in r.d */
+}
+
+TEST_F(Gate, NativeDocumentsHoldOnlyWhatReadsBack)
+{
+    const std::string nh = R"({"next-hop-address":"192.0.2.1"})";
+    check({
+        {"IPv4 length 33", native("default", 4, "10.0.0.0", 33, ADDR, nh), NATIVE, 2, "from 0 to 32"},
+        {"subinterface not a number", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":"Gi0/0/0/3.abc"})"),
+         NATIVE, 2, "subinterface that is not a number"},
+        {"no interface before the dot", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":".*"})"), NATIVE,
+         2, "no interface before"},
+        {"underscore reads back as a slash", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":"Gi_1"})"),
+         NATIVE, 2, "contains '_'"},
+        {"interface of 64", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":")" + std::string(64, 'G') + "\"}"),
+         NATIVE, 2, "longer than 63 characters"},
+        {"VRF the router does not know", native("blue", 4, "10.0.0.0", 8, ADDR, nh), NATIVE, 2,
+         "vrf-name \"blue\" is not a VRF the router knows"},
+        {"host bits", native("default", 4, "10.9.1.1", 16, ADDR, nh), NATIVE, 2, "bits set beyond its prefix length 16"},
+        {"no address", native("default", 4, "999.1.1.1", 8, ADDR, nh), NATIVE, 2, "is not an IPv4 address"},
+        {"IPv6 next hop in an IPv4 route", native("default", 4, "10.0.0.0", 8, ADDR, R"({"next-hop-address":"2001:db8::1"})"),
+         NATIVE, 2, "is an IPv6 address in an IPv4 route"},
+        {"address spelt otherwise", native("red", 6, "2001:db8::", 32, ADDR, R"({"next-hop-address":"2001:DB8::1"})"),
+         NATIVE, 2, "write \"2001:db8::1\""},
+        {"index closing a key", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":"Null0","index":"a]b"})"),
+         NATIVE, 2, "index \"a]b\" contains ']'"},
+        {"subinterface and 63 characters", native("red", 4, "10.0.0.0", 8, IFACE,
+                                                  R"({"interface-name":")" + std::string(58, 'G') + "0.77\"}"),
+         NATIVE, 0, std::string(58, 'G') + "0.77"},
+    });
+}
+
+TEST_F(Gate, OpenConfigEditsAreCheckedBeyondTheModel)
+{
+    check({
+        {"key differs from config/prefix",
+         oc("default", R"({"prefix":"10.20.0.0/16","config":{"prefix":"10.21.0.0/16"}})"), OC, 2,
+         "config/prefix \"10.21.0.0/16\" differs from the list key \"10.20.0.0/16\""},
+        {"key differs from config/index",
+         oc("default", route("10.20.0.0/16", R"({"index":"1","config":{"index":"2","next-hop":"192.0.2.1"}})")), OC,
+         2, "config/index \"2\" differs"},
+        {"key differs from config/name", oc("red", SEED_ROUTE, R"(,"config":{"name":"blue"})"), OC, 2,
+         "config/name \"blue\" differs"},
+        {"two next hops, one address",
+         oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1") + "," + hop("2", "192.0.2.1"))), OC, 2,
+         "next hops 1 and 2 of route 10.20.0.0/16 are the same next hop"},
+        {"two drops", oc("default", route("10.20.0.0/16", hop("a", "openconfig-local-routing:DROP") + "," +
+                                                             hop("b", "openconfig-local-routing:DROP"))),
+         OC, 2, "next hops a and b"},
+        {"a new index on a stored next hop", oc("red", route("10.1.0.0/16", hop("2", "192.0.2.1"))), OC, 2,
+         "index \"2\" names the next hop stored as index \"1\""},
+        {"IPv6 next hop, IPv4 route", oc("default", route("10.20.0.0/16", hop("1", "2001:db8::1"))), OC, 2,
+         "next hop 2001:db8::1 is IPv6, route 10.20.0.0/16 is IPv4"},
+        {"IPv4 next hop, IPv6 route", oc("red", route("2001:db8::/32", hop("1", "192.0.2.1"))), OC, 2,
+         "next hop 192.0.2.1 is IPv4, route 2001:db8::/32 is IPv6"},
+        {"VRF name of 33", oc(std::string(33, 'v'), SEED_ROUTE, R"(,"config":{"name":")" + std::string(33, 'v') + "\"}"),
+         OC, 2, "longer than 32 characters"},
+        {"VRF name closing a key", oc("a]b", SEED_ROUTE), OC, 2, "contains ']'"},
+        {"index closing a key", oc("default", route("10.20.0.0/16", hop("a]b", "openconfig-local-routing:DROP"))), OC,
+         2, "index \"a]b\" contains ']'"},
+        {"interface over 63",
+         oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1",
+                                                 R"(,"interface-ref":{"config":{"interface":")" + std::string(100, 'G') +
+                                                     "\"}}"))),
+         OC, 2, "longer than 63 characters"},
+        {"empty set-tag", oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"")")), OC, 2,
+         "set-tag \"\" is empty"},
+        {"set-tag of five octets", oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"12:34:56:78:9a")")),
+         OC, 2, "does not fit the 32-bit route tag"},
+        {"set-tag colon form is its number", oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"12:34")")),
+         OC, 0, R"("tag": 4660)"},
+        {"set-tag of four octets", oc("default", route("10.30.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"ab:CD:ef:01")")),
+         OC, 0, R"("tag": 2882400001)"},
+    });
+}
+
+/* Mapped output the gate refuses names the OpenConfig leaf, when no input check stood in the way. */
+class GateAfterMapping : public ocni::test::WalkerFixture {};
+
+TEST_F(GateAfterMapping, RefusalNamesTheOpenConfigLeaf)
+{
+    const std::string s = ocni::test::oc_static_routes("default") + "/static[prefix=10.2.0.0/16]";
+    struct Row {
+        std::string lines;
+        std::string says;
+    } rows[] = {
+        {ocni::test::oc_static_routes("default") + "/static[prefix=10.2.0.0/33]/next-hops/next-hop[index=1]/config/"
+                                                   "next-hop = 192.0.2.1",
+         "prefix length \"33\" is not a prefix length from 0 to 32 (at /network-instances/network-instance[name=default]/"
+         "protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=10.2.0.0/33]/config/prefix)"},
+        {s + "/next-hops/next-hop[index=7]/config/next-hop = 192.0.2.1\n" + s +
+             "/next-hops/next-hop[index=7]/interface-ref/config/interface = Gi_0",
+         "interface \"Gi_0\" contains '_' (at /network-instances/network-instance[name=default]/protocols/"
+         "protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=10.2.0.0/16]/next-hops/"
+         "next-hop[index=7]/interface-ref/config/interface)"},
+    };
+    for (const Row &r : rows) {
+        auto before = native();
+        ocni::host::EditOutcome o = edit(r.lines);
+        EXPECT_TRUE(o.result.bad_input) << r.lines;
+        EXPECT_EQ(o.result.message, r.says);
+        EXPECT_EQ(native(), before);
+    }
+}
+
+} // namespace
