@@ -186,7 +186,7 @@ private:
         if (strcmp(name, "vrf") == 0 || strcmp(name, "default-vrf") == 0) {
             const char *v = child_value(n, "vrf-name");
             f_.vrf = strcmp(name, "default-vrf") == 0 ? "default" : v != nullptr ? v : "";
-            if (v != nullptr && !is_delete(op) && !vrf(n))
+            if (v != nullptr && !is_delete(op) && !vrf(n, op))
                 return;
         } else if (strcmp(name, "vrfipv4") == 0 || strcmp(name, "vrfipv6") == 0) {
             f_.ipv4 = name[6] == '4';
@@ -209,7 +209,28 @@ private:
         });
     }
 
-    bool vrf(const zidl_yfw_datatree *n)
+    /*
+     * Whether the subtree creates or sets anything: a non-key leaf or a bare
+     * node that is not deleted. The ancestors of deletes write nothing.
+     */
+    static bool writes(const zidl_yfw_datatree *n, uint32_t op)
+    {
+        if (is_delete(op))
+            return false;
+        if (!(n->flags & YFW_DT_F_CHILDREN))
+            return n->value == nullptr || !(n->flags & YFW_DT_F_LIST);
+        bool any = false, bare = true;
+        for_children(n, [&](const zidl_yfw_datatree *c) {
+            if ((c->flags & YFW_DT_F_CHILDREN) || !(c->flags & YFW_DT_F_LIST))
+                bare = false;
+            any = writes(c, effective_op(c, op));
+            return !any;
+        });
+        return any || bare;
+    }
+
+    /* Routes in a VRF the router does not know can be deleted, never created or changed. */
+    bool vrf(const zidl_yfw_datatree *n, uint32_t op)
     {
         const zidl_yfw_datatree *leaf = nullptr;
         for_children(n, [&](const zidl_yfw_datatree *c) {
@@ -220,7 +241,7 @@ private:
         std::string why = vrf_name_fault(f_.vrf);
         if (!why.empty())
             return fail(leaf, why);
-        if (gc_.vrf_known && !gc_.vrf_known(f_.vrf))
+        if (gc_.vrf_known && writes(n, op) && !gc_.vrf_known(f_.vrf))
             return fail(leaf, "is not a VRF the router knows");
         return true;
     }
@@ -281,11 +302,11 @@ private:
         const char *ifn = child_value(n, "interface-name"), *addr = child_value(n, "next-hop-address");
         k.interface = k.table != NhTable::Address && ifn != nullptr ? ifn : "";
         k.address = k.table != NhTable::Interface && addr != nullptr ? addr : "";
-        const Route *r = gc_.config->find_route(RouteKey{f_.vrf, f_.ipv4, f_.prefix, f_.length});
-        if (r == nullptr)
+        Route r;
+        if (!gc_.config->find_route(RouteKey{f_.vrf, f_.ipv4, f_.prefix, f_.length}, r))
             return;
-        auto nh = r->next_hops.find(k);
-        if (nh == r->next_hops.end())
+        auto nh = r.next_hops.find(k);
+        if (nh == r.next_hops.end())
             return;
         auto stored = nh->second.find("index");
         if (stored != nh->second.end() && !stored->second.empty() && stored->second != index->value)

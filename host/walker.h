@@ -81,9 +81,11 @@ public:
 
     /*
      * Applies a native fragment (children of `input`: "router-static") as
-     * the router's own command line would.
+     * the router's own command line would. A client's fragment passes the
+     * native gate first; a `trusted` one is the router's own writing (what a
+     * store may hold from before the gate) and is applied as it is.
      */
-    EditOutcome native_edit(const zidl_yfw_datatree *input, bool dry_run = false);
+    EditOutcome native_edit(const zidl_yfw_datatree *input, bool dry_run = false, bool trusted = false);
 
     /*
      * The OpenConfig configuration (and state) in a new host tree whose

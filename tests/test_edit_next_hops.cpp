@@ -134,7 +134,7 @@ protected:
     void seed(const Lines &lines)
     {
         TreePtr in = build_tree(join(lines), OCNI_NS_NATIVE);
-        EditOutcome o = walker_->native_edit(in.get());
+        EditOutcome o = walker_->native_edit(in.get(), false, true);
         ASSERT_TRUE(o.result.ok()) << o.result.message;
     }
 

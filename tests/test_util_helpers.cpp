@@ -792,8 +792,8 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
          {"merge " + addr1 + "/tag = 16"}, {addr1 + "/index = 1", addr1 + "/tag = 16"}},
         {"description opening with an escaped parenthesis", nh + "/config/next-hop = 10.0.0.1\n",
          oc_static_routes("default") + "/static[prefix=10.0.0.0/8]/config/description = \\(x\n",
-         /* stored next hops get the request's text as it came */
-         {"merge " + addr1 + "/description = \\(x"}, {addr1 + "/description = \\(x", addr1 + "/index = 1"}},
+         /* stored next hops get the converted text, as new ones do */
+         {"merge " + addr1 + "/description = (x"}, {addr1 + "/description = (x", addr1 + "/index = 1"}},
     };
     for (const Row &r : rows) {
         SCOPED_TRACE(r.what);

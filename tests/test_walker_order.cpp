@@ -208,7 +208,7 @@ TEST_F(WalkerOrder, DeleteOfANamedInstanceIsOnePrefixlessStaticDeleteUnderSuppre
     TreePtr native = build_tree("/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv4/vrf-unicast/"
                                 "vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]\n",
                                 OCNI_NS_NATIVE);
-    ASSERT_TRUE(walker_->native_edit(native.get()).result.ok());
+    ASSERT_TRUE(walker_->native_edit(native.get(), false, true).result.ok());
     TreePtr in = build_tree("/network-instances/network-instance[name=red] (delete)\n", OCNI_NS_OC_NI);
     EditOutcome r = walker_->edit(in.get());
     ASSERT_TRUE(r.result.ok());

@@ -59,7 +59,7 @@ EditOutcome WalkerFixture::edit(const std::string &lines, bool dry_run)
 void WalkerFixture::native_edit(const std::string &lines)
 {
     TreePtr in = build_tree(lines, OCNI_NS_NATIVE);
-    EditOutcome r = walker->native_edit(in.get());
+    EditOutcome r = walker->native_edit(in.get(), false, true);
     ASSERT_TRUE(r.result.ok()) << r.result.message;
 }
 

@@ -39,7 +39,7 @@ protected:
 
     /* Maps an OpenConfig edit given as "path = value (op)" lines. */
     ocni::host::EditOutcome edit(const std::string &lines, bool dry_run = false);
-    /* Applies native "path = value" lines as the router's command line would; asserts success. */
+    /* Stores native "path = value" lines as the router itself writes them (not gated); asserts success. */
     void native_edit(const std::string &lines);
     /* The native configuration as sorted dump lines. */
     std::vector<std::string> native() const;
