@@ -540,31 +540,38 @@ TEST_F(Cli, FiltersSelectStoredRoutesByMeaning)
     const std::string native =
         "{\"Velmar-ORN-QZ-ip-static-cfg:router-static\":{\"vrfs\":{\"vrf\":[{\"vrf-name\":\"x/y\",\"address-family\":{"
         "\"vrfipv4\":{\"vrf-unicast\":{\"vrf-prefixes\":{\"vrf-prefix\":[{\"prefix\":\"10.26.1.1\",\"prefix-length\":24,"
-        "\"vrf-route\":{\"vrf-next-hop-table\":{\"vrf-next-hop-next-hop-address\":[{\"next-hop-address\":\"192.0.2.1\"}]}}}]}}},"
+        "\"vrf-route\":{\"vrf-next-hop-table\":{\"vrf-next-hop-next-hop-address\":[{\"next-hop-address\":\"192.0.2.1\"}]}}},"
+        "{\"prefix\":\"10.27.1.0\",\"prefix-length\":24,\"vrf-route\":{\"vrf-next-hop-table\":{"
+        "\"vrf-next-hop-next-hop-address\":[{\"next-hop-address\":\"192.0.2.7\"}]}}}]}}},"
         "\"vrfipv6\":{\"vrf-unicast\":{\"vrf-prefixes\":{\"vrf-prefix\":[{\"prefix\":\"2001:DB8:26::\",\"prefix-length\":48,"
         "\"vrf-route\":{\"vrf-next-hop-table\":{\"vrf-next-hop-interface-name\":[{\"interface-name\":\"Null0\"}]}}}]}}}}}]}}}";
     Outcome seed = run("native edit -", native);
     ASSERT_EQ(seed.status, 0) << seed.err;
     struct Row {
         std::string filter;
-        const char *finds; /* "" when nothing */
+        std::vector<const char *> finds; /* none: an empty document */
     } rows[] = {
-        {"--vrf x/y --prefix 10.26.1.1/24", "192.0.2.1"},
-        {"--vrf x/y --prefix 10.26.1.0/24", "192.0.2.1"},
-        {"--prefix 10.26.1.0/24", "192.0.2.1"},
-        {"--prefix 10.26.1.0/25", ""},
-        {"--prefix 2001:DB8:26::/48", "DROP"},
-        {"--prefix 2001:db8:26::/48", "DROP"},
-        {"--vrf x/y", "DROP"},
+        {"--vrf x/y --prefix 10.26.1.1/24", {"192.0.2.1"}},
+        {"--vrf x/y --prefix 10.26.1.0/24", {"192.0.2.1"}},
+        {"--prefix 10.26.1.0/24", {"192.0.2.1"}},
+        {"--prefix 10.27.1.0/24", {"192.0.2.7"}},
+        {"--prefix 10.26.1.0/25", {}},
+        {"--prefix 2001:DB8:26::/48", {"DROP"}},
+        {"--prefix 2001:db8:26::/48", {"DROP"}},
+        {"--vrf x/y", {"192.0.2.1", "192.0.2.7", "DROP"}},
     };
     for (const Row &r : rows) {
         Outcome o = run("get " + r.filter);
         EXPECT_EQ(o.status, 0) << r.filter << ": " << o.err;
-        if (*r.finds) {
-            EXPECT_NE(o.out.find(r.finds), std::string::npos) << r.filter << ":\n" << o.out;
-        } else {
+        if (r.finds.empty()) {
             EXPECT_EQ(o.out, "{}\n") << r.filter;
         }
+        size_t hops = 0;
+        for (size_t at = 0; (at = o.out.find("\"next-hop\": \"", at)) != std::string::npos; ++at)
+            ++hops;
+        EXPECT_EQ(hops, r.finds.size()) << r.filter << ":\n" << o.out;
+        for (const char *f : r.finds)
+            EXPECT_NE(o.out.find(f), std::string::npos) << r.filter << ":\n" << o.out;
     }
     EXPECT_EQ(run("get --vrf a/b").status, 2) << "a name the store does not hold is still checked";
 }
