@@ -405,6 +405,39 @@ TEST_F(Cli, ForeignDamagedAndTruncatedStoresAreRefusedUnchanged)
     }
 }
 
+/* A damaged route record fails the reads that meet it, naming the route; other reads work. */
+TEST_F(Cli, DamagedRecordIsNamedAndAvoidedByFilters)
+{
+    ASSERT_EQ(run("vrf add red").status, 0);
+    ASSERT_EQ(run("edit " + example("01-ipv4-default-next-hop-address.json")).status, 0);
+    ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
+    {
+        std::string err;
+        auto e = ocni::host::open_lmdb_engine(store_, err);
+        ASSERT_NE(e, nullptr) << err;
+        auto w = e->begin_write();
+        std::string key, value;
+        const std::string red = ocni::host::route_vrf_start("red");
+        w->scan(red, ocni::host::prefix_end(red), [&](const std::string &k, const std::string &v) {
+            key = k;
+            value = v;
+            return false;
+        });
+        ASSERT_FALSE(key.empty());
+        value.back() ^= 0x20;
+        ASSERT_EQ(w->put(key, value), 0u);
+        ASSERT_EQ(w->commit(), 0u);
+    }
+    for (const char *cmd : {"get", "native"}) {
+        Outcome o = run(cmd);
+        EXPECT_EQ(o.status, 3) << cmd;
+        EXPECT_NE(o.err.find("damaged route record red"), std::string::npos) << cmd << ": " << o.err;
+    }
+    Outcome other = run("get --vrf default");
+    EXPECT_EQ(other.status, 0) << other.err;
+    EXPECT_NE(other.out.find("192.0.2.1"), std::string::npos) << other.out;
+}
+
 TEST_F(Cli, PreviousFormatIsUpgradedInPlace)
 {
     /* A route of the previous format: text key, next hops with u32-length fields. */
