@@ -500,6 +500,39 @@ TEST_F(Cli, ForeignDamagedAndTruncatedStoresAreRefusedUnchanged)
     }
 }
 
+/* A damaged route record fails the reads that meet it, naming the route; other reads work. */
+TEST_F(Cli, DamagedRecordIsNamedAndAvoidedByFilters)
+{
+    ASSERT_EQ(run("vrf add red").status, 0);
+    ASSERT_EQ(run("edit " + example("01-ipv4-default-next-hop-address.json")).status, 0);
+    ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
+    {
+        std::string err;
+        auto e = ocni::host::open_lmdb_engine(store_, err);
+        ASSERT_NE(e, nullptr) << err;
+        auto w = e->begin_write();
+        std::string key, value;
+        const std::string red = ocni::host::route_vrf_start("red");
+        w->scan(red, ocni::host::prefix_end(red), [&](const std::string &k, const std::string &v) {
+            key = k;
+            value = v;
+            return false;
+        });
+        ASSERT_FALSE(key.empty());
+        value.back() ^= 0x20;
+        ASSERT_EQ(w->put(key, value), 0u);
+        ASSERT_EQ(w->commit(), 0u);
+    }
+    for (const char *cmd : {"get", "native"}) {
+        Outcome o = run(cmd);
+        EXPECT_EQ(o.status, 3) << cmd;
+        EXPECT_NE(o.err.find("damaged route record red"), std::string::npos) << cmd << ": " << o.err;
+    }
+    Outcome other = run("get --vrf default");
+    EXPECT_EQ(other.status, 0) << other.err;
+    EXPECT_NE(other.out.find("192.0.2.1"), std::string::npos) << other.out;
+}
+
 TEST_F(Cli, PreviousFormatIsUpgradedInPlace)
 {
     /* A route of the previous format: text key, next hops with u32-length fields. */
@@ -636,31 +669,38 @@ TEST_F(Cli, FiltersSelectStoredRoutesByMeaning)
     const std::string native =
         "{\"Velmar-ORN-QZ-ip-static-cfg:router-static\":{\"vrfs\":{\"vrf\":[{\"vrf-name\":\"red\",\"address-family\":{"
         "\"vrfipv4\":{\"vrf-unicast\":{\"vrf-prefixes\":{\"vrf-prefix\":[{\"prefix\":\"10.26.1.0\",\"prefix-length\":24,"
-        "\"vrf-route\":{\"vrf-next-hop-table\":{\"vrf-next-hop-next-hop-address\":[{\"next-hop-address\":\"192.0.2.1\"}]}}}]}}},"
+        "\"vrf-route\":{\"vrf-next-hop-table\":{\"vrf-next-hop-next-hop-address\":[{\"next-hop-address\":\"192.0.2.1\"}]}}},"
+        "{\"prefix\":\"10.27.1.0\",\"prefix-length\":24,\"vrf-route\":{\"vrf-next-hop-table\":{"
+        "\"vrf-next-hop-next-hop-address\":[{\"next-hop-address\":\"192.0.2.7\"}]}}}]}}},"
         "\"vrfipv6\":{\"vrf-unicast\":{\"vrf-prefixes\":{\"vrf-prefix\":[{\"prefix\":\"2001:db8:26::\",\"prefix-length\":48,"
         "\"vrf-route\":{\"vrf-next-hop-table\":{\"vrf-next-hop-interface-name\":[{\"interface-name\":\"Null0\"}]}}}]}}}}}]}}}";
     Outcome seed = run("native edit -", native);
     ASSERT_EQ(seed.status, 0) << seed.err;
     struct Row {
         std::string filter;
-        const char *finds; /* "" when nothing */
+        std::vector<const char *> finds; /* none: an empty document */
     } rows[] = {
-        {"--vrf red --prefix 10.26.1.1/24", "192.0.2.1"},
-        {"--vrf red --prefix 10.26.1.0/24", "192.0.2.1"},
-        {"--prefix 10.26.1.0/24", "192.0.2.1"},
-        {"--prefix 10.26.1.0/25", ""},
-        {"--prefix 2001:DB8:26::/48", "DROP"},
-        {"--prefix 2001:db8:26:0::1/48", "DROP"},
-        {"--vrf red", "DROP"},
+        {"--vrf red --prefix 10.26.1.1/24", {"192.0.2.1"}},
+        {"--vrf red --prefix 10.26.1.0/24", {"192.0.2.1"}},
+        {"--prefix 10.26.1.0/24", {"192.0.2.1"}},
+        {"--prefix 10.27.1.0/24", {"192.0.2.7"}},
+        {"--prefix 10.26.1.0/25", {}},
+        {"--prefix 2001:DB8:26::/48", {"DROP"}},
+        {"--prefix 2001:db8:26:0::1/48", {"DROP"}},
+        {"--vrf red", {"192.0.2.1", "192.0.2.7", "DROP"}},
     };
     for (const Row &r : rows) {
         Outcome o = run("get " + r.filter);
         EXPECT_EQ(o.status, 0) << r.filter << ": " << o.err;
-        if (*r.finds) {
-            EXPECT_NE(o.out.find(r.finds), std::string::npos) << r.filter << ":\n" << o.out;
-        } else {
+        if (r.finds.empty()) {
             EXPECT_EQ(o.out, "{}\n") << r.filter;
         }
+        size_t hops = 0;
+        for (size_t at = 0; (at = o.out.find("\"next-hop\": \"", at)) != std::string::npos; ++at)
+            ++hops;
+        EXPECT_EQ(hops, r.finds.size()) << r.filter << ":\n" << o.out;
+        for (const char *f : r.finds)
+            EXPECT_NE(o.out.find(f), std::string::npos) << r.filter << ":\n" << o.out;
     }
     EXPECT_EQ(run("get --vrf a/b").status, 2) << "a name the store does not hold is still checked";
 }
