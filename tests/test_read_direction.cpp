@@ -653,18 +653,47 @@ TEST_F(ReadFixture, AddressKeyWithoutRouteRecordFailsWithoutErrorPath)
     EXPECT_TRUE(out().empty());
 }
 
-TEST_F(ReadFixture, InterfaceKeyWithoutValueAddsNothingAndSkipsEndTrace)
+/*
+ * Key leaves without a value add nothing (the combined table's address key
+ * after its interface key made the route record); the interface key
+ * returns before its End trace.
+ */
+TEST_F(ReadFixture, KeysWithoutValueAddNothing)
 {
-    request(YFW_REQ_READ);
-    h.logging(true, true);
-    TreeBuilder b(OCNI_NS_NATIVE);
-    const std::string path = v4_entry(DEF_V4) + TBL + "vrf-next-hop-interface-name/interface-name";
-    b.add(path);
-    EXPECT_EQ(h.call(ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlan_routerstatic_vrfnexthopinterfacename_interfacename,
-                     b.node(path)),
-              0u);
-    EXPECT_EQ(h.log_lines(), (Lines{"TRC: YFW: ctx=" + h.ctx_text() + ",Start"}));
-    EXPECT_TRUE(out().empty());
+    const std::string combined = "vrf-next-hop-interface-name-next-hop-address";
+    const struct {
+        std::string leaf;
+        LeafCb cb;
+        bool end_trace;
+    } rows[] = {
+        {"vrf-next-hop-interface-name/interface-name",
+         ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlan_routerstatic_vrfnexthopinterfacename_interfacename, false},
+        {"vrf-next-hop-next-hop-address/next-hop-address",
+         ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlan_routerstatic_vrfnexthopnexthopaddress_nexthopaddress, true},
+        {combined + "/next-hop-address",
+         ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlan_routerstatic_vrfnexthopinterfacenamenexthopaddress_nexthopaddress,
+         true},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.leaf);
+        request(YFW_REQ_READ);
+        TreeBuilder b(OCNI_NS_NATIVE);
+        const std::string ifname = v4_entry(DEF_V4) + TBL + combined + "/interface-name";
+        b.add(ifname, "Gi0/0/0/1");
+        ASSERT_EQ(h.call(ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlan_routerstatic_vrfnexthopinterfacenamenexthopaddress_interfacename,
+                         b.node(ifname)),
+                  0u);
+        const Lines before = out();
+        h.logging(true, true);
+        const std::string path = v4_entry(DEF_V4) + TBL + r.leaf;
+        b.add(path);
+        EXPECT_EQ(h.call(r.cb, b.node(path)), 0u);
+        Lines want = {"TRC: YFW: ctx=" + h.ctx_text() + ",Start"};
+        if (r.end_trace)
+            want.push_back("TRC: YFW: ctx=" + h.ctx_text() + ",End");
+        EXPECT_EQ(h.log_lines(), want);
+        EXPECT_EQ(out(), before);
+    }
 }
 
 TEST_F(ReadFixture, DeletedNativeEntryCarriesTheDeleteToOpenConfig)
