@@ -42,7 +42,7 @@ class Server:
         digest = subprocess.run(['openssl', 'passwd', '-6', '-stdin'], input=PASSWORD, capture_output=True,
                                 text=True, check=True).stdout.strip()
         with open(users, 'w') as f:
-            f.write(f'# test users\n{USER}:{digest}\n')
+            f.write(f'# test users\r\n{USER}:{digest}\r\n')  # written on another system
         # A key pair for public-key login; the server knows its public half.
         self.key = os.path.join(self.dir.name, 'id_ecdsa')
         key = paramiko.ECDSAKey.generate()
@@ -353,6 +353,40 @@ class NetconfServer(unittest.TestCase):
         print(f'\n{n} routes: edit-config {t1 - t0:.1f} s, get-config {t2 - t1:.1f} s', file=sys.stderr)
         self.assertEqual(sum(1 for line in got if line.count(' ') == 1), n)
         self.assertIn(f'default 10.39.15.0/24 #1 next-hop=192.0.2.{(n - 1) % 250 + 1}', got)
+
+
+class CommandLine(unittest.TestCase):
+    def test_options_are_checked_before_serving(self):
+        with tempfile.TemporaryDirectory() as d:
+            users, bad = os.path.join(d, 'users'), os.path.join(d, 'bad')
+            with open(users, 'w') as f:
+                f.write('a:$6$salt$hash\n')
+            with open(bad, 'w') as f:
+                f.write('a:plain\n')
+            port = free_port()
+            rows = [
+                (['--help'], 0, 'usage: ocni-netconfd'),
+                (['-h'], 0, '--authorized-keys FILE'),
+                (['--store', d], 2, 'nobody could log in'),
+                (['--users', users, '--listen', '127.0.0.1'], 2, '--listen needs ADDR:PORT'),
+                (['--users', users, '--listen', '127.0.0.1:'], 2, '--listen needs ADDR:PORT'),
+                (['--users', users, '--max-sessions', '0'], 2, 'positive number'),
+                (['--users', users, '--colour'], 2, 'unknown option --colour'),
+                (['--users', bad], 1, 'bad:1: expected name:hash'),
+                (['--users', users, '--store', d, '--listen', f'[::1]:{port}'], 0, f'listening on ::1:{port}'),
+            ]
+            for args, status, mention in rows:
+                with self.subTest(args=args):
+                    p = subprocess.Popen([SERVER] + args, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+                    if 'listening' in mention:
+                        line = p.stderr.readline()
+                        p.send_signal(signal.SIGTERM)
+                        out, err = p.communicate(timeout=60)
+                        err = line + err
+                    else:
+                        out, err = p.communicate(timeout=60)
+                    self.assertEqual(p.returncode, status, err)
+                    self.assertIn(mention, out + err)
 
 
 def expect(before, change):
