@@ -738,6 +738,37 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     }
 }
 
+/* The index and metric conditions mark the row of the next hop's table with 1 (the framework's "selected"). */
+TEST_F(LeafCallbacks, ConditionTablesSelectTheRowOfTheNextHopsTable)
+{
+    const char *lists[] = {"vrf-next-hop-interface-name", "vrf-next-hop-interface-name-next-hop-address",
+                           "vrf-next-hop-next-hop-address"};
+    struct Row {
+        cerrno (*cond)(yfw_map_ctx *, int, xpath_list_type_t *);
+        const char *leaf, *facts;
+        std::vector<int> selected; /* IPv4 rows then IPv6 rows: interface, combined, address */
+    } rows[] = {
+        {ocni_index_cond_manual_callback, "index", "nh=10.0.0.1", {0, 0, 1, 0, 0, 0}},
+        {ocni_index_cond_manual_callback, "index", "v6 if nh=2001:db8::1", {0, 0, 0, 0, 1, 0}},
+        {ocni_metric_cond_manual_callback, "metric", "nh=DROP", {1, 0, 0, 0, 0, 0}},
+    };
+    for (const Row &r : rows) {
+        prepare(YFW_REQ_EDIT, r.facts);
+        std::vector<xpath_list_type_t> t(7);
+        for (int i = 0; i < 6; i++)
+            snprintf(t[i].path, sizeof t[i].path,
+                     "/router-static/vrfs/vrf/address-family/%s/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/"
+                     "vrf-next-hop-table/%s/%s",
+                     i < 3 ? "vrfipv4" : "vrfipv6", lists[i % 3], r.leaf);
+        snprintf(t[6].path, sizeof t[6].path, "NULL");
+        ASSERT_EQ(r.cond(h.ctx, 6, t.data()), 0u) << r.facts;
+        std::vector<int> got;
+        for (int i = 0; i < 6; i++)
+            got.push_back(int(t[i].selected));
+        EXPECT_EQ(got, r.selected) << r.facts;
+    }
+}
+
 /* ------------------------------------------------------------------ */
 /* Next-hop edits against a stored next hop                            */
 /* ------------------------------------------------------------------ */
