@@ -487,4 +487,25 @@ TEST(StoreLayout, NextHopKeyPartsRoundTrip)
     store_reset();
 }
 
+
+/* Nodes the host did not build are searched child by child; a path parse starts from no steps. */
+TEST(Trees, HandMadeNodesAndReusedStepLists)
+{
+    char a[] = "a", b[] = "b";
+    zidl_yfw_datatree kids[2] = {};
+    kids[0].name = a;
+    kids[1].name = b;
+    zidl_yfw_datatree parent = {};
+    parent.children = kids;
+    parent.n_children = 2;
+    EXPECT_EQ(node_child(&parent, "b"), &kids[1]);
+    EXPECT_EQ(node_child(&parent, "c"), nullptr);
+
+    std::vector<PathStep> steps;
+    ASSERT_TRUE(parse_instance_path("/x/y[k=1]", steps));
+    ASSERT_TRUE(parse_instance_path("/z", steps));
+    ASSERT_EQ(steps.size(), 1u);
+    EXPECT_EQ(steps[0].name, "z");
+}
+
 } // namespace
