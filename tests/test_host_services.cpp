@@ -9,6 +9,8 @@
 #include <random>
 
 #include "host/iface_table.h"
+#include "host/store.h"
+#include "host/store_layout.h"
 #include "host_fixture.h"
 #include "tree_builder.h"
 
@@ -317,6 +319,13 @@ TEST_F(FrameworkOps, GetListFindsTheEntryAtOrBelowANode)
     EXPECT_EQ(entry, vrf);
     EXPECT_EQ(yfw_map_get_list(h.ctx, vrf, "/other/list/key", nullptr, &entry), YFW_RC_MAP_FAILED);
     EXPECT_EQ(entry, nullptr);
+    /* A top-level list: two steps, the list and its key. */
+    TreePtr top = build_tree("/widget[id=1]/colour = red");
+    list_keys_register("widget", {"id"});
+    ASSERT_EQ(yfw_map_get_list(h.ctx, tree_find(top.get(), "/widget[id=1]/colour"), "/widget/id", nullptr, &entry),
+              YFW_RC_OK);
+    EXPECT_EQ(entry, tree_find(top.get(), "/widget[id=1]"));
+    EXPECT_EQ(yfw_map_get_list(h.ctx, vrf, "/id", nullptr, &entry), YFW_RC_MAP_FAILED);
 }
 
 TEST(Trees, HandlesOutliveSiblingAdditionsAndDieWithTheTree)
@@ -455,6 +464,48 @@ TEST(Trees, DataNamespaceReplacedByAPluginIsFreedWithTheTree)
     leaf->data_ns = yfw_strdup("urn:plugin", "TEST NS"); /* as a plug-in replaces it */
     tree_free(root);
     EXPECT_EQ(alloc_live("TEST NS"), base);
+}
+
+
+/* Every part of a stored next hop's key comes back as it was written. */
+TEST(StoreLayout, NextHopKeyPartsRoundTrip)
+{
+    store_reset();
+    NativeNextHop n;
+    n.prefix = "10.0.0.0";
+    n.prefix_length = 8;
+    n.interface = "Gi0/0/0/1";
+    n.address = "10.0.0.1";
+    n.third = "x";
+    n.index = "1";
+    ASSERT_EQ(store_write_next_hop(n), 0u);
+    std::vector<NativeNextHop> all;
+    ASSERT_EQ(store_all_next_hops(all), 0u);
+    ASSERT_EQ(all.size(), 1u);
+    EXPECT_EQ(all[0].interface + "," + all[0].address + "," + all[0].third + "," + all[0].fourth + "," + all[0].index,
+              "Gi0/0/0/1,10.0.0.1,x,,1");
+    store_reset();
+}
+
+
+/* Nodes the host did not build are searched child by child; a path parse starts from no steps. */
+TEST(Trees, HandMadeNodesAndReusedStepLists)
+{
+    char a[] = "a", b[] = "b";
+    zidl_yfw_datatree kids[2] = {};
+    kids[0].name = a;
+    kids[1].name = b;
+    zidl_yfw_datatree parent = {};
+    parent.children = kids;
+    parent.n_children = 2;
+    EXPECT_EQ(node_child(&parent, "b"), &kids[1]);
+    EXPECT_EQ(node_child(&parent, "c"), nullptr);
+
+    std::vector<PathStep> steps;
+    ASSERT_TRUE(parse_instance_path("/x/y[k=1]", steps));
+    ASSERT_TRUE(parse_instance_path("/z", steps));
+    ASSERT_EQ(steps.size(), 1u);
+    EXPECT_EQ(steps[0].name, "z");
 }
 
 } // namespace
