@@ -9,6 +9,7 @@
 #include "host/native_apply.h"
 
 #include <cstring>
+#include <set>
 #include <vector>
 
 namespace ocni::host {
@@ -145,6 +146,8 @@ private:
     bool ok_ = true;
     /* The nodes from the tree's top down to the one being checked (paths are built only for a fault). */
     std::vector<const zidl_yfw_datatree *> stack_;
+    /* Next hops the tree deletes before this point: their index is free again. */
+    std::set<std::string> deleted_;
 
     bool fail(const zidl_yfw_datatree *leaf, std::string problem)
     {
@@ -197,7 +200,9 @@ private:
         } else if (strncmp(name, "vrf-next-hop-", 13) == 0 && (n->flags & YFW_DT_F_LIST)) {
             const char *idx = child_value(n, "index");
             f_.index = idx != nullptr ? idx : "";
-            if (!is_delete(op) && !next_hop(n, op))
+            if (is_delete(op))
+                deleted_.insert(next_hop_id(n));
+            else if (!next_hop(n, op))
                 return;
         }
         if (is_delete(op))
@@ -290,8 +295,7 @@ private:
         return ok_;
     }
 
-    /* The stored next hop this entry names keeps its own index, if it has one. */
-    void index_free(const zidl_yfw_datatree *n, const zidl_yfw_datatree *index)
+    static NhKey nh_key(const zidl_yfw_datatree *n)
     {
         const char *const tables[] = {"vrf-next-hop-interface-name", "vrf-next-hop-interface-name-next-hop-address",
                                       "vrf-next-hop-next-hop-address"};
@@ -302,6 +306,23 @@ private:
         const char *ifn = child_value(n, "interface-name"), *addr = child_value(n, "next-hop-address");
         k.interface = k.table != NhTable::Address && ifn != nullptr ? ifn : "";
         k.address = k.table != NhTable::Interface && addr != nullptr ? addr : "";
+        return k;
+    }
+
+    /* The next hop `n` names, within the route being checked. */
+    std::string next_hop_id(const zidl_yfw_datatree *n) const
+    {
+        NhKey k = nh_key(n);
+        return f_.vrf + '\n' + (f_.ipv4 ? "4\n" : "6\n") + f_.prefix + '/' + f_.length + '\n' +
+               std::to_string(static_cast<int>(k.table)) + '\n' + k.interface + '\n' + k.address;
+    }
+
+    /* The stored next hop this entry names keeps its own index, if it has one and the tree keeps it. */
+    void index_free(const zidl_yfw_datatree *n, const zidl_yfw_datatree *index)
+    {
+        if (deleted_.count(next_hop_id(n)) != 0)
+            return;
+        NhKey k = nh_key(n);
         Route r;
         if (!gc_.config->find_route(RouteKey{f_.vrf, f_.ipv4, f_.prefix, f_.length}, r))
             return;

@@ -58,7 +58,8 @@ struct GateContext {
     /*
      * With the configuration of an OpenConfig edit: an index given to a
      * stored next hop that carries another index is refused (one native
-     * next hop cannot be two OpenConfig next hops).
+     * next hop cannot be two OpenConfig next hops), unless the tree deletes
+     * that next hop before it.
      */
     const NativeConfig *config = nullptr;
 };

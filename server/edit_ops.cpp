@@ -181,9 +181,8 @@ public:
     {
     }
 
-    /* The scopes whose stored configuration the operations need, and that a failed edit puts back. */
-    void collect(const lyd_node *first, Op default_op, std::vector<ReadFilter> &needed,
-                 std::vector<ReadFilter> &touched)
+    /* The scopes whose stored configuration the operations need. */
+    std::vector<ReadFilter> collect(const lyd_node *first, Op default_op)
     {
         Scopes need;
         if (default_op == Op::kReplace)
@@ -197,12 +196,7 @@ public:
                 LYD_TREE_DFS_END(top, n);
             }
         }
-        needed = widest(need);
-        /*
-         * Only removals can leave a failed edit half done: the merge comes last and is one commit. The
-         * removals stay inside the scopes read for them, and those are the ones put back.
-         */
-        touched = needed;
+        return widest(need);
     }
 
     RpcError read(const std::vector<ReadFilter> &scopes)
@@ -263,26 +257,87 @@ public:
         return yang::Tree(kept);
     }
 
+    /* False when a removal could not be planned (out of memory). */
+    bool ok() const { return ok_; }
+
 private:
     const lys_module *nc_;
     StoreEdit &edit_;
     yang::Tree stored_;
+    std::set<std::string> unchanged_; /* request leaves left out of the merge */
+    bool ok_ = true;
 
     void remove(const lyd_node *stored)
     {
         lyd_node *dup = nullptr;
         yang::PathTarget target;
-        if (stored->schema->nodetype & LYS_LEAF) {
-            if (lyd_dup_single(lyd_parent(stored), nullptr, LYD_DUP_WITH_PARENTS, &dup) != LY_SUCCESS)
-                return;
+        const bool leaf = stored->schema->nodetype & LYS_LEAF;
+        if (lyd_dup_single(leaf ? lyd_parent(stored) : stored, nullptr, LYD_DUP_WITH_PARENTS, &dup) !=
+            LY_SUCCESS) {
+            ok_ = false;
+            return;
+        }
+        if (leaf) {
             target.parent = dup;
             target.leaf = stored->schema;
         } else {
-            if (lyd_dup_single(stored, nullptr, LYD_DUP_WITH_PARENTS, &dup) != LY_SUCCESS)
-                return;
             target.node = dup;
         }
-        edit_.remove(yang::Tree(top_of(dup)), target);
+        if (!edit_.remove(yang::Tree(top_of(dup)), target))
+            ok_ = false;
+    }
+
+    /*
+     * The plug-in maps a leaf removed from a route or next hop only when the
+     * same edit does not also name that entry's address or interface: the
+     * values of the entry (around `n`) that the edit repeats unchanged are
+     * left out of the merge.
+     */
+    void keep_unchanged_out(const lyd_node *n)
+    {
+        while (n != nullptr && !(n->schema->nodetype & LYS_LIST))
+            n = lyd_parent(n);
+        if (n == nullptr)
+            return;
+        for (const lyd_node *c = lyd_child(n); c != nullptr; c = c->next)
+            mark_unchanged(c);
+    }
+
+    void mark_unchanged(const lyd_node *n)
+    {
+        if (n->schema->nodetype & LYS_LIST || is_key(n) || is_key_mirror(n) ||
+            explicit_op(n, nc_) != NodeOp::kInherit)
+            return;
+        if (!(n->schema->nodetype & LYD_NODE_TERM)) {
+            for (const lyd_node *c = lyd_child(n); c != nullptr; c = c->next)
+                mark_unchanged(c);
+            return;
+        }
+        const lyd_node *stored = find_stored(stored_.get(), n);
+        if (stored == nullptr || strcmp(lyd_get_value(stored), lyd_get_value(n)) != 0)
+            return;
+        char *path = lyd_path(n, LYD_PATH_STD, nullptr, 0);
+        if (path != nullptr)
+            unchanged_.insert(path);
+        free(path);
+    }
+
+    bool unchanged(const lyd_node *n) const
+    {
+        if (unchanged_.empty())
+            return false;
+        char *path = lyd_path(n, LYD_PATH_STD, nullptr, 0);
+        bool found = path != nullptr && unchanged_.count(path) != 0;
+        free(path);
+        return found;
+    }
+
+    /* A delete or remove operation on `n`, which stands where `stored` is. */
+    void removal(const lyd_node *stored, const lyd_node *n)
+    {
+        remove(stored);
+        if (stored->schema->nodetype & LYS_LEAF)
+            keep_unchanged_out(n);
     }
 
     /* Removes what `stored` holds and `now` (the new content, or null) leaves out. */
@@ -295,8 +350,10 @@ private:
             if (m != nullptr && explicit_op(m, nc_) != NodeOp::kInherit)
                 continue; /* its own operation decides */
             if (s->schema->nodetype & LYS_LEAF) {
-                if (m == nullptr && inside_route(s))
+                if (m == nullptr && inside_route(s)) {
                     remove(s);
+                    keep_unchanged_out(now);
+                }
             } else if (m == nullptr && (is_list(s, "static") || is_list(s, "next-hop") ||
                                         strcmp(LYD_NAME(s), "static-routes") == 0)) {
                 remove(s); /* a whole static-routes container goes in one step */
@@ -322,11 +379,11 @@ private:
             case NodeOp::kDelete:
                 if (stored == nullptr)
                     return RpcError::make(RpcError::kDataMissing, "the data to delete does not exist", where);
-                remove(stored);
+                removal(stored, n);
                 return RpcError{};
             case NodeOp::kRemove:
                 if (stored != nullptr)
-                    remove(stored);
+                    removal(stored, n);
                 return RpcError{};
             case NodeOp::kReplace:
                 if (stored != nullptr)
@@ -361,7 +418,7 @@ private:
             }
         }
         if (n->schema->nodetype & LYS_LEAF)
-            return op == NodeOp::kNone && !is_key(n);
+            return (op == NodeOp::kNone && !is_key(n)) || unchanged(n);
         return own == NodeOp::kInherit && (dropped || op == NodeOp::kNone) && only_keys(n);
     }
 };
@@ -432,89 +489,56 @@ RpcError parse_config(const yang::Context &ctx, const std::string &xml, yang::Tr
     return RpcError{};
 }
 
-void StoreEdit::remove(yang::Tree path_tree, yang::PathTarget target)
+bool StoreEdit::add(yang::Tree tree)
 {
-    removals_.emplace_back(std::move(path_tree), target);
+    if (!tree)
+        return true;
+    lyd_node *first = tree_.release();
+    LY_ERR rc = lyd_merge_siblings(&first, tree.release(), LYD_MERGE_DESTRUCT);
+    tree_.reset(first);
+    return rc == LY_SUCCESS;
 }
 
-void StoreEdit::merge(yang::Tree tree)
+bool StoreEdit::remove(yang::Tree path_tree, yang::PathTarget target)
 {
-    merge_ = std::move(tree);
+    const lyd_node *at = target.node != nullptr ? target.node : target.parent;
+    char *path = at != nullptr ? lyd_path(at, LYD_PATH_STD, nullptr, 0) : nullptr;
+    if (path == nullptr)
+        return false;
+    Removal r;
+    r.path = path;
+    r.leaf = target.node != nullptr ? nullptr : target.leaf;
+    free(path);
+    removals_.push_back(std::move(r));
+    return add(std::move(path_tree));
+}
+
+bool StoreEdit::merge(yang::Tree tree)
+{
+    return add(std::move(tree));
 }
 
 Outcome StoreEdit::run(bool dry_run)
 {
-    std::string changes;
-    for (auto &r : removals_) {
-        Outcome o = engine_.remove(r.first, r.second, dry_run, changes);
-        if (o.status != Outcome::kOk)
-            return o;
-    }
-    if (merge_)
-        return engine_.edit(merge_, dry_run, changes);
-    return Outcome::ok();
-}
-
-Outcome StoreEdit::test()
-{
-    return run(true);
-}
-
-Outcome StoreEdit::commit()
-{
-    if (steps() <= 1 || scopes_.empty())
-        return run(false);
-    std::vector<yang::Tree> before(scopes_.size());
-    for (size_t i = 0; i < scopes_.size(); ++i) {
-        Outcome o = engine_.get(scopes_[i], before[i]);
-        if (o.status != Outcome::kOk)
-            return o;
-    }
-    Outcome o = run(false);
-    if (o.status == Outcome::kOk)
-        return o;
-    Outcome r = restore(before);
-    if (r.status != Outcome::kOk)
-        return Outcome::fail(Outcome::kInternal, o.message + "; putting back the routes failed: " + r.message);
-    return o;
-}
-
-/* Removes the routes of each protected scope (by route, or whole static-routes containers) and merges back
- * what the scope held before. */
-Outcome StoreEdit::restore(std::vector<yang::Tree> &before)
-{
-    std::string changes;
-    for (size_t i = 0; i < scopes_.size(); ++i) {
-        yang::Tree after;
-        Outcome o = engine_.get(scopes_[i], after);
-        if (o.status != Outcome::kOk)
-            return o;
-        for (const lyd_node *top = after.get(); top != nullptr; top = top->next) {
-            const lyd_node *n;
-            LYD_TREE_DFS_BEGIN(top, n) {
-                bool all = scopes_[i].prefix.empty() && strcmp(LYD_NAME(n), "static-routes") == 0;
-                if (all || is_list(n, "static")) {
-                    lyd_node *dup = nullptr;
-                    if (lyd_dup_single(n, nullptr, LYD_DUP_WITH_PARENTS, &dup) != LY_SUCCESS)
-                        return Outcome::fail(Outcome::kInternal, "out of memory");
-                    yang::PathTarget target;
-                    target.node = dup;
-                    yang::Tree path(top_of(dup));
-                    o = engine_.remove(path, target, false, changes);
-                    if (o.status != Outcome::kOk)
-                        return o;
-                    LYD_TREE_DFS_continue = 1;
-                }
-                LYD_TREE_DFS_END(top, n);
-            }
+    if (!tree_)
+        return Outcome::ok();
+    std::vector<yang::PathTarget> targets;
+    targets.reserve(removals_.size());
+    for (const Removal &r : removals_) {
+        lyd_node *at = nullptr;
+        if (lyd_find_path(tree_.get(), r.path.c_str(), 0, &at) != LY_SUCCESS || at == nullptr)
+            return Outcome::fail(Outcome::kInternal, "cannot place the removal of " + r.path);
+        yang::PathTarget t;
+        if (r.leaf != nullptr) {
+            t.parent = at;
+            t.leaf = r.leaf;
+        } else {
+            t.node = at;
         }
-        if (before[i]) {
-            o = engine_.edit(before[i], false, changes);
-            if (o.status != Outcome::kOk)
-                return o;
-        }
+        targets.push_back(t);
     }
-    return Outcome::ok();
+    std::string changes;
+    return engine_.apply(tree_, targets, dry_run, changes);
 }
 
 RpcError edit_config(const yang::Context &ctx, tool::Engine &engine, const yang::Tree &config, Op default_op,
@@ -522,15 +546,13 @@ RpcError edit_config(const yang::Context &ctx, tool::Engine &engine, const yang:
 {
     StoreEdit edit(engine);
     Planner planner(ctx, edit);
-    std::vector<ReadFilter> needed, touched;
-    planner.collect(config.get(), default_op, needed, touched);
-    RpcError e = planner.read(needed);
+    RpcError e = planner.read(planner.collect(config.get(), default_op));
     if (!e)
         e = planner.plan(config.get(), default_op);
     if (e)
         return e;
-    edit.merge(planner.merge_tree(config.get(), default_op));
-    edit.protect(touched);
+    if (!planner.ok() || !edit.merge(planner.merge_tree(config.get(), default_op)))
+        return RpcError::make(RpcError::kOperationFailed, "out of memory while planning the edit");
     return from_outcome(test_only ? edit.test() : edit.commit());
 }
 

@@ -3,10 +3,7 @@
  * operations (merge, replace, create, delete, remove, none) turned into
  * removals and one merge the engine knows how to apply.
  *
- * The engine applies a merge, or one removal, as one store commit. An
- * edit-config that needs several of them goes through StoreEdit, the one
- * class that knows how a change reaches the store (see there for what is
- * atomic today).
+ * StoreEdit is the one class that knows how a change reaches the store.
  */
 #ifndef OCNI_SERVER_EDIT_OPS_H
 #define OCNI_SERVER_EDIT_OPS_H
@@ -65,13 +62,12 @@ RpcError parse_config(const yang::Context &ctx, const std::string &xml, yang::Tr
 enum class Op { kMerge, kReplace, kNone };
 
 /*
- * Changes to the running configuration, applied as one edit. Today each
- * step is its own engine commit: steps run under the caller's engine
- * lock, and when one fails the routes the edit touched are put back from
- * the copy read before the first step. Another process writing the same
- * store between two steps is not kept out, and a crash between two steps
- * leaves the steps done so far. The store's write transaction, once the
- * engine offers one, replaces all of this: begin, steps, commit or abort.
+ * Changes to the running configuration, applied as one edit: the removals
+ * and the merge become one OpenConfig tree in which the removed nodes are
+ * deletes, placed before what is merged at the same place (a next hop
+ * moved to a new index is removed, then written anew). The engine runs it
+ * as one store write transaction on the calling thread: all of it is
+ * stored or none, and a dry run answers exactly as the real one would.
  */
 class StoreEdit {
 public:
@@ -79,24 +75,27 @@ public:
 
     /* The configuration of one route (prefix set), one VRF (vrf set) or all. */
     tool::Outcome read(const tool::ReadFilter &scope, yang::Tree &out) { return engine_.get(scope, out); }
-    /* Routes whose configuration is kept to be put back if the edit fails. */
-    void protect(const std::vector<tool::ReadFilter> &scopes) { scopes_ = scopes; }
-    void remove(yang::Tree path_tree, yang::PathTarget target);
-    void merge(yang::Tree tree);
-    size_t steps() const { return removals_.size() + (merge_ ? 1 : 0); }
-    /* Runs every step without storing anything (each against the stored configuration). */
-    tool::Outcome test();
-    /* Runs the steps; on a failure puts the protected routes back as they were. */
-    tool::Outcome commit();
+    /* Removes the target of a path tree; false when out of memory. */
+    bool remove(yang::Tree path_tree, yang::PathTarget target);
+    /* Merges a tree; call after the removals. False when out of memory. */
+    bool merge(yang::Tree tree);
+    /* Runs the edit without storing anything. */
+    tool::Outcome test() { return run(true); }
+    /* Stores the whole edit, or nothing of it. */
+    tool::Outcome commit() { return run(false); }
 
 private:
+    /* A removed node, by instance path: nodes move while the trees are combined. */
+    struct Removal {
+        std::string path;
+        const lysc_node *leaf = nullptr; /* a leaf below the node at `path` */
+    };
     tool::Engine &engine_;
-    std::vector<std::pair<yang::Tree, yang::PathTarget>> removals_;
-    yang::Tree merge_;
-    std::vector<tool::ReadFilter> scopes_;
+    yang::Tree tree_;
+    std::vector<Removal> removals_;
 
+    bool add(yang::Tree tree);
     tool::Outcome run(bool dry_run);
-    tool::Outcome restore(std::vector<yang::Tree> &before);
 };
 
 /*

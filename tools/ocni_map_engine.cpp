@@ -115,18 +115,18 @@ public:
     {
         register_interfaces(openconfig);
         HostTree in;
-        Outcome o = convert(openconfig, in.root, nullptr);
+        Outcome o = convert(openconfig, in.root);
         if (o.status != Outcome::kOk)
             return o;
         return edit_outcome(walker_->edit(in.root, dry_run), changes);
     }
 
-    Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run,
-                   std::string &changes) override
+    Outcome apply(const yang::Tree &tree, const std::vector<yang::PathTarget> &deleted, bool dry_run,
+                  std::string &changes) override
     {
-        register_interfaces(path_tree);
+        register_interfaces(tree);
         HostTree in;
-        Outcome o = convert(path_tree, in.root, &target);
+        Outcome o = convert(tree, in.root, deleted.data(), deleted.size());
         if (o.status != Outcome::kOk)
             return o;
         return edit_outcome(walker_->edit(in.root, dry_run), changes);
@@ -164,7 +164,7 @@ public:
     {
         register_interfaces(native);
         HostTree in;
-        Outcome o = convert(native, in.root, nullptr);
+        Outcome o = convert(native, in.root);
         if (o.status != Outcome::kOk)
             return o;
         return edit_outcome(walker_->native_edit(in.root, dry_run), changes);
@@ -221,12 +221,13 @@ private:
      */
     void register_interfaces(const yang::Tree &) {}
 
-    static Outcome convert(const yang::Tree &tree, zidl_yfw_datatree *root, const yang::PathTarget *deleted)
+    static Outcome convert(const yang::Tree &tree, zidl_yfw_datatree *root,
+                           const yang::PathTarget *deleted = nullptr, size_t deleted_count = 0)
     {
         if (root == nullptr)
             return Outcome::fail(Outcome::kInternal, "out of memory");
         yang::HostTreeSink sink;
-        yang::Error e = yang::to_datatree(tree, sink, root, YFW_DT_OP_NONE, deleted);
+        yang::Error e = yang::to_datatree(tree, sink, root, YFW_DT_OP_NONE, deleted, deleted_count);
         return e ? Outcome::fail(Outcome::kInternal, e.message) : Outcome::ok();
     }
 

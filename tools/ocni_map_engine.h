@@ -50,9 +50,19 @@ public:
 
     /* Merges an OpenConfig fragment; `changes` receives the native changes as text. */
     virtual Outcome edit(const yang::Tree &openconfig, bool dry_run, std::string &changes) = 0;
+    /*
+     * One edit of an OpenConfig tree in which the `deleted` targets (nodes
+     * of `tree`, or leaves below them) are deletes and every other node a
+     * merge: one store transaction, all or nothing. Deletes placed before
+     * merges at the same place run first.
+     */
+    virtual Outcome apply(const yang::Tree &tree, const std::vector<yang::PathTarget> &deleted, bool dry_run,
+                          std::string &changes) = 0;
     /* Deletes the node an OpenConfig instance path names. */
-    virtual Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run,
-                           std::string &changes) = 0;
+    Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run, std::string &changes)
+    {
+        return apply(path_tree, {target}, dry_run, changes);
+    }
     /* The OpenConfig configuration (and state) as a libyang tree; empty store: empty tree. */
     virtual Outcome get(const ReadFilter &filter, yang::Tree &out) = 0;
     /* The native configuration. */

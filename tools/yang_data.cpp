@@ -234,8 +234,14 @@ Error complete_network_instance_names(Tree &tree)
 
 namespace {
 
+/* The marked nodes of one conversion. */
+struct Marks {
+    const PathTarget *targets = nullptr;
+    size_t count = 0;
+};
+
 Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *parent, uint32_t op,
-                const PathTarget *deleted)
+                const Marks &deleted)
 {
     const lysc_node *schema = node->schema;
     if (schema == nullptr)
@@ -259,7 +265,10 @@ Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *par
         }
         has_value = true;
     }
-    uint32_t my_op = deleted != nullptr && deleted->node == node ? YFW_DT_OP_DELETE : op;
+    uint32_t my_op = op;
+    for (size_t i = 0; i < deleted.count; ++i)
+        if (deleted.targets[i].node == node)
+            my_op = YFW_DT_OP_DELETE;
     zidl_yfw_datatree *self = sink.add(parent, schema->name, kind, has_value ? value.c_str() : nullptr,
                                        schema->module->ns, data_ns, my_op);
     if (self == nullptr)
@@ -269,9 +278,12 @@ Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *par
         if (e)
             return e;
     }
-    if (deleted != nullptr && deleted->parent == node && deleted->leaf != nullptr) {
-        if (sink.add(self, deleted->leaf->name, DatatreeSink::Kind::kLeaf, nullptr, deleted->leaf->module->ns,
-                     nullptr, YFW_DT_OP_DELETE) == nullptr)
+    for (size_t i = 0; i < deleted.count; ++i) {
+        const PathTarget &t = deleted.targets[i];
+        if (t.parent != node || t.leaf == nullptr)
+            continue;
+        if (sink.add(self, t.leaf->name, DatatreeSink::Kind::kLeaf, nullptr, t.leaf->module->ns, nullptr,
+                     YFW_DT_OP_DELETE) == nullptr)
             return Error::internal("out of memory while copying " + node_path(node));
     }
     return Error{};
@@ -282,8 +294,15 @@ Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *par
 Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root, uint32_t op,
                   const PathTarget *deleted)
 {
+    return to_datatree(tree, sink, root, op, deleted, deleted != nullptr ? 1 : 0);
+}
+
+Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root, uint32_t op,
+                  const PathTarget *deleted, size_t deleted_count)
+{
+    const Marks marks{deleted, deleted_count};
     for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
-        Error e = copy_node(top, sink, root, op, deleted);
+        Error e = copy_node(top, sink, root, op, marks);
         if (e)
             return e;
     }

@@ -118,6 +118,9 @@ Error parse_instance_path(const Context &ctx, const std::string &path, Model mod
  */
 Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root, uint32_t op = YFW_DT_OP_NONE,
                   const PathTarget *deleted = nullptr);
+/* The same with several targets, each marked as above: an edit that removes and merges at once. */
+Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root, uint32_t op,
+                  const PathTarget *deleted, size_t deleted_count);
 
 /*
  * Builds a libyang tree from the children of `root` (a framework tree

@@ -229,6 +229,9 @@ class NetconfServer(unittest.TestCase):
             ('delete of a leaf', config(route('10.1.0.0/16', leaves={'set-tag': (100, 'delete')})), {},
              ['-set-tag=100']),
             ('delete of a next hop', config(route('10.1.0.0/16', [('2', {}, 'delete')])), {}, ['-#2']),
+            ('delete of a leaf beside its unchanged address',
+             config(route('10.1.0.0/16', [('1', {'next-hop': '192.0.2.1', 'metric': (10, 'delete')}, None)])), {},
+             ['-#1 metric=10']),
             ('create of a new route', config(route('10.3.0.0/16', [hop3], op='create')), {},
              ['+10.3.0.0/16', '+10.3.0.0/16 prefix=10.3.0.0/16', '+10.3.0.0/16 #3 next-hop=192.0.2.3',
               '+10.3.0.0/16 #3 index=3']),
@@ -239,8 +242,6 @@ class NetconfServer(unittest.TestCase):
             ('default none changes only named operations',
              config(route('10.1.0.0/16', [('1', {'metric': 99}, None), ('2', {}, 'delete')],
                           {'description': 'west'})), {'default_operation': 'none'}, ['-#2']),
-            ('test-only changes nothing', config(route('10.1.0.0/16', [hop3], op='replace')),
-             {'test_option': 'test-only'}, []),
         ]
         for name, cfg, kwargs, change in cases:
             with self.subTest(name):
@@ -251,18 +252,43 @@ class NetconfServer(unittest.TestCase):
 
     def test_failed_edit_of_several_steps_changes_nothing(self):
         self.m.edit_config(target='running', config=config(BASE), default_operation='replace')
-        before = self.routes()
-        cfg = config(route('10.1.0.0/16', [('2', {}, 'delete')]),
-                     route('10.4.0.0/16', [('1', {'next-hop': '192.0.2.1'}, None)], {'description': 'to (core)'}))
+        refused = route('10.4.0.0/16', [('1', {'next-hop': '192.0.2.1'}, None)], {'description': 'to (core)'})
+        cfg = config(route('10.1.0.0/16', [('2', {}, 'delete')]), refused)
         calls = {'test-then-set': lambda: self.m.edit_config(target='running', config=cfg),
                  'test-only': lambda: self.m.edit_config(target='running', config=cfg, test_option='test-only'),
-                 'validate': lambda: self.m.validate(source=to_ele(cfg))}
-        for name, call in calls.items():
+                 'validate': lambda: self.m.validate(source=to_ele(cfg)),
+                 'replace': lambda: self.m.edit_config(target='running', config=config(refused),
+                                                       default_operation='replace')}
+        with self.server.connect() as other:
+            before = self.routes(other)
+            for name, call in calls.items():
+                with self.subTest(name):
+                    err = error_of(call)
+                    self.assertEqual(err[0], 'operation-failed')
+                    self.assertIn('description', err[1])
+                    self.assertEqual(self.routes(other), before)
+
+    def test_test_only_answers_as_the_edit_would(self):
+        def hops(*h, **kw):
+            return config(route('10.1.0.0/16', list(h), hops_op='replace', **kw))
+        cases = [
+            ('next hop moved to a new index', config(route('10.1.0.0/16', [('3', {'next-hop': '192.0.2.1'}, None)],
+                                                           op='replace')),
+             None, ['-#1', '-#2', '-set-tag=100', '-description=east', '+#3 next-hop=192.0.2.1', '+#3 index=3']),
+            ('address changed and metric dropped', hops(('1', {'next-hop': '192.0.2.9'}, None)),
+             None, ['-#2', '-#1 metric=10', '-#1 next-hop=192.0.2.1', '+#1 next-hop=192.0.2.9']),
+            ('replace refused after its removals', hops(('1', {'next-hop': '192.0.2.1'}, None),
+                                                        leaves={'description': 'to (core)'}),
+             'operation-failed', []),
+        ]
+        for name, cfg, tag, change in cases:
             with self.subTest(name):
-                err = error_of(call)
-                self.assertEqual(err[0], 'operation-failed')
-                self.assertIn('description', err[1])
-                self.assertEqual(self.routes(), before)
+                self.m.edit_config(target='running', config=config(BASE), default_operation='replace')
+                before = self.routes()
+                for option, changed in [('test-only', []), ('test-then-set', change)]:
+                    err = error_of(lambda: self.m.edit_config(target='running', config=cfg, test_option=option))
+                    self.assertEqual(err and err[0], tag, (option, err))
+                    self.assertEqual(self.routes(), expect(before, changed), option)
 
     def test_filters_select_vrfs_and_routes(self):
         self.m.edit_config(target='running', config=config(
