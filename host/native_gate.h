@@ -21,7 +21,7 @@ namespace ocni::host {
 
 /* Longest VRF name, interface name and index the configuration can carry and read back. */
 constexpr size_t GATE_VRF_NAME_MAX = 32;
-constexpr size_t GATE_INTERFACE_MAX = 99; /* what every next-hop table reads back */
+constexpr size_t GATE_INTERFACE_MAX = 63;
 constexpr size_t GATE_INDEX_MAX = 128;
 
 /*

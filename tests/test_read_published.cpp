@@ -44,7 +44,8 @@ std::string quote(const std::string &s)
     return out + "'";
 }
 
-const std::string IF95 = "Gi" + std::string(88, 'x') + "0/0/1";
+/* The longest interface the gate takes, with its subinterface. */
+const std::string LONG_IF = "Gi" + std::string(54, 'x') + "0/0/1";
 
 std::string nh_table(const std::string &body) { return R"("vrf-route": {"vrf-next-hop-table": {)" + body + "}}"; }
 
@@ -67,7 +68,7 @@ const std::string SEED = R"({"Velmar-ORN-QZ-ip-static-cfg:router-static": {
     nh_table(R"(
     "vrf-next-hop-interface-name": [{"interface-name": "Gi0/0/0/4"}, {"interface-name": "Null0"}],
     "vrf-next-hop-interface-name-next-hop-address": [
-      {"interface-name": ")" + IF95 + R"(.7", "next-hop-address": "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff"}],
+      {"interface-name": ")" + LONG_IF + R"(.7", "next-hop-address": "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff"}],
     "vrf-next-hop-next-hop-address": [{"next-hop-address": "2001:db8::1", "description": ""}])") +
     R"(}]}}}}},
  "vrfs": {"vrf": [
