@@ -61,7 +61,8 @@ bool in(const char *name, const char *const *list, size_t n)
     return false;
 }
 
-/* Shown in a sentence: printable as is, anything else as \xNN. */
+} // namespace
+
 std::string shown(std::string_view s)
 {
     std::string out;
@@ -76,6 +77,8 @@ std::string shown(std::string_view s)
     }
     return out;
 }
+
+namespace {
 
 /* Characters no name may hold: control characters and those that end or quote an instance-path key. */
 std::string common_name_fault(std::string_view s, size_t max, const char *also)

@@ -19,6 +19,9 @@
 
 namespace ocni::host {
 
+/* Text shown in a sentence: printable characters as they are, others as \xNN. */
+std::string shown(std::string_view s);
+
 /* Longest VRF name, interface name and index the configuration can carry and read back. */
 constexpr size_t GATE_VRF_NAME_MAX = 32;
 constexpr size_t GATE_INTERFACE_MAX = 63;

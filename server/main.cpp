@@ -115,17 +115,6 @@ int parse_args(int argc, char **argv, Args &a)
     return -1;
 }
 
-std::string plugin_path()
-{
-    std::string exe = yang::executable_dir();
-    if (!exe.empty()) {
-        std::string installed = exe + "/../" OCNI_INSTALL_LIBDIR "/libocni_localrouting.so";
-        struct stat st;
-        if (stat(installed.c_str(), &st) == 0)
-            return installed;
-    }
-    return OCNI_BUILD_PLUGIN_PATH;
-}
 
 /* The modules NETCONF itself needs, with the capabilities the server offers. */
 bool load_netconf_modules(const yang::Context &ctx, std::string &why)
@@ -240,7 +229,7 @@ int main(int argc, char **argv)
 
     ocni::tool::EngineOptions opt;
     opt.store_dir = a.store;
-    opt.plugin_path = plugin_path();
+    opt.plugin_path = yang::plugin_path();
     opt.trace = a.trace;
     Outcome o;
     std::unique_ptr<ocni::tool::Engine> engine = ocni::tool::make_engine(ctx, opt, o);

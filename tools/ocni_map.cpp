@@ -130,21 +130,7 @@ struct Args {
     std::vector<std::string> words;  /* command and its operands */
 };
 
-/* Text for a message: control characters as \xNN. */
-std::string shown(const std::string &s)
-{
-    std::string out;
-    for (unsigned char c : s) {
-        if (c < 0x20 || c == 0x7f) {
-            char b[8];
-            snprintf(b, sizeof b, "\\x%02x", c);
-            out += b;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out;
-}
+using ocni::host::shown;
 
 int usage_error(const std::string &what)
 {
@@ -278,18 +264,6 @@ yang::Format format_of(const std::string &name)
     return yang::Format::kAuto;
 }
 
-/* Where the plug-in is: beside an installed binary, else the build tree. */
-std::string plugin_path()
-{
-    std::string exe = yang::executable_dir();
-    if (!exe.empty()) {
-        std::string installed = exe + "/../" OCNI_INSTALL_LIBDIR "/libocni_localrouting.so";
-        struct stat st;
-        if (stat(installed.c_str(), &st) == 0)
-            return installed;
-    }
-    return OCNI_BUILD_PLUGIN_PATH;
-}
 
 /* A VRF name from the command line: "" when it can be stored, else the message. */
 std::string vrf_name_problem(const std::string &name)
@@ -357,7 +331,7 @@ private:
     {
         ocni::tool::EngineOptions opt;
         opt.store_dir = args_.store;
-        opt.plugin_path = plugin_path();
+        opt.plugin_path = yang::plugin_path();
         opt.trace = args_.trace;
         Outcome why;
         engine_ = ocni::tool::make_engine(ctx_, opt, why);

@@ -152,4 +152,16 @@ std::string default_yang_dir()
     return OCNI_SOURCE_YANG_DIR;
 }
 
+std::string plugin_path()
+{
+    std::string exe = executable_dir();
+    if (!exe.empty()) {
+        std::string installed = exe + "/../" OCNI_INSTALL_LIBDIR "/libocni_localrouting.so";
+        struct stat st;
+        if (stat(installed.c_str(), &st) == 0)
+            return installed;
+    }
+    return OCNI_BUILD_PLUGIN_PATH;
+}
+
 }  // namespace ocni::yang

@@ -78,6 +78,9 @@ std::string default_yang_dir();
 /* Directory of the running executable (from /proc/self/exe), "" if unknown. */
 std::string executable_dir();
 
+/* Where the plug-in is: beside an installed binary, else the build tree. */
+std::string plugin_path();
+
 }  // namespace ocni::yang
 
 #endif
