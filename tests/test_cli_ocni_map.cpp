@@ -560,6 +560,34 @@ TEST_F(Cli, PreviousFormatIsUpgradedInPlace)
     EXPECT_EQ(run("store upgrade").status, 3) << "a store of the current format is left alone";
 }
 
+/* A route an older store holds in a VRF the router's list lacks: OpenConfig deletes still remove it. */
+TEST_F(Cli, RoutesOfAVrfTheRouterDoesNotKnowCanBeDeleted)
+{
+    auto field = [](const std::string &v) {
+        uint32_t n = uint32_t(v.size());
+        return std::string(reinterpret_cast<const char *>(&n), 4) + v;
+    };
+    const std::string routes = "/network-instances/network-instance[name=green]/protocols/"
+                               "protocol[identifier=STATIC][name=DEFAULT]/static-routes";
+    for (const std::string &target : {routes, routes + "/static[prefix=10.5.0.0/16]"}) {
+        SCOPED_TRACE(target);
+        ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
+        {
+            std::string err;
+            auto e = ocni::host::open_lmdb_engine(store_, err);
+            ASSERT_NE(e, nullptr) << err;
+            ASSERT_EQ(e->put(std::string("/host/native/route/green\x1f" "4\x1f" "10.5.0.0\x1f" "16"),
+                             "2" + field("") + field("192.0.2.5") + field("0")),
+                      0u);
+        }
+        ASSERT_EQ(run("store upgrade").status, 0);
+        ASSERT_NE(run("native").out.find("192.0.2.5"), std::string::npos);
+        Outcome d = run("delete " + quote(target));
+        EXPECT_EQ(d.status, 0) << d.err;
+        EXPECT_EQ(run("native").out.find("192.0.2.5"), std::string::npos);
+    }
+}
+
 TEST_F(Cli, StoreTheUserCannotWriteStillReads)
 {
     ASSERT_EQ(run("vrf add red").status, 0);
