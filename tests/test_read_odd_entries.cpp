@@ -186,6 +186,18 @@ TEST_P(OddEntries, ReadSucceedsAndEveryOtherRouteIsUnchanged)
             EXPECT_TRUE(std::any_of(warned.begin(), warned.end(),
                                     [&](const std::string &l) { return l.find(w) != std::string::npos; }))
                 << w;
+
+        /* Filters read the same store: each succeeds, and the plain route is where they select it. */
+        const struct {
+            const char *vrf, *prefix;
+            bool plain;
+        } filters[] = {{"default", "", true}, {"", "10.9.0.0/16", true}, {"", "10.1.0.0/16", false},
+                       {"default", "2001:db8::/64", false}};
+        for (const auto &f : filters) {
+            SCOPED_TRACE(std::string(f.vrf) + " " + f.prefix);
+            const Lines sel = read(state, f.vrf, f.prefix);
+            EXPECT_EQ(std::find(sel.begin(), sel.end(), PLAIN + "/config/metric = 3") != sel.end(), f.plain);
+        }
     }
 }
 
