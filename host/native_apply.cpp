@@ -772,20 +772,22 @@ bool NativeConfig::commit(std::string &err)
 
 void NativeConfig::rollback() { end(); }
 
-zidl_yfw_datatree *NativeConfig::to_tree(const std::set<RouteKey> *only) const
-{
+namespace {
+
+/* Native routes into a host tree, in the order they come. */
+struct NativeTreeBuilder {
     zidl_yfw_datatree *root = tree_new();
-    if (root == nullptr || (only != nullptr && only->empty()))
-        return root;
     NodeRef rs;                          /* /router-static, made on first use */
     NodeRef vrfs;                        /* /router-static/vrfs, made on first use */
     NodeRef vrf_node, af_node, prefixes; /* current VRF body, family and vrf-prefixes */
     std::string cur_vrf;
     int cur_af = -1;
-    auto add = [](NodeRef parent, const char *name, NodeKind kind, const char *value = nullptr) {
+    static NodeRef add(NodeRef parent, const char *name, NodeKind kind, const char *value = nullptr)
+    {
         return node_ref(node_add_child(node_get(parent), name, kind, value, NS_NATIVE));
-    };
-    auto emit = [&](const RouteKey &k, const Route &r) {
+    }
+    bool emit(const RouteKey &k, const Route &r)
+    {
         if (!rs)
             rs = node_ref(node_add_child(root, "router-static", NodeKind::Container, nullptr, NS_NATIVE));
         if (!vrf_node || k.vrf != cur_vrf) {
@@ -827,7 +829,27 @@ zidl_yfw_datatree *NativeConfig::to_tree(const std::set<RouteKey> *only) const
             }
         }
         return true;
-    };
+    }
+};
+
+} // namespace
+
+zidl_yfw_datatree *NativeConfig::tree_of(const RouteList &routes)
+{
+    NativeTreeBuilder tb;
+    if (tb.root != nullptr)
+        for (const auto &r : routes)
+            tb.emit(r.first, r.second);
+    return tb.root;
+}
+
+zidl_yfw_datatree *NativeConfig::to_tree(const std::set<RouteKey> *only) const
+{
+    NativeTreeBuilder tb;
+    zidl_yfw_datatree *root = tb.root;
+    if (root == nullptr || (only != nullptr && only->empty()))
+        return root;
+    auto emit = [&](const RouteKey &k, const Route &r) { return tb.emit(k, r); };
     std::string err;
     if (only == nullptr) {
         if (!for_each_route(nullptr, nullptr, emit, err)) {

@@ -102,6 +102,9 @@ public:
 
     /* The native configuration as a host tree; with `only`, just those routes. */
     zidl_yfw_datatree *to_tree(const std::set<RouteKey> *only = nullptr) const;
+    /* The native tree of just these routes, in their order. */
+    using RouteList = std::vector<std::pair<RouteKey, Route>>;
+    static zidl_yfw_datatree *tree_of(const RouteList &routes);
     /* Native path of a route or a next hop, for change lines. */
     static std::string route_path(const RouteKey &k);
     static std::string nh_path(const RouteKey &k, const NhKey &n);

@@ -28,6 +28,9 @@ constexpr char KV_SEP = '\x1e';
 
 std::atomic<uint64_t> g_next_serial{1};
 std::atomic<uint64_t> g_sibling_visits{0};
+/* Node records of all live trees, and the most there were since the last reset. */
+std::atomic<size_t> g_live_recs{0};
+std::atomic<size_t> g_peak_recs{0};
 std::atomic<uint64_t> g_free_epoch{1}; /* bumped whenever a tree is freed */
 std::atomic<uint64_t> g_rekey_epoch{1}; /* bumped whenever an entry's key changes */
 std::mutex g_trees_mu;
@@ -440,6 +443,11 @@ NodeRec *Tree::new_rec()
         blocks.emplace_back(new NodeRec[block_size]);
         block_used = 0;
     }
+    ++recs;
+    const size_t live = ++g_live_recs;
+    size_t peak = g_peak_recs.load(std::memory_order_relaxed);
+    while (live > peak && !g_peak_recs.compare_exchange_weak(peak, live))
+        ;
     return &blocks.back()[block_used++];
 }
 
@@ -789,6 +797,7 @@ void tree_free(zidl_yfw_datatree *root)
     }
     free_contents(root);
     free(root);
+    g_live_recs -= t->recs;
     delete t;
 }
 
@@ -1184,6 +1193,10 @@ uint64_t tree_sibling_visits()
 {
     return detail::sibling_visits();
 }
+
+size_t tree_nodes_live() { return detail::g_live_recs.load(); }
+size_t tree_nodes_peak() { return detail::g_peak_recs.load(); }
+void tree_nodes_peak_reset() { detail::g_peak_recs.store(detail::g_live_recs.load()); }
 
 size_t tree_size(const zidl_yfw_datatree *root)
 {

@@ -113,6 +113,10 @@ std::vector<std::string> tree_lines(const zidl_yfw_datatree *root, const DumpOpt
 std::string tree_dump(const zidl_yfw_datatree *root, const DumpOptions &opt = {});
 /* Number of nodes below and including `root`. */
 size_t tree_size(const zidl_yfw_datatree *root);
+/* Nodes of all live trees, and the most there were since the last reset (for tests). */
+size_t tree_nodes_live();
+size_t tree_nodes_peak();
+void tree_nodes_peak_reset();
 
 /*
  * Sibling visits made by lookups and array moves since the process began:

@@ -92,6 +92,7 @@ struct Tree {
     std::vector<std::unique_ptr<NodeRec[]>> blocks;
     size_t block_used = 0;
     size_t block_size = 0;
+    size_t recs = 0; /* records handed out, for the process-wide count */
     /* Outgrown child arrays, by capacity (a power of two): reused before the arena grows. */
     zidl_yfw_datatree *spare_arrays[32] = {};
 

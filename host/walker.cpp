@@ -1044,54 +1044,173 @@ zidl_yfw_datatree *operational_answer(const NativeConfig &c, const zidl_yfw_data
 
 } // namespace
 
+/*
+ * The routes a filtered read selects: the edit-direction callbacks in read
+ * mode name the native paths the filter asks for.
+ */
+WalkResult Walker::select(const ReadRequest &req, std::set<RouteKey> &sel)
+{
+    WalkResult res;
+    std::vector<std::string> vrfs;
+    if (!req.vrf.empty())
+        vrfs.push_back(req.vrf);
+    else
+        vrfs = config_.vrfs_with_routes();
+    for (const std::string &vrf : vrfs) {
+        zidl_yfw_datatree *rq = filter_request(vrf, req.prefix);
+        Run run(YFW_REQ_READ, opt_);
+        run.out = tree_new();
+        if (rq == nullptr || !run.ok() || run.out == nullptr) {
+            tree_free(rq);
+            tree_free(run.out);
+            res.rc = YFW_RC_NO_MEMORY;
+            res.message = "out of memory";
+            return res;
+        }
+        res = walk_tree(run, rq, Model::OpenConfigEdit);
+        flush_trace(opt_, run.ctx);
+        std::string serr;
+        if (res.ok())
+            select_routes(config_, run.out, sel, serr);
+        if (res.ok() && !serr.empty()) {
+            res.rc = SYSDB_RC_FAILED;
+            res.message = serr;
+        }
+        tree_free(rq);
+        tree_free(run.out);
+        if (!res.ok())
+            return res;
+    }
+    return res;
+}
+
 WalkResult Walker::read(const ReadRequest &req, zidl_yfw_datatree **out)
 {
     *out = nullptr;
-    const uint32_t op_type = req.state ? YFW_REQ_READ_STATE : YFW_REQ_READ;
     WalkResult res;
     Session session(config_, false, res);
     if (!res.ok())
         return res;
-
-    /* 1. The native tree to read: all of it, or what the filter's request paths name. */
     zidl_yfw_datatree *native = nullptr;
     if (req.vrf.empty() && req.prefix.empty()) {
         native = config_.to_tree();
     } else {
-        std::vector<std::string> vrfs;
-        if (!req.vrf.empty())
-            vrfs.push_back(req.vrf);
-        else
-            vrfs = config_.vrfs_with_routes();
         std::set<RouteKey> sel;
-        for (const std::string &vrf : vrfs) {
-            zidl_yfw_datatree *rq = filter_request(vrf, req.prefix);
-            Run run(YFW_REQ_READ, opt_);
-            run.out = tree_new();
-            if (rq == nullptr || !run.ok() || run.out == nullptr) {
-                tree_free(rq);
-                tree_free(run.out);
-                res.rc = YFW_RC_NO_MEMORY;
-                res.message = "out of memory";
-                return res;
-            }
-            res = walk_tree(run, rq, Model::OpenConfigEdit);
-            flush_trace(opt_, run.ctx);
-            std::string serr;
-            if (res.ok())
-                select_routes(config_, run.out, sel, serr);
-            if (res.ok() && !serr.empty()) {
-                res.rc = SYSDB_RC_FAILED;
-                res.message = serr;
-            }
-            tree_free(rq);
-            tree_free(run.out);
-            if (!res.ok())
-                return res;
-        }
-        /* Build the native tree of the selected routes only. */
+        res = select(req, sel);
+        if (!res.ok())
+            return res;
         native = config_.to_tree(&sel);
     }
+    return map_native(req, native, out);
+}
+
+namespace {
+
+/* Routes gathered for one batch, handed on when full (and at the end). */
+struct Batcher {
+    size_t size;
+    std::function<bool(const NativeConfig::RouteList &)> flush;
+    NativeConfig::RouteList routes;
+    bool add(const RouteKey &k, const Route &r)
+    {
+        routes.emplace_back(k, r);
+        if (routes.size() < size)
+            return true;
+        bool go_on = flush(routes);
+        routes.clear();
+        return go_on;
+    }
+    bool finish() { return routes.empty() || flush(routes); }
+};
+
+} // namespace
+
+WalkResult Walker::read_batches(const ReadRequest &req, size_t batch, const TreeSink &sink, bool native_only)
+{
+    WalkResult res;
+    Session session(config_, false, res);
+    if (!res.ok())
+        return res;
+    bool sink_stopped = false;
+    Batcher b{batch == 0 ? 1 : batch, [&](const NativeConfig::RouteList &routes) {
+                  zidl_yfw_datatree *native = config_.tree_of(routes);
+                  zidl_yfw_datatree *result = nullptr;
+                  if (native_only) {
+                      if (native == nullptr) {
+                          res.rc = YFW_RC_NO_MEMORY;
+                          res.message = "out of memory";
+                          return false;
+                      }
+                      result = native;
+                  } else {
+                      res = map_native(req, native, &result);
+                      if (!res.ok())
+                          return false;
+                  }
+                  bool go_on = sink(result);
+                  tree_free(result);
+                  sink_stopped = !go_on;
+                  return go_on;
+              }, {}};
+    /*
+     * Batches follow the whole tree's order: its default VRF container sits
+     * where the store's first route of that VRF put it, before or after all
+     * the named VRFs (a native document prints it first).
+     */
+    std::string err;
+    bool done = true;
+    if (native_only || (req.vrf.empty() && req.prefix.empty())) {
+        std::vector<std::string> vrfs = config_.vrfs_with_routes();
+        auto def = std::find_if(vrfs.begin(), vrfs.end(), [](const std::string &v) { return is_default_vrf(v); });
+        if (def != vrfs.end() && (native_only || def == vrfs.begin()))
+            std::rotate(vrfs.begin(), def, def + 1);
+        else if (def != vrfs.end())
+            std::rotate(def, def + 1, vrfs.end());
+        for (const std::string &vrf : vrfs) {
+            done = config_.for_each_route(&vrf, nullptr, [&](const RouteKey &k, const Route &r) { return b.add(k, r); },
+                                          err);
+            if (!done)
+                break;
+        }
+    } else {
+        std::set<RouteKey> sel;
+        res = select(req, sel);
+        if (!res.ok())
+            return res;
+        const bool default_first = !sel.empty() && is_default_vrf(sel.begin()->vrf);
+        for (bool default_pass : {default_first, !default_first}) {
+            for (const RouteKey &k : sel) {
+                Route r;
+                if (is_default_vrf(k.vrf) != default_pass || !config_.find_route(k, r))
+                    continue;
+                if (!b.add(k, r)) {
+                    done = false;
+                    break;
+                }
+            }
+            if (!done)
+                break;
+        }
+        if (!config_.read_error().empty())
+            err = config_.read_error();
+    }
+    if (done)
+        done = b.finish();
+    if (res.ok() && !sink_stopped && (!done || !err.empty())) {
+        res.rc = SYSDB_RC_FAILED;
+        res.message = "store: " + (err.empty() ? config_.read_error() : err);
+    }
+    if (res.ok() && sink_stopped)
+        res.rc = YFW_RC_MAP_FAILED;
+    return res;
+}
+
+/* The read-direction (and, for state, operational) callbacks over `native`, which is freed. */
+WalkResult Walker::map_native(const ReadRequest &req, zidl_yfw_datatree *native, zidl_yfw_datatree **out)
+{
+    *out = nullptr;
+    const uint32_t op_type = req.state ? YFW_REQ_READ_STATE : YFW_REQ_READ;
+    WalkResult res;
     if (native == nullptr) {
         res.rc = config_.read_error().empty() ? YFW_RC_NO_MEMORY : SYSDB_RC_FAILED;
         res.message = config_.read_error().empty() ? "out of memory" : "store: " + config_.read_error();

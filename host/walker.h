@@ -17,6 +17,8 @@
 #define OCNI_HOST_WALKER_H
 
 #include <cstdint>
+#include <functional>
+#include <set>
 #include <memory>
 #include <string>
 #include <vector>
@@ -94,6 +96,17 @@ public:
      */
     WalkResult read(const ReadRequest &req, zidl_yfw_datatree **out);
 
+    /*
+     * The same read a batch of at most `batch` routes at a time, all in one
+     * store session: each batch's tree goes to `sink` (which may keep
+     * nothing of it) before the next is read, so memory holds one batch
+     * whatever the number of routes. Routes of one instance may span
+     * batches. With `native_only` the batches are native trees. A sink
+     * returning false stops the read (result YFW_RC_MAP_FAILED).
+     */
+    using TreeSink = std::function<bool(const zidl_yfw_datatree *batch)>;
+    WalkResult read_batches(const ReadRequest &req, size_t batch, const TreeSink &sink, bool native_only = false);
+
     /* The native configuration as a new host tree ("router-static"). */
     zidl_yfw_datatree *native_tree();
 
@@ -104,6 +117,8 @@ public:
 
 private:
     WalkResult walk_tree(Run &run, const zidl_yfw_datatree *input_root, Model model);
+    WalkResult select(const ReadRequest &req, std::set<RouteKey> &sel);
+    WalkResult map_native(const ReadRequest &req, zidl_yfw_datatree *native, zidl_yfw_datatree **out);
 
     const Plugin &plugin_;
     NativeConfig &config_;

@@ -21,6 +21,7 @@
 
 #include "host/trace.h"
 #include "host/native_gate.h"
+#include "json_splice.h"
 #include "input_checks.h"
 #include "ocni_map_engine.h"
 #include "yang_context.h"
@@ -379,6 +380,33 @@ private:
         return Outcome::kOk;
     }
 
+    /* Prints a read as it streams from the store: one JSON document, a batch of routes at a time. */
+    struct JsonOut : ocni::tool::ReadSink {
+        yang::JsonSplice splice{stdout};
+        std::string text;
+        Outcome batch(yang::Tree fragment) override
+        {
+            yang::Error e = yang::print_json(fragment, text);
+            if (!e && !splice.add(text))
+                e = yang::Error::internal("cannot write the JSON document");
+            return e ? Outcome::fail(Outcome::kInternal, e.message) : Outcome::ok();
+        }
+    };
+
+    int print_stream(const Outcome &o, JsonOut &out)
+    {
+        std::cout.flush();
+        if (o.status != Outcome::kOk) {
+            /* What was printed stays a document; the exit status tells it is not all. */
+            if (out.splice.started())
+                out.splice.finish();
+            return report(o);
+        }
+        if (!out.splice.finish())
+            return report(yang::Error::internal("cannot write the JSON document"));
+        return Outcome::kOk;
+    }
+
     int edit()
     {
         int rc;
@@ -453,8 +481,15 @@ private:
         /* Any VRF the store holds is a filter, whatever its name. */
         if (!args_.vrf.empty() && !vrf_name_problem(args_.vrf).empty() && !engine_->vrf_held(args_.vrf))
             return report(Outcome::fail(Outcome::kBadInput, vrf_name_problem(args_.vrf)));
-        yang::Tree tree;
         ocni::host::syslog_clear();
+        if (!args_.xml) {
+            JsonOut out;
+            std::cout.flush();
+            Outcome o = engine_->get(filter, out);
+            print_read_warnings();
+            return print_stream(o, out);
+        }
+        yang::Tree tree;
         Outcome o = engine_->get(filter, tree);
         print_read_warnings();
         return print_tree(o, tree);
@@ -475,9 +510,14 @@ private:
         }
         if ((rc = operands(1, kNativeHelp)) >= 0 || (rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
             return rc;
-        yang::Tree tree;
-        Outcome o = engine_->native_get(tree);
-        return print_tree(o, tree);
+        if (args_.xml) {
+            yang::Tree tree;
+            Outcome o = engine_->native_get(tree);
+            return print_tree(o, tree);
+        }
+        JsonOut out;
+        std::cout.flush();
+        return print_stream(engine_->native_get(out), out);
     }
 
     int vrf()

@@ -105,6 +105,7 @@ public:
             return Outcome::fail(Outcome::kInternal, err);
         h::WalkerOptions wo;
         wo.trace = opt.trace;
+        read_batch_ = opt.read_batch;
         if (opt.trace)
             wo.trace_line = trace_to_stderr;
         walker_ = std::make_unique<h::Walker>(*plugin_, config_, wo);
@@ -160,6 +161,10 @@ public:
         return back(result.root, out);
     }
 
+    Outcome get(const ReadFilter &filter, ReadSink &sink) override { return stream(filter, sink, false); }
+
+    Outcome native_get(ReadSink &sink) override { return stream(ReadFilter{}, sink, true); }
+
     Outcome native_edit(const yang::Tree &native, bool dry_run, std::string &changes) override
     {
         register_interfaces(native);
@@ -214,6 +219,31 @@ private:
     h::NativeConfig config_;
     std::unique_ptr<h::Plugin> plugin_;
     std::unique_ptr<h::Walker> walker_;
+    size_t read_batch_ = 1024;
+
+    Outcome stream(const ReadFilter &filter, ReadSink &sink, bool native_only)
+    {
+        h::ReadRequest req;
+        req.state = filter.state;
+        req.vrf = filter.vrf;
+        req.prefix = filter.prefix;
+        Outcome sunk = Outcome::ok();
+        h::WalkResult r = walker_->read_batches(req, read_batch_, [&](const zidl_yfw_datatree *batch) {
+            yang::Tree tree;
+            sunk = back(batch, tree);
+            if (sunk.status == Outcome::kOk && !native_only) {
+                yang::Error e = yang::complete_network_instance_names(tree);
+                if (e)
+                    sunk = Outcome::fail(Outcome::kInternal, e.message);
+            }
+            if (sunk.status == Outcome::kOk && tree)
+                sunk = sink.batch(std::move(tree));
+            return sunk.status == Outcome::kOk;
+        }, native_only);
+        if (sunk.status != Outcome::kOk)
+            return sunk;
+        return r.ok() ? Outcome::ok() : failure(r);
+    }
 
     /*
      * The router this host plays has every interface a request or the

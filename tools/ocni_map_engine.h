@@ -35,6 +35,13 @@ struct EngineOptions {
     std::string store_dir;    /* LMDB store directory */
     std::string plugin_path;  /* libocni_localrouting.so */
     bool trace = false;       /* trace lines to stderr */
+    size_t read_batch = 1024; /* routes a streamed read maps and hands on at a time */
+};
+
+/* Receives a streamed read a batch of routes at a time (a tree of its own each). */
+struct ReadSink {
+    virtual ~ReadSink() = default;
+    virtual Outcome batch(yang::Tree fragment) = 0;
 };
 
 /* Read filters of `get`; empty strings select everything. */
@@ -67,6 +74,13 @@ public:
     virtual Outcome get(const ReadFilter &filter, yang::Tree &out) = 0;
     /* The native configuration. */
     virtual Outcome native_get(yang::Tree &out) = 0;
+    /*
+     * The same reads streamed: one store snapshot, a batch of routes
+     * mapped, converted and handed to `sink` at a time; nothing when the
+     * store holds no route.
+     */
+    virtual Outcome get(const ReadFilter &filter, ReadSink &sink) = 0;
+    virtual Outcome native_get(ReadSink &sink) = 0;
     /* Applies a native fragment directly, as the router's own command line would. */
     virtual Outcome native_edit(const yang::Tree &native, bool dry_run, std::string &changes) = 0;
     virtual Outcome vrf_add(const std::string &name) = 0;

@@ -1,0 +1,196 @@
+/*
+ * Streamed reads: the document printed a batch of routes at a time is the
+ * one printing the whole tree gives, wherever batch boundaries fall, and
+ * the trees alive during a streamed read stay those of one batch.
+ */
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "host/tree.h"
+#include "input_checks.h"
+#include "json_splice.h"
+#include "ocni_map_engine.h"
+#include "walker_fixture.h"
+#include "yang_context.h"
+
+using ocni::tool::Outcome;
+namespace yang = ocni::yang;
+
+namespace {
+
+/* Native document of routes 10.<i/250>.<i%250>.0/24 in `vrf`, every next hop with a tag. */
+std::string many_routes(const std::string &vrf, int n)
+{
+    std::string entries;
+    for (int i = 0; i < n; ++i)
+        entries += std::string(i ? "," : "") + R"({"prefix":"10.)" + std::to_string(i / 250) + "." +
+                   std::to_string(i % 250) + R"(.0","prefix-length":24,"vrf-route":{"vrf-next-hop-table":{)" +
+                   R"("vrf-next-hop-next-hop-address":[{"next-hop-address":"192.0.2.1","tag":5}]}}})";
+    return R"({"Velmar-ORN-QZ-ip-static-cfg:router-static":{"vrfs":{"vrf":[{"vrf-name":")" + vrf +
+           R"(","address-family":{"vrfipv4":{"vrf-unicast":{"vrf-prefixes":{"vrf-prefix":[)" + entries +
+           "]}}}}}]}}}";
+}
+
+/* OpenConfig document of one static route with one next hop. */
+std::string oc_route(const std::string &ni, const std::string &prefix, const std::string &hop,
+                     const std::string &config = "")
+{
+    return R"({"openconfig-network-instance:network-instances":{"network-instance":[{"name":")" + ni +
+           R"(","protocols":{"protocol":[{"identifier":"openconfig-policy-types:STATIC","name":"DEFAULT",
+           "static-routes":{"static":[{"prefix":")" + prefix + R"(","config":{"prefix":")" + prefix + "\"" + config +
+           R"(},"next-hops":{"next-hop":[{"index":"1","config":{"index":"1","next-hop":")" + hop +
+           R"("}}]}}]}}]}}]}})";
+}
+
+class ReadStream : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char tmpl[] = "/dev/shm/ocni-stream-test.XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir_ = tmpl;
+        ASSERT_FALSE(ctx_.open(yang::default_yang_dir()));
+        reopen(1024);
+        for (const char *v : {"a-vrf", "red", "zz"})
+            ASSERT_EQ(engine_->vrf_add(v).status, Outcome::kOk);
+    }
+    void TearDown() override
+    {
+        engine_.reset();
+        EXPECT_EQ(std::system(("rm -rf '" + dir_ + "'").c_str()), 0);
+    }
+    void reopen(size_t batch)
+    {
+        engine_.reset();
+        ocni::tool::EngineOptions opt;
+        opt.store_dir = dir_;
+        opt.plugin_path = ocni::test::plugin_library_path();
+        opt.read_batch = batch;
+        Outcome why;
+        engine_ = ocni::tool::make_engine(ctx_, opt, why);
+        ASSERT_NE(engine_, nullptr) << why.message;
+    }
+    void apply(const std::string &text, yang::Model model)
+    {
+        yang::Tree tree;
+        ASSERT_FALSE(yang::read_edit(ctx_, text, yang::Format::kJson, model, tree)) << text;
+        std::string changes;
+        Outcome o = model == yang::Model::kNative ? engine_->native_edit(tree, false, changes)
+                                                  : engine_->edit(tree, false, changes);
+        ASSERT_EQ(o.status, Outcome::kOk) << o.message;
+    }
+
+    /* A streamed read printed as ocni-map prints it. */
+    struct Printer : ocni::tool::ReadSink {
+        char *buf = nullptr;
+        size_t len = 0;
+        FILE *f = open_memstream(&buf, &len);
+        yang::JsonSplice splice{f};
+        std::string text;
+        ~Printer() override { free(buf); }
+        Outcome batch(yang::Tree t) override
+        {
+            if (yang::print_json(t, text) || !splice.add(text))
+                return Outcome::fail(Outcome::kInternal, "cannot print");
+            return Outcome::ok();
+        }
+        std::string done()
+        {
+            splice.finish();
+            fclose(f);
+            f = nullptr;
+            return std::string(buf, len);
+        }
+    };
+    /* Native read when `filter` is null. */
+    std::string streamed(const ocni::tool::ReadFilter *filter)
+    {
+        Printer p;
+        Outcome o = filter ? engine_->get(*filter, p) : engine_->native_get(p);
+        EXPECT_EQ(o.status, Outcome::kOk) << o.message;
+        return p.done();
+    }
+    std::string whole(const ocni::tool::ReadFilter *filter)
+    {
+        yang::Tree t;
+        std::string out;
+        Outcome o = filter ? engine_->get(*filter, t) : engine_->native_get(t);
+        EXPECT_EQ(o.status, Outcome::kOk) << o.message;
+        EXPECT_FALSE(yang::print_json(t, out));
+        return out;
+    }
+
+    std::string dir_;
+    yang::Context ctx_;
+    std::unique_ptr<ocni::tool::Engine> engine_;
+};
+
+TEST_F(ReadStream, BatchesPrintTheDocumentTheWholeTreePrints)
+{
+    struct Row {
+        const char *what;
+        bool native;
+        ocni::tool::ReadFilter filter;
+    };
+    const std::vector<Row> rows = {
+        {"empty store", false, {}},
+        {"native", true, {}},
+        {"get", false, {}},
+        {"get --state", false, {true, "", ""}},
+        {"get --vrf red", false, {false, "red", ""}},
+        {"get --state --vrf default", false, {true, "default", ""}},
+        {"get --prefix", false, {true, "", "10.1.0.0/16"}},
+    };
+    bool filled = false;
+    for (const Row &r : rows) {
+        if (!filled && std::string(r.what) != "empty store") {
+            reopen(1024);
+            apply(oc_route("default", "10.1.0.0/16", "192.0.2.1", R"(,"set-tag":100,"description":"east")"),
+                  yang::Model::kOpenConfig);
+            apply(oc_route("default", "2001:db8::/48", "openconfig-local-routing:DROP", R"(,"description":"hole")"), yang::Model::kOpenConfig);
+            for (const char *ni : {"a-vrf", "red", "zz"}) {
+                apply(oc_route(ni, "10.1.0.0/16", "192.0.2.9", R"(,"set-tag":7)"), yang::Model::kOpenConfig);
+                apply(oc_route(ni, "2001:db8:1::/64", "2001:db8::1"), yang::Model::kOpenConfig);
+            }
+            apply(many_routes("red", 5), yang::Model::kNative);
+            filled = true;
+        }
+        const ocni::tool::ReadFilter *f = r.native ? nullptr : &r.filter;
+        reopen(1024);
+        const std::string expected = whole(f);
+        for (size_t batch : {1024, 1, 3}) {
+            reopen(batch);
+            EXPECT_EQ(streamed(f), expected) << r.what << ", " << batch << " routes a batch";
+        }
+    }
+}
+
+TEST_F(ReadStream, LiveTreesHoldOneBatchWhateverTheNumberOfRoutes)
+{
+    /* The most tree nodes alive while reading `routes` routes two at a time, above what was alive before. */
+    auto peak = [&](int routes, bool state, bool native) {
+        reopen(1024);
+        apply(many_routes("red", routes), yang::Model::kNative);
+        reopen(2);
+        ocni::tool::ReadFilter f;
+        f.state = state;
+        const size_t before = ocni::host::tree_nodes_live();
+        ocni::host::tree_nodes_peak_reset();
+        streamed(native ? nullptr : &f);
+        return ocni::host::tree_nodes_peak() - before;
+    };
+    for (bool native : {true, false})
+        for (bool state : {false, true}) {
+            if (native && state)
+                continue;
+            const size_t small = peak(20, state, native), large = peak(600, state, native);
+            EXPECT_GT(small, 0u);
+            EXPECT_EQ(large, small) << (native ? "native" : state ? "get --state" : "get");
+        }
+}
+
+}  // namespace
