@@ -560,31 +560,43 @@ TEST_F(Cli, PreviousFormatIsUpgradedInPlace)
     EXPECT_EQ(run("store upgrade").status, 3) << "a store of the current format is left alone";
 }
 
-/* A route an older store holds in a VRF the router's list lacks: OpenConfig deletes still remove it. */
-TEST_F(Cli, RoutesOfAVrfTheRouterDoesNotKnowCanBeDeleted)
+/* Routes an older store holds that the gate would refuse today: they read, filter and delete. */
+TEST_F(Cli, RoutesOfAnOlderStoreReadFilterAndDelete)
 {
     auto field = [](const std::string &v) {
         uint32_t n = uint32_t(v.size());
         return std::string(reinterpret_cast<const char *>(&n), 4) + v;
     };
-    const std::string routes = "/network-instances/network-instance[name=green]/protocols/"
-                               "protocol[identifier=STATIC][name=DEFAULT]/static-routes";
-    for (const std::string &target : {routes, routes + "/static[prefix=10.5.0.0/16]"}) {
-        SCOPED_TRACE(target);
+    /* An older store's route: VRF, prefix text and length as the router wrote them, one next hop. */
+    auto seed_older = [&](const std::string &vrf, const std::string &prefix, const std::string &len) {
         ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
         {
             std::string err;
             auto e = ocni::host::open_lmdb_engine(store_, err);
             ASSERT_NE(e, nullptr) << err;
-            ASSERT_EQ(e->put(std::string("/host/native/route/green\x1f" "4\x1f" "10.5.0.0\x1f" "16"),
+            ASSERT_EQ(e->put("/host/native/route/" + vrf + "\x1f" "4\x1f" + prefix + "\x1f" + len,
                              "2" + field("") + field("192.0.2.5") + field("0")),
                       0u);
         }
         ASSERT_EQ(run("store upgrade").status, 0);
+    };
+    const std::string routes = "/network-instances/network-instance[name=green]/protocols/"
+                               "protocol[identifier=STATIC][name=DEFAULT]/static-routes";
+    /* A VRF the router's list lacks: OpenConfig deletes still remove its routes. */
+    for (const std::string &target : {routes, routes + "/static[prefix=10.5.0.0/16]"}) {
+        SCOPED_TRACE(target);
+        seed_older("green", "10.5.0.0", "16");
         ASSERT_NE(run("native").out.find("192.0.2.5"), std::string::npos);
         Outcome d = run("delete " + quote(target));
         EXPECT_EQ(d.status, 0) << d.err;
         EXPECT_EQ(run("native").out.find("192.0.2.5"), std::string::npos);
+    }
+    /* A VRF name and a prefix with host bits the gate refuses: filters find them by meaning. */
+    seed_older("x/y", "10.26.1.1", "24");
+    for (const char *filter : {"--vrf x/y", "--prefix 10.26.1.0/24", "--vrf x/y --prefix 10.26.1.1/24"}) {
+        Outcome o = run(std::string("get ") + filter);
+        EXPECT_EQ(o.status, 0) << filter << ": " << o.err;
+        EXPECT_NE(o.out.find("192.0.2.5"), std::string::npos) << filter << ":\n" << o.out;
     }
 }
 
