@@ -19,6 +19,13 @@ const char *const NH_LISTS[] = {"vrf-next-hop-interface-name", "vrf-next-hop-int
 
 bool is_delete(uint32_t op) { return op == YFW_DT_OP_DELETE || op == YFW_DT_OP_REMOVE; }
 
+/* ": <the system's words>" of a transaction's last failure, "" when it has none. */
+std::string with_cause(const Txn &t)
+{
+    const std::string c = t.cause();
+    return c.empty() ? c : ": " + c;
+}
+
 /* The operation a node carries, or the one it inherits. */
 uint32_t effective_op(const zidl_yfw_datatree *n, uint32_t inherited)
 {
@@ -403,7 +410,7 @@ bool NativeConfig::flush(std::string &err)
     for (const auto &p : pending_) {
         cerrno rc = write_route(*write_, p.first, p.second.key, p.second.route ? &*p.second.route : nullptr);
         if (rc != YFW_RC_OK) {
-            err = "cannot write " + route_path(p.second.key);
+            err = "cannot write " + route_path(p.second.key) + with_cause(*write_);
             return false;
         }
     }
@@ -763,7 +770,7 @@ bool NativeConfig::commit(std::string &err)
     }
     bool ok = flush(err);
     if (ok && write_->commit() != YFW_RC_OK) {
-        err = "store commit failed";
+        err = "store commit failed" + with_cause(*write_);
         ok = false;
     }
     end();

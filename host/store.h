@@ -49,6 +49,8 @@ public:
     /* Applies the writes (a read transaction just ends); the transaction is then closed. */
     virtual cerrno commit() = 0;
     virtual void abort() = 0;
+    /* The system's words for the last failed write or commit ("No space left on device"), "" when none. */
+    virtual std::string cause() const { return ""; }
 };
 
 /* Sorted string keys to byte values. */

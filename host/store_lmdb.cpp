@@ -147,7 +147,7 @@ public:
         if (key.empty() || key.size() > max_key_)
             return SYSDB_RC_INVALID_ARG;
         MDB_val k = val_of(key), v = val_of(value);
-        return mdb_put(t_, dbi_, &k, &v, 0) == 0 ? YFW_RC_OK : SYSDB_RC_FAILED;
+        return failed(mdb_put(t_, dbi_, &k, &v, 0)) ? SYSDB_RC_FAILED : YFW_RC_OK;
     }
 
     cerrno del(const std::string &key) override
@@ -160,7 +160,7 @@ public:
         int rc = mdb_del(t_, dbi_, &k, nullptr);
         if (rc == MDB_NOTFOUND)
             return SYSDB_RC_NOT_FOUND;
-        return rc == 0 ? YFW_RC_OK : SYSDB_RC_FAILED;
+        return failed(rc) ? SYSDB_RC_FAILED : YFW_RC_OK;
     }
 
     /* Copies the range out a chunk at a time (all in this transaction), so that the visitor may write. */
@@ -216,8 +216,10 @@ public:
             return SYSDB_RC_FAILED;
         int rc = mdb_txn_commit(t_);
         t_ = nullptr;
-        return rc == 0 ? YFW_RC_OK : SYSDB_RC_FAILED;
+        return failed(rc) ? SYSDB_RC_FAILED : YFW_RC_OK;
     }
+
+    std::string cause() const override { return cause_; }
 
     void abort() override
     {
@@ -227,6 +229,15 @@ public:
     }
 
 private:
+    /* Keeps the system's words for a failure (LMDB's codes are errno values or its own). */
+    bool failed(int rc)
+    {
+        if (rc != 0)
+            cause_ = mdb_strerror(rc);
+        return rc != 0;
+    }
+
+    std::string cause_;
     MDB_txn *t_;
     MDB_dbi dbi_;
     bool write_;

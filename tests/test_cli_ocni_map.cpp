@@ -622,6 +622,26 @@ TEST_F(Cli, StoreTheUserCannotWriteStillReads)
     runner_.clear();
 }
 
+/* A store that cannot grow: the edit fails with the system's words for it and stores nothing. */
+TEST_F(Cli, StoreWriteFailureNamesItsCause)
+{
+    std::string statics;
+    for (int i = 0; i < 3000; ++i) {
+        const std::string p = "10." + std::to_string(i / 256) + "." + std::to_string(i % 256) + ".0/24";
+        statics += std::string(i ? "," : "") + "{\"prefix\":\"" + p + "\",\"config\":{\"prefix\":\"" + p +
+                   "\"},\"next-hops\":{\"next-hop\":[" + oc_next_hop("1", ",\"next-hop\":\"192.0.2.1\"") + "]}}";
+    }
+    const std::string doc = oc_route("default", "10.0.0.0/24", "");
+    const std::string big = doc.substr(0, doc.find("{\"prefix\"")) + statics + "]}}]}}]}}";
+    ASSERT_EQ(run("vrf list").status, 0);
+    runner_ = "trap '' XFSZ; ulimit -f 200; "; /* the data file may not grow past 200 blocks */
+    Outcome o = run("edit -", big);
+    runner_.clear();
+    EXPECT_EQ(o.status, 3);
+    EXPECT_NE(o.err.find("store commit failed: "), std::string::npos) << o.err;
+    EXPECT_EQ(run("get").out, "{}\n");
+}
+
 /* ------------------------------------------------------------------ */
 /* Concurrent processes                                                */
 /* ------------------------------------------------------------------ */
