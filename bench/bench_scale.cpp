@@ -162,14 +162,13 @@ void edit_document(tool::Engine &e, const std::string &doc)
     }
 }
 
-/* libyang's parse of the document with the checks the tool makes (schema and types), the yardstick. */
-void BM_LibyangParse(benchmark::State &state)
+/* libyang's parse of the same document with the given parse and validation options. */
+void libyang_parse(benchmark::State &state, uint32_t parse_options, uint32_t validate_options)
 {
     const std::string &doc = document(static_cast<int>(state.range(0)));
     for (auto _ : state) {
         lyd_node *tree = nullptr;
-        LY_ERR rc = lyd_parse_data_mem(context().raw(), doc.c_str(), LYD_JSON, LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0,
-                                       &tree);
+        LY_ERR rc = lyd_parse_data_mem(context().raw(), doc.c_str(), LYD_JSON, parse_options, validate_options, &tree);
         if (rc != LY_SUCCESS) {
             state.SkipWithError(context().take_errors("libyang refused the document").c_str());
             break;
@@ -180,22 +179,13 @@ void BM_LibyangParse(benchmark::State &state)
     state.counters["max_rss_MiB"] = max_rss_mib();
 }
 
-/* libyang's parse and validation of the document (informative). */
+/* With the checks the tool makes (schema and types): the yardstick. */
+void BM_LibyangParse(benchmark::State &state) { libyang_parse(state, LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0); }
+
+/* Parse and validation (informative). */
 void BM_LibyangParseValidate(benchmark::State &state)
 {
-    const std::string &doc = document(static_cast<int>(state.range(0)));
-    for (auto _ : state) {
-        lyd_node *tree = nullptr;
-        LY_ERR rc = lyd_parse_data_mem(context().raw(), doc.c_str(), LYD_JSON, LYD_PARSE_STRICT | LYD_PARSE_NO_STATE,
-                                       LYD_VALIDATE_PRESENT, &tree);
-        if (rc != LY_SUCCESS) {
-            state.SkipWithError(context().take_errors("libyang refused the document").c_str());
-            break;
-        }
-        lyd_free_all(tree);
-    }
-    state.counters["routes"] = static_cast<double>(state.range(0));
-    state.counters["max_rss_MiB"] = max_rss_mib();
+    libyang_parse(state, LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, LYD_VALIDATE_PRESENT);
 }
 
 void BM_Edit(benchmark::State &state)
