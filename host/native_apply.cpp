@@ -122,6 +122,8 @@ bool NativeConfig::begin(bool write, std::string &err, bool *began)
     }
     scope_ = std::make_unique<TxnScope>(read_.get());
     read_err_.clear();
+    counts_ = ChangeCounts{};
+    view_written_ = false;
     if (began != nullptr)
         *began = true;
     return true;
@@ -130,6 +132,8 @@ bool NativeConfig::begin(bool write, std::string &err, bool *began)
 void NativeConfig::end()
 {
     pending_.clear();
+    changed_ = nullptr;
+    view_written_ = false;
     scope_.reset();
     read_.reset();
     write_.reset();
@@ -207,21 +211,21 @@ bool NativeConfig::vrf_known(const std::string &vrf) const
     if (is_default_vrf(vrf))
         return true;
     bool known = false;
-    with_snapshot(read_.get(), engine_, [&](Txn &t) { return known = store_has_vrf(t, vrf); });
+    with_snapshot(snapshot(), engine_, [&](Txn &t) { return known = store_has_vrf(t, vrf); });
     return known;
 }
 
 std::vector<std::string> NativeConfig::vrfs() const
 {
     std::vector<std::string> out;
-    with_snapshot(read_.get(), engine_, [&](Txn &t) { return store_list_vrfs(t, out) == YFW_RC_OK; });
+    with_snapshot(snapshot(), engine_, [&](Txn &t) { return store_list_vrfs(t, out) == YFW_RC_OK; });
     return out;
 }
 
 std::vector<std::string> NativeConfig::vrfs_with_routes() const
 {
     std::vector<std::string> out;
-    with_snapshot(read_.get(), engine_, [&](Txn &t) {
+    with_snapshot(snapshot(), engine_, [&](Txn &t) {
         out = vrfs_with_routes_in(t);
         return true;
     });
@@ -234,7 +238,7 @@ bool NativeConfig::find_route(const RouteKey &k, Route &out) const
     if (key.empty())
         return false;
     bool found = false;
-    with_snapshot(read_.get(), engine_, [&](Txn &t) {
+    with_snapshot(snapshot(), engine_, [&](Txn &t) {
         std::string v, why;
         RouteKey stored;
         if (t.get(key, v) != YFW_RC_OK)
@@ -265,7 +269,7 @@ bool NativeConfig::for_each_route(const std::string *vrf, const bool *ipv4, cons
     }
     const std::string hi = prefix_end(lo);
     bool ok = false;
-    with_snapshot(read_.get(), engine_, [&](Txn &t) { return ok = scan_routes(t, lo, hi, fn, err); });
+    with_snapshot(snapshot(), engine_, [&](Txn &t) { return ok = scan_routes(t, lo, hi, fn, err); });
     if (!ok && err.empty())
         err = "the store cannot be read";
     return ok;
@@ -301,7 +305,7 @@ bool NativeConfig::for_each_same_prefix(const std::string &vrf, bool ipv4, const
         return fn(k, r);
     };
     bool ok = false;
-    with_snapshot(read_.get(), engine_,
+    with_snapshot(snapshot(), engine_,
                   [&](Txn &t) { return ok = scan_routes(t, lo_key, prefix_end(hi_key), same, err); });
     return ok;
 }
@@ -334,7 +338,7 @@ Route *NativeConfig::touch(const RouteKey &k, bool create, std::string &err)
     }
     auto it = pending_.find(key);
     if (it == pending_.end()) {
-        Pending p{k, std::nullopt};
+        Pending p{k, std::nullopt, std::nullopt};
         std::string v;
         cerrno rc = write_->get(key, v);
         if (rc == YFW_RC_OK) {
@@ -344,6 +348,7 @@ Route *NativeConfig::touch(const RouteKey &k, bool create, std::string &err)
                 err = "damaged route record " + route_path(k) + ": " + why;
                 return nullptr;
             }
+            p.before = r;
             p.route = std::move(r);
         } else if (rc != SYSDB_RC_NOT_FOUND) {
             err = "the store cannot be read";
@@ -405,9 +410,61 @@ void NativeConfig::remove_routes_if(const std::string *vrf, const bool *ipv4, st
     }
 }
 
+void count_change(const std::optional<Route> &before, const std::optional<Route> &after, ChangeCounts &c)
+{
+    static const std::map<NhKey, NhLeaves> none;
+    const auto &was = before ? before->next_hops : none;
+    const auto &is = after ? after->next_hops : none;
+    auto w = was.begin();
+    auto i = is.begin();
+    bool differ = false;
+    while (w != was.end() || i != is.end()) {
+        if (i == is.end() || (w != was.end() && w->first < i->first)) {
+            ++c.nh_deleted, ++w, differ = true;
+        } else if (w == was.end() || i->first < w->first) {
+            ++c.nh_created, ++i, differ = true;
+        } else {
+            if (w->second != i->second)
+                ++c.nh_changed, differ = true;
+            ++w, ++i;
+        }
+    }
+    if (before && !after)
+        ++c.routes_deleted;
+    else if (!before && after)
+        ++c.routes_created;
+    else if (before && after && differ)
+        ++c.routes_changed;
+}
+
+const ChangeCounts &NativeConfig::counts()
+{
+    std::string err;
+    if (writing() && !flush(err) && apply_err_.empty())
+        apply_err_ = err;
+    return counts_;
+}
+
+bool NativeConfig::view_written(bool on, std::string &err)
+{
+    if (on && (!writing() || !flush(err)))
+        return err.empty() ? (err = "no edit to show", false) : false;
+    view_written_ = on;
+    scope_.reset();
+    scope_ = std::make_unique<TxnScope>(snapshot());
+    return true;
+}
+
 bool NativeConfig::flush(std::string &err)
 {
     for (const auto &p : pending_) {
+        ChangeCounts c;
+        count_change(p.second.before, p.second.route, c);
+        if (changed_ != nullptr && !c.empty())
+            changed_->push_back(p.second.key);
+        counts_.routes_created += c.routes_created, counts_.routes_changed += c.routes_changed;
+        counts_.routes_deleted += c.routes_deleted, counts_.nh_created += c.nh_created;
+        counts_.nh_changed += c.nh_changed, counts_.nh_deleted += c.nh_deleted;
         cerrno rc = write_route(*write_, p.first, p.second.key, p.second.route ? &*p.second.route : nullptr);
         if (rc != YFW_RC_OK) {
             err = "cannot write " + route_path(p.second.key) + with_cause(*write_);

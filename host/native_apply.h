@@ -32,6 +32,20 @@
 
 namespace ocni::host {
 
+/* What an edit changed: routes and native next hops created, changed and deleted. */
+struct ChangeCounts {
+    size_t routes_created = 0, routes_changed = 0, routes_deleted = 0;
+    size_t nh_created = 0, nh_changed = 0, nh_deleted = 0;
+    bool empty() const
+    {
+        return routes_created + routes_changed + routes_deleted + nh_created + nh_changed + nh_deleted == 0;
+    }
+};
+
+/* Adds to `c` the difference between a route as it was and as it is (nullopt: absent). */
+void count_change(const std::optional<Route> &before, const std::optional<Route> &after,
+                  ChangeCounts &c);
+
 class NativeConfig {
 public:
     /* Over `engine`, or over the engine in use at each session when null. */
@@ -95,6 +109,21 @@ public:
     bool remove_vrf(const std::string &vrf, std::vector<std::string> &changes, std::string &err,
                     bool with_routes = false);
 
+    /*
+     * What the session has written so far, counted route by route against
+     * the routes as they were before each write (pending writes are flushed
+     * into the write transaction first). Starts at zero with each session.
+     */
+    const ChangeCounts &counts();
+    /* With a list, each route the session changes is added to it once it is written (a diff's routes). */
+    void track_changed(std::vector<RouteKey> *routes) { changed_ = routes; }
+    /*
+     * With `on`, the read accessors and the plug-in's lookups read the
+     * write transaction, pending writes included (to show an edit's result
+     * before it is committed or dropped); off, the snapshot again.
+     */
+    bool view_written(bool on, std::string &err);
+
     /* Commits the write session (and ends it). */
     bool commit(std::string &err);
     /* Drops the session's changes (and ends it). */
@@ -113,6 +142,7 @@ private:
     struct Pending {
         RouteKey key;
         std::optional<Route> route; /* nullopt: removed */
+        std::optional<Route> before; /* as the write transaction held it */
     };
     /* A route of the write transaction, loaded for change; null when absent and not created. */
     Route *touch(const RouteKey &k, bool create, std::string &err);
@@ -130,6 +160,10 @@ private:
     /* Routes changed since the last flush, by store key. */
     std::map<std::string, Pending> pending_;
     std::string apply_err_;
+    ChangeCounts counts_;
+    std::vector<RouteKey> *changed_ = nullptr;
+    bool view_written_ = false;
+    Txn *snapshot() const { return view_written_ ? write_.get() : read_.get(); }
     mutable std::string read_err_;
 
     friend class NativeApplier;

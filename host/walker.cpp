@@ -687,6 +687,8 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
             run.fail.message = "out of memory";
             return false;
         }
+        if (opt_.progress)
+            opt_.progress(statics);
         return true;
     };
     o.result = walk_tree(run, input, Model::OpenConfigEdit);
@@ -712,6 +714,11 @@ EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
     for (const std::string &v : vrfs_named(input))
         if (config_.add_vrf(v, o.changes))
             o.vrfs_created.push_back(v);
+    o.counts = config_.counts();
+    if (opt_.progress)
+        opt_.progress(statics);
+    if (opt_.before_end)
+        opt_.before_end(config_);
     if (dry_run) {
         config_.rollback();
         return o;
@@ -740,6 +747,9 @@ EditOutcome Walker::native_edit(const zidl_yfw_datatree *input, bool dry_run, bo
         o.result.message = err;
         return o;
     }
+    o.counts = config_.counts();
+    if (opt_.before_end)
+        opt_.before_end(config_);
     if (dry_run) {
         config_.rollback();
         return o;
@@ -1132,7 +1142,11 @@ WalkResult Walker::read_batches(const ReadRequest &req, size_t batch, const Tree
     if (!res.ok())
         return res;
     bool sink_stopped = false;
+    size_t done_routes = 0;
     Batcher b{batch == 0 ? 1 : batch, [&](const NativeConfig::RouteList &routes) {
+                  done_routes += routes.size();
+                  if (opt_.progress)
+                      opt_.progress(done_routes);
                   zidl_yfw_datatree *native = config_.tree_of(routes);
                   zidl_yfw_datatree *result = nullptr;
                   if (native_only) {

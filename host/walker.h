@@ -48,6 +48,14 @@ struct WalkerOptions {
     /* Receives every log and trace line of every request (merged in order), when set. */
     void (*trace_line)(const char *line, void *arg) = nullptr;
     void *trace_arg = nullptr;
+    /* Called with the number of static routes walked so far, after each batch of an edit. */
+    std::function<void(size_t)> progress;
+    /*
+     * Called when an edit has been applied and is about to be committed or
+     * dropped, with the configuration still in its write session (to read
+     * what the edit did before it ends).
+     */
+    std::function<void(NativeConfig &)> before_end;
 };
 
 /* What an edit did. */
@@ -57,6 +65,8 @@ struct EditOutcome {
     std::vector<std::string> changes;
     /* VRFs the edit created (network instances carrying their own config/name). */
     std::vector<std::string> vrfs_created;
+    /* Routes and native next hops created, changed and deleted. */
+    ChangeCounts counts;
 };
 
 /* Read filters; empty strings select everything. */
@@ -72,6 +82,8 @@ public:
     ~Walker();
     Walker(const Walker &) = delete;
     Walker &operator=(const Walker &) = delete;
+    /* The options, which a front end may change between requests (progress, before_end). */
+    WalkerOptions &options() { return opt_; }
 
     /*
      * Maps an OpenConfig edit (children of `input`: "network-instances").

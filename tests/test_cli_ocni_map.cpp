@@ -151,7 +151,7 @@ TEST_F(Cli, EveryCommandHasHelp)
     } rows[] = {
         {"--help", "usage: ocni-map [--store DIR]"},
         {"help", "usage: ocni-map [--store DIR]"},
-        {"edit --help", "usage: ocni-map edit FILE|- [--dry-run]"},
+        {"edit --help", "usage: ocni-map edit FILE|- [--dry-run"},
         {"delete --help", "usage: ocni-map delete PATH"},
         {"get --help", "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX]"},
         {"native --help", "usage: ocni-map native"},
@@ -266,7 +266,7 @@ TEST_F(Cli, EmptyStoreGetsAnEmptyDocument)
 
 TEST_F(Cli, ExamplesApplyAndRefusalsLeaveTheNativeConfigurationUnchanged)
 {
-    Outcome first = run("edit " + example("01-ipv4-default-next-hop-address.json"));
+    Outcome first = run("--verbose edit " + example("01-ipv4-default-next-hop-address.json"));
     ASSERT_EQ(first.status, 0) << first.err;
     EXPECT_NE(first.out.find("vrf-next-hop-next-hop-address"), std::string::npos) << first.out;
     for (const char *name : {"02-ipv4-default-local-link.json", "03-ipv4-red-address-and-interface.json",
@@ -291,9 +291,9 @@ TEST_F(Cli, ExamplesApplyAndRefusalsLeaveTheNativeConfigurationUnchanged)
     EXPECT_NE(verbose.err.find("_config_description returned 0xaaf2f400"), std::string::npos) << verbose.err;
     for (const char *name : {"invalid-prefix.json", "invalid-leaf.json"})
         EXPECT_EQ(run(std::string("edit ") + example(name)).status, 2) << name;
-    Outcome dry = run("edit --dry-run " + example("07-metric-change.json"));
+    Outcome dry = run("edit --dry-run --diff " + example("07-metric-change.json"));
     EXPECT_EQ(dry.status, 0) << dry.err;
-    EXPECT_NE(dry.out.find("50"), std::string::npos) << dry.out;
+    EXPECT_NE(dry.out.find("/config/metric: 10 -> 50\n"), std::string::npos) << dry.out;
 
     Outcome after = run("native");
     EXPECT_EQ(after.out, before.out);
@@ -792,3 +792,79 @@ TEST_F(Cli, InstalledCommandFindsItsPluginAndModulesWithoutEnvironment)
 }
 
 }  // namespace
+
+/*
+ * What an operator sees: one summary line per edit (native lines only with
+ * --verbose, the OpenConfig diff with --diff), the vrf commands saying what
+ * they did, hints on the common input mistakes. Nothing on stderr when it
+ * is not a terminal and all goes well.
+ */
+TEST_F(Cli, OperatorOutputSaysWhatChangedAndHintsAtMistakes)
+{
+    const std::string route = "/network-instances/network-instance[name=default]/protocols/"
+                              "protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=10.1.0.0/16]";
+    const std::string metric_path =
+        "/openconfig-network-instance:network-instances/network-instance[name='default']/protocols/"
+        "protocol[identifier='openconfig-policy-types:STATIC'][name='DEFAULT']/static-routes/"
+        "static[prefix='10.1.0.0/16']/next-hops/next-hop[index='1']/config/metric";
+    const std::string doc = R"({"openconfig-network-instance:network-instances":{"network-instance":[{"name":"default",
+      "protocols":{"protocol":[{"identifier":"openconfig-policy-types:STATIC","name":"DEFAULT","static-routes":{"static":
+      [{"prefix":"P","config":{"prefix":"P"},"next-hops":{"next-hop":[{"index":"1","config":{"index":"1","next-hop":"H"}}]}}]}}]}}]}})";
+    auto with = [&](const std::string &prefix, const std::string &hop) {
+        std::string d = doc;
+        for (size_t at; (at = d.find("\"P\"")) != std::string::npos;)
+            d.replace(at, 3, "\"" + prefix + "\"");
+        d.replace(d.find("\"H\""), 3, "\"" + hop + "\"");
+        return d;
+    };
+    const std::string none = "0 next hops created, 0 changed, 0 deleted";
+    struct Row {
+        std::string args, input;
+        int status;
+        std::string out;  /* exact, or with `contains` a part of it */
+        std::string err;  /* a part of stderr ("" : stderr empty) */
+        bool contains;
+    } rows[] = {
+        {"vrf add red", "", 0, "VRF red created\n", "", false},
+        {"vrf add red", "", 0, "VRF red exists already: nothing changed\n", "", false},
+        {"edit " + example("01-ipv4-default-next-hop-address.json"), "", 0,
+         "1 route created, 0 changed, 0 deleted; 1 next hop created, 0 changed, 0 deleted\n", "", false},
+        {"edit --dry-run --diff " + example("07-metric-change.json"), "", 0,
+         "~ " + metric_path + ": 10 -> 50\n0 routes created, 1 changed, 0 deleted; 0 next hops created, 1 changed, "
+         "0 deleted (dry run: nothing stored)\n", "", false},
+        {"--verbose edit " + example("03-ipv4-red-address-and-interface.json"), "", 0,
+         "create /router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv4/vrf-unicast/vrf-prefixes/"
+         "vrf-prefix[prefix=172.16.0.0][prefix-length=12]\n", "", true},
+        {"native edit --dry-run " + example("native-router-cli.json"), "", 0,
+         "1 route created, 0 changed, 0 deleted; 2 next hops created, 0 changed, 0 deleted (dry run: nothing stored)\n",
+         "", false},
+        {"delete --dry-run --diff " + quote(route), "", 0, "- " + metric_path + ": 10\n", "", true},
+        {"delete " + quote(route), "", 0, "0 routes created, 0 changed, 1 deleted; 0 next hops created, 0 changed, "
+         "1 deleted\n", "", false},
+        {"delete " + quote(route), "", 0, "0 routes created, 0 changed, 0 deleted; " + none + "\n",
+         "nothing to delete at", false},
+        {"vrf delete red --with-routes", "", 0, "VRF red deleted with its 1 static route\n", "", false},
+        {"vrf delete red", "", 1, "", "red", false},
+        {"get --vrf blue", "", 0, "{}\n", "VRF blue does not exist", false},
+        {"edit -", with("10.9.0.0/16", "DROP"), 2, "", "(an identity needs its module prefix: "
+         "\"openconfig-local-routing:DROP\")", false},
+        {"edit -", with("10.9.0.0/255.255.0.0", "192.0.2.1"), 2, "",
+         "(write a prefix as address/length: \"10.9.0.0/16\")", false},
+        {"edit -", with("2001:db8::", "2001:db8::1"), 2, "", "(a prefix is address/length, as in \"2001:db8::/64\")",
+         false},
+        {"edit -", with("10.9.0.0/16", "192.0.2.1"), 0, "1 route created, 0 changed, 0 deleted; 1 next hop created, "
+         "0 changed, 0 deleted\n", "", false},
+    };
+    for (const Row &r : rows) {
+        Outcome res = run(r.args, r.input);
+        EXPECT_EQ(res.status, r.status) << r.args << ": " << res.err;
+        if (r.contains)
+            EXPECT_NE(res.out.find(r.out), std::string::npos) << r.args << ":\n" << res.out;
+        else
+            EXPECT_EQ(res.out, r.out) << r.args;
+        if (r.err.empty())
+            EXPECT_EQ(res.err, "") << r.args;
+        else
+            EXPECT_NE(res.err.find(r.err), std::string::npos) << r.args << ":\n" << res.err;
+    }
+}

@@ -1,5 +1,6 @@
 #include "input_checks.h"
 
+#include <arpa/inet.h>
 #include <libyang/libyang.h>
 
 #include <cctype>
@@ -191,12 +192,83 @@ bool colon_tag_value(const std::string &text, uint32_t &value)
     return true;
 }
 
+namespace {
+
+/* The text between `open` and the next '"' after it in `m`, or "". */
+std::string quoted_after(const std::string &m, const std::string &open)
+{
+    size_t at = m.find(open);
+    if (at == std::string::npos)
+        return "";
+    at += open.size();
+    size_t end = m.find('"', at);
+    return end == std::string::npos ? "" : m.substr(at, end - at);
+}
+
+/* "module:NAME" of the first identity called `name` in the loaded modules, or "". */
+std::string prefixed_identity(const Context &ctx, const std::string &name)
+{
+    uint32_t i = 0;
+    const lys_module *mod;
+    while ((mod = ly_ctx_get_module_iter(ctx.raw(), &i)) != nullptr) {
+        const lysc_ident *id;
+        LY_ARRAY_FOR(mod->identities, struct lysc_ident, id) {
+            if (name == id->name)
+                return std::string(mod->name) + ":" + name;
+        }
+    }
+    return "";
+}
+
+/* Prefix length a dotted netmask spells (255.255.0.0 -> 16), or -1 when it is not one. */
+int mask_length(const std::string &mask)
+{
+    in_addr a;
+    if (inet_pton(AF_INET, mask.c_str(), &a) != 1)
+        return -1;
+    uint32_t m = ntohl(a.s_addr);
+    int len = 0;
+    while (len < 32 && (m & (0x80000000u >> len)) != 0)
+        ++len;
+    return (len == 32 || (m << len) == 0) ? len : -1;
+}
+
+}  // namespace
+
+std::string input_hint(const Context &ctx, const std::string &message)
+{
+    std::string v = quoted_after(message, "Invalid union value \"");
+    if (v.empty())
+        v = quoted_after(message, "Invalid identityref \"");
+    if (v.empty() || v.find('\n') != std::string::npos)
+        return "";
+    if (v.find(':') == std::string::npos) {
+        std::string full = prefixed_identity(ctx, v);
+        if (!full.empty())
+            return " (an identity needs its module prefix: \"" + full + "\")";
+    }
+    size_t slash = v.find('/');
+    std::string addr = v.substr(0, slash);
+    std::string canonical;
+    if (!canonical_address(addr, canonical))
+        return "";
+    const bool v4 = addr.find(':') == std::string::npos;
+    if (slash == std::string::npos)
+        return " (a prefix is address/length, as in \"" + addr + (v4 ? "/24" : "/64") + "\")";
+    int len = v4 ? mask_length(v.substr(slash + 1)) : -1;
+    if (len >= 0)
+        return " (write a prefix as address/length: \"" + addr + "/" + std::to_string(len) + "\")";
+    return "";
+}
+
 Error read_edit(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out)
 {
     size_t nul = text.find('\0');
     if (nul != std::string::npos)
         return Error::input("the document holds a NUL byte at offset " + std::to_string(nul));
     Error e = parse_fragment(ctx, text, fmt, model, out);
+    if (e && e.kind == Error::kInput)
+        e.message += input_hint(ctx, e.message);
     if (!e && model == Model::kOpenConfig)
         e = check_canonical_prefixes(out);
     if (!e && model == Model::kOpenConfig)

@@ -33,6 +33,13 @@ void delete_scope(const PathTarget &target, std::string &vrf, std::string &prefi
 /* Whether the node a delete path names is in `config` (a read of the configuration). */
 bool delete_target_present(const Tree &config, const PathTarget &target);
 
+/*
+ * A hint for a common mistake behind a parse error's message ("" when none):
+ * an identity without its module prefix ("DROP"), a prefix written with a
+ * netmask or without its length.
+ */
+std::string input_hint(const Context &ctx, const std::string &message);
+
 /* "12:34" -> 4660; false when `text` is not one to four colon-separated octets. */
 bool colon_tag_value(const std::string &text, uint32_t &value);
 

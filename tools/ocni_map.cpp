@@ -8,7 +8,9 @@
  * or internal error.
  */
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -19,6 +21,7 @@
 
 #include <libyang/libyang.h>
 
+#include "host/route_store.h"
 #include "host/trace.h"
 #include "host/native_gate.h"
 #include "json_splice.h"
@@ -39,12 +42,14 @@ const char *const kUsage =
     "the routes are kept in the router's native model in a store directory.\n"
     "\n"
     "commands:\n"
-    "  edit FILE|- [--dry-run]       merge an OpenConfig document (JSON or XML)\n"
-    "  delete PATH [--dry-run]       delete the node at an OpenConfig instance path\n"
+    "  edit FILE|- [--dry-run [--diff]]\n"
+    "                                merge an OpenConfig document (JSON or XML)\n"
+    "  delete PATH [--dry-run [--diff]]\n"
+    "                                delete the node at an OpenConfig instance path\n"
     "  get [--state] [--vrf NAME] [--prefix PREFIX] [--format json|xml]\n"
     "                                print the OpenConfig configuration (and state)\n"
     "  native                        print the native configuration\n"
-    "  native edit FILE|- [--dry-run]\n"
+    "  native edit FILE|- [--dry-run [--diff]]\n"
     "                                apply a native document directly\n"
     "  vrf add|delete NAME           add or delete a VRF of the store\n"
     "  vrf list                      list the VRFs of the store\n"
@@ -53,7 +58,8 @@ const char *const kUsage =
     "options:\n"
     "  --store DIR      store directory (default ./ocni-store)\n"
     "  --trace          write the mapping's trace lines to stderr (implies --verbose)\n"
-    "  --verbose        add to error messages the callback, result code and native path\n"
+    "  --verbose        print the native changes of an edit, and add to error messages\n"
+    "                   the callback, result code and native path\n"
     "  --               end of options: the words after it are names (\"vrf add -- -x\")\n"
     "  --yang-dir DIR   load the OpenConfig modules from DIR (a full published set)\n"
     "  --help           this text; COMMAND --help describes one command\n"
@@ -62,24 +68,27 @@ const char *const kUsage =
     "parse or validate, 3 store or internal error\n";
 
 const char *const kEditHelp =
-    "usage: ocni-map edit FILE|- [--dry-run]\n"
+    "usage: ocni-map edit FILE|- [--dry-run [--diff]]\n"
     "\n"
     "Merges an OpenConfig network-instance document (RFC 7951 JSON, or XML) into\n"
-    "the configuration and prints the native changes it makes. The document is a\n"
+    "the configuration and prints a line counting the routes and next hops it\n"
+    "creates, changes and deletes (--verbose: and each native change). The document is a\n"
     "fragment: it is checked against the schema, but a route need not restate its\n"
     "network instance. A network instance that carries config/name creates that\n"
     "VRF. Prefixes and next-hop addresses must be in canonical form (10.1.0.0/16,\n"
     "2001:db8::/32, 2001:db8::1).\n"
     "  -             read the document from standard input\n"
-    "  --dry-run     print the native changes and store nothing\n";
+    "  --dry-run     count the changes and store nothing\n"
+    "  --diff        with --dry-run: the OpenConfig leaves the edit would add (+),\n"
+    "                change (~) and remove (-)\n";
 
 const char *const kDeleteHelp =
-    "usage: ocni-map delete PATH [--dry-run]\n"
+    "usage: ocni-map delete PATH [--dry-run [--diff]]\n"
     "\n"
     "Deletes the node at an OpenConfig instance path, as a gNMI delete would, e.g.\n"
     "  /network-instances/network-instance[name=default]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config/metric\n"
     "Key values may be quoted with ' or \".\n"
-    "  --dry-run     print the native changes and store nothing\n";
+    "  --dry-run     count the changes and store nothing (--diff: show them)\n";
 
 const char *const kGetHelp =
     "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX] [--format json|xml]\n"
@@ -93,13 +102,13 @@ const char *const kGetHelp =
 
 const char *const kNativeHelp =
     "usage: ocni-map native\n"
-    "       ocni-map native edit FILE|- [--dry-run]\n"
+    "       ocni-map native edit FILE|- [--dry-run [--diff]]\n"
     "\n"
     "native prints the native configuration as RFC 7951 JSON under\n"
     "Velmar-ORN-QZ-ip-static-cfg:router-static. native edit applies a native\n"
     "document directly, as the router's own command line would: next hops need no\n"
     "index and read back with generated ##...## indexes.\n"
-    "  --dry-run     print the native changes and store nothing\n";
+    "  --dry-run     count the changes and store nothing (--diff: show them)\n";
 
 const char *const kVrfHelp =
     "usage: ocni-map vrf add NAME\n"
@@ -125,6 +134,7 @@ struct Args {
     bool dry_run = false;
     bool state = false;
     bool with_routes = false;
+    bool diff = false;
     std::string vrf;
     std::string prefix;
     bool xml = false;
@@ -172,6 +182,8 @@ int parse_args(int argc, char **argv, Args &a)
             a.state = true;
         else if (s == "--with-routes")
             a.with_routes = true;
+        else if (s == "--diff")
+            a.diff = true;
         else if (s == "--store") {
             if (!value(a.store))
                 return usage_error("--store needs a directory");
@@ -273,6 +285,83 @@ std::string vrf_name_problem(const std::string &name)
     return why.empty() ? why : "VRF name \"" + shown(name) + "\" " + why;
 }
 
+/* "1 route", "3 routes". */
+std::string count_of(size_t n, const char *noun)
+{
+    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+}
+
+/* The one line an edit prints: what it created, changed and deleted. */
+std::string summary_line(const ocni::tool::EditReport &r, bool dry_run)
+{
+    std::string s = count_of(r.routes_created, "route") + " created, " + std::to_string(r.routes_changed) +
+                    " changed, " + std::to_string(r.routes_deleted) + " deleted; " +
+                    count_of(r.nh_created, "next hop") + " created, " + std::to_string(r.nh_changed) +
+                    " changed, " + std::to_string(r.nh_deleted) + " deleted";
+    for (const std::string &v : r.vrfs_created)
+        s += "; VRF " + shown(v) + " created";
+    if (dry_run)
+        s += " (dry run: nothing stored)";
+    return s + "\n";
+}
+
+/*
+ * Progress of a long command on a terminal: routes done (of how many),
+ * and the rate, rewritten in place at most four times a second.
+ */
+class Progress {
+public:
+    explicit Progress(bool on) : on_(on), start_(std::chrono::steady_clock::now()) {}
+    ~Progress() { finish(); }
+    void total(size_t n) { total_ = n; }
+    /* A read printing to the same terminal shows no progress between its lines. */
+    void off() { on_ = false; }
+    void operator()(size_t done)
+    {
+        if (!on_)
+            return;
+        auto now = std::chrono::steady_clock::now();
+        if (shown_ && now - last_ < std::chrono::milliseconds(250))
+            return;
+        last_ = now;
+        double secs = std::chrono::duration<double>(now - start_).count();
+        std::string line = "\rocni-map: " + std::to_string(done) + (total_ ? " of " + std::to_string(total_) : "") +
+                           " routes";
+        if (secs > 0)
+            line += ", " + std::to_string(static_cast<long>(done / secs)) + "/s";
+        std::cerr << line << "\033[K" << std::flush;
+        shown_ = true;
+    }
+    void finish()
+    {
+        if (shown_)
+            std::cerr << "\r\033[K" << std::flush;
+        shown_ = false;
+    }
+
+private:
+    bool on_;
+    size_t total_ = 0;
+    bool shown_ = false;
+    std::chrono::steady_clock::time_point start_, last_;
+};
+
+/* Static routes in an OpenConfig document (the edit's progress counts them). */
+size_t statics_in(const yang::Tree &tree)
+{
+    size_t n = 0;
+    for (const lyd_node *top = tree.get(); top != nullptr; top = top->next)
+        for (const lyd_node *ni = lyd_child(top); ni != nullptr; ni = ni->next)
+            for (const lyd_node *c = lyd_child(ni); c != nullptr; c = c->next)
+                if (c->schema != nullptr && strcmp(c->schema->name, "protocols") == 0)
+                    for (const lyd_node *p = lyd_child(c); p != nullptr; p = p->next)
+                        for (const lyd_node *sr = lyd_child(p); sr != nullptr; sr = sr->next)
+                            if (sr->schema != nullptr && strcmp(sr->schema->name, "static-routes") == 0)
+                                for (const lyd_node *st = lyd_child(sr); st != nullptr; st = st->next)
+                                    ++n;
+    return n;
+}
+
 class Command {
 public:
     explicit Command(const Args &a) : args_(a) {}
@@ -306,6 +395,7 @@ private:
     const Args &args_;
     yang::Context ctx_;
     std::unique_ptr<ocni::tool::Engine> engine_;
+    Progress progress_{isatty(STDERR_FILENO) == 1 && !args_.trace};
 
     static int print(const char *text)
     {
@@ -334,6 +424,8 @@ private:
         opt.store_dir = args_.store;
         opt.plugin_path = yang::plugin_path();
         opt.trace = args_.trace;
+        opt.diff = args_.diff;
+        opt.progress = [this](size_t done) { progress_(done); };
         Outcome why;
         engine_ = ocni::tool::make_engine(ctx_, opt, why);
         return engine_ ? -1 : report(why);
@@ -351,6 +443,21 @@ private:
             return report(e);
         }
         return -1;
+    }
+
+    /* An edit's output: the native changes with --verbose, the diff with --diff, then the summary. */
+    int finish_edit(const Outcome &o, const std::string &changes)
+    {
+        progress_.finish();
+        if (o.status == Outcome::kOk) {
+            const ocni::tool::EditReport &r = engine_->last_report();
+            if (args_.verbose)
+                std::cout << changes;
+            if (args_.diff)
+                std::cout << r.diff;
+            std::cout << summary_line(r, args_.dry_run);
+        }
+        return report(o);
     }
 
     static int finish(const Outcome &o, const std::string &output)
@@ -395,6 +502,7 @@ private:
 
     int print_stream(const Outcome &o, JsonOut &out)
     {
+        progress_.finish();
         std::cout.flush();
         if (o.status != Outcome::kOk) {
             /* What was printed stays a document; the exit status tells it is not all. */
@@ -414,9 +522,10 @@ private:
         if ((rc = operands(2, kEditHelp)) >= 0 || (rc = open_context()) >= 0 ||
             (rc = load_document(args_.words[1], yang::Model::kOpenConfig, tree)) >= 0 || (rc = open_engine()) >= 0)
             return rc;
+        progress_.total(statics_in(tree));
         std::string changes;
         Outcome o = engine_->edit(tree, args_.dry_run, changes);
-        return finish(o, changes);
+        return finish_edit(o, changes);
     }
 
     int remove()
@@ -443,13 +552,13 @@ private:
         if (!scope.prefix.empty() && engine_->get(scope, config).status == Outcome::kOk &&
             !yang::delete_target_present(config, target)) {
             std::cerr << nothing;
-            return Outcome::kOk;
+            return finish_edit(Outcome::ok(), "");
         }
         std::string changes;
         Outcome o = engine_->remove(tree, target, args_.dry_run, changes);
         if (o.status == Outcome::kOk && changes.empty())
             std::cerr << nothing;
-        return finish(o, changes);
+        return finish_edit(o, changes);
     }
 
     /*
@@ -481,7 +590,12 @@ private:
         /* Any VRF the store holds is a filter, whatever its name. */
         if (!args_.vrf.empty() && !vrf_name_problem(args_.vrf).empty() && !engine_->vrf_held(args_.vrf))
             return report(Outcome::fail(Outcome::kBadInput, vrf_name_problem(args_.vrf)));
+        /* An unknown VRF is an empty result, said so. */
+        if (!args_.vrf.empty() && !ocni::host::is_default_vrf(args_.vrf) && !engine_->vrf_held(args_.vrf))
+            std::cerr << "ocni-map: VRF " << shown(args_.vrf) << " does not exist\n";
         ocni::host::syslog_clear();
+        if (isatty(STDOUT_FILENO) == 1)
+            progress_.off();
         if (!args_.xml) {
             JsonOut out;
             std::cout.flush();
@@ -506,7 +620,7 @@ private:
                 return rc;
             std::string changes;
             Outcome o = engine_->native_edit(tree, args_.dry_run, changes);
-            return finish(o, changes);
+            return finish_edit(o, changes);
         }
         if ((rc = operands(1, kNativeHelp)) >= 0 || (rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
             return rc;
@@ -517,6 +631,8 @@ private:
         }
         JsonOut out;
         std::cout.flush();
+        if (isatty(STDOUT_FILENO) == 1)
+            progress_.off();
         return print_stream(engine_->native_get(out), out);
     }
 
@@ -546,8 +662,15 @@ private:
             return report(Outcome::fail(Outcome::kBadInput, vrf_name_problem(w[2])));
         if ((rc = open_context()) >= 0 || (rc = open_engine()) >= 0)
             return rc;
-        Outcome o = w[1] == "add" ? engine_->vrf_add(w[2]) : engine_->vrf_delete(w[2], args_.with_routes);
-        return report(o);
+        if (w[1] == "add") {
+            bool created = false;
+            Outcome o = engine_->vrf_add(w[2], created);
+            return finish(o, "VRF " + shown(w[2]) + (created ? " created\n" : " exists already: nothing changed\n"));
+        }
+        size_t routes = 0;
+        Outcome o = engine_->vrf_delete(w[2], args_.with_routes, routes);
+        return finish(o, "VRF " + shown(w[2]) + " deleted" +
+                             (routes ? " with its " + count_of(routes, "static route") : std::string()) + "\n");
     }
 
     int store()

@@ -105,6 +105,9 @@ public:
             return Outcome::fail(Outcome::kInternal, err);
         h::WalkerOptions wo;
         wo.trace = opt.trace;
+        wo.progress = opt.progress;
+        if (opt.diff)
+            wo.before_end = [this](h::NativeConfig &c) { report_.diff = diff_of_changed(c); };
         read_batch_ = opt.read_batch;
         if (opt.trace)
             wo.trace_line = trace_to_stderr;
@@ -119,7 +122,7 @@ public:
         Outcome o = convert(openconfig, in.root);
         if (o.status != Outcome::kOk)
             return o;
-        return edit_outcome(walker_->edit(in.root, dry_run), changes);
+        return edit_outcome(run_edit(in.root, dry_run), changes);
     }
 
     Outcome apply(const yang::Tree &tree, const std::vector<yang::PathTarget> &deleted, bool dry_run,
@@ -130,7 +133,7 @@ public:
         Outcome o = convert(tree, in.root, deleted.data(), deleted.size());
         if (o.status != Outcome::kOk)
             return o;
-        return edit_outcome(walker_->edit(in.root, dry_run), changes);
+        return edit_outcome(run_edit(in.root, dry_run), changes);
     }
 
     Outcome get(const ReadFilter &filter, yang::Tree &out) override
@@ -172,11 +175,21 @@ public:
         Outcome o = convert(native, in.root);
         if (o.status != Outcome::kOk)
             return o;
-        return edit_outcome(walker_->native_edit(in.root, dry_run), changes);
+        report_ = EditReport{};
+        config_.track_changed(&changed_);
+        changed_.clear();
+        return edit_outcome(keep(walker_->native_edit(in.root, dry_run)), changes);
     }
 
     Outcome vrf_add(const std::string &name) override
     {
+        bool created = false;
+        return vrf_add(name, created);
+    }
+
+    Outcome vrf_add(const std::string &name, bool &created) override
+    {
+        created = false;
         std::vector<std::string> changes;
         std::string err;
         if (!config_.begin(true, err))
@@ -185,18 +198,34 @@ public:
             config_.rollback();
             return Outcome::ok(); /* adding a known VRF changes nothing */
         }
-        return vrf_change(config_.add_vrf(name, changes), "cannot add VRF " + name);
+        Outcome o = vrf_change(config_.add_vrf(name, changes), "cannot add VRF " + name);
+        created = o.status == Outcome::kOk;
+        return o;
     }
 
+    using Engine::vrf_delete;
     Outcome vrf_delete(const std::string &name, bool with_routes) override
     {
+        size_t routes = 0;
+        return vrf_delete(name, with_routes, routes);
+    }
+
+    Outcome vrf_delete(const std::string &name, bool with_routes, size_t &routes_deleted) override
+    {
+        routes_deleted = 0;
         std::vector<std::string> changes;
         std::string err;
         if (!config_.begin(true, err))
             return Outcome::fail(Outcome::kInternal, "store: " + err);
         bool removed = config_.remove_vrf(name, changes, err, with_routes);
-        return vrf_change(removed, err.empty() ? "cannot delete VRF " + name : err);
+        size_t routes = removed ? config_.counts().routes_deleted : 0;
+        Outcome o = vrf_change(removed, err.empty() ? "cannot delete VRF " + name : err);
+        if (o.status == Outcome::kOk)
+            routes_deleted = routes;
+        return o;
     }
+
+    const EditReport &last_report() const override { return report_; }
 
     bool vrf_held(const std::string &name) override
     {
@@ -220,6 +249,61 @@ private:
     std::unique_ptr<h::Plugin> plugin_;
     std::unique_ptr<h::Walker> walker_;
     size_t read_batch_ = 1024;
+    EditReport report_;
+    std::vector<h::RouteKey> changed_;
+
+    /* An OpenConfig edit, its report kept. */
+    h::EditOutcome run_edit(zidl_yfw_datatree *root, bool dry_run)
+    {
+        report_ = EditReport{};
+        config_.track_changed(&changed_);
+        changed_.clear();
+        return keep(walker_->edit(root, dry_run));
+    }
+
+    h::EditOutcome keep(h::EditOutcome eo)
+    {
+        changed_.clear();
+        changed_.shrink_to_fit();
+        if (!eo.result.ok())
+            return eo;
+        const h::ChangeCounts &c = eo.counts;
+        report_.routes_created = c.routes_created, report_.routes_changed = c.routes_changed;
+        report_.routes_deleted = c.routes_deleted, report_.nh_created = c.nh_created;
+        report_.nh_changed = c.nh_changed, report_.nh_deleted = c.nh_deleted;
+        report_.vrfs_created = eo.vrfs_created;
+        return eo;
+    }
+
+    /* The OpenConfig leaves of one route as the configuration's current view holds them. */
+    void route_leaves(const h::RouteKey &k, std::vector<std::pair<std::string, std::string>> &out)
+    {
+        h::ReadRequest req;
+        req.vrf = k.vrf;
+        req.prefix = k.prefix + "/" + k.length;
+        zidl_yfw_datatree *raw = nullptr;
+        h::WalkResult r = walker_->read(req, &raw);
+        HostTree result(raw);
+        yang::Tree tree;
+        if (!r.ok() || back(result.root, tree).status != Outcome::kOk)
+            return;
+        yang::leaf_values(tree, out, "static");
+    }
+
+    /* Runs inside the edit's session, before its commit or rollback. */
+    std::string diff_of_changed(h::NativeConfig &c)
+    {
+        std::vector<std::pair<std::string, std::string>> before, after;
+        for (const h::RouteKey &k : changed_)
+            route_leaves(k, before);
+        std::string err;
+        if (!c.view_written(true, err))
+            return "";
+        for (const h::RouteKey &k : changed_)
+            route_leaves(k, after);
+        c.view_written(false, err);
+        return yang::leaf_diff(before, after);
+    }
 
     Outcome stream(const ReadFilter &filter, ReadSink &sink, bool native_only)
     {

@@ -7,6 +7,7 @@
 #ifndef OCNI_MAP_ENGINE_H
 #define OCNI_MAP_ENGINE_H
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,6 +37,23 @@ struct EngineOptions {
     std::string plugin_path;  /* libocni_localrouting.so */
     bool trace = false;       /* trace lines to stderr */
     size_t read_batch = 1024; /* routes a streamed read maps and hands on at a time */
+    /* Routes walked so far, after each batch of an edit or a streamed read. */
+    std::function<void(size_t)> progress;
+    /* Edits also compute an OpenConfig diff of the routes they change (EditReport::diff). */
+    bool diff = false;
+};
+
+/* What the last edit changed. */
+struct EditReport {
+    size_t routes_created = 0, routes_changed = 0, routes_deleted = 0;
+    size_t nh_created = 0, nh_changed = 0, nh_deleted = 0;
+    std::vector<std::string> vrfs_created;
+    /*
+     * With EngineOptions::diff: the OpenConfig leaves of the changed routes
+     * that the edit adds ("+ PATH: VALUE"), changes ("~ PATH: OLD -> NEW")
+     * and removes ("- PATH: VALUE"), one line each.
+     */
+    std::string diff;
 };
 
 /* Receives a streamed read a batch of routes at a time (a tree of its own each). */
@@ -84,6 +102,24 @@ public:
     /* Applies a native fragment directly, as the router's own command line would. */
     virtual Outcome native_edit(const yang::Tree &native, bool dry_run, std::string &changes) = 0;
     virtual Outcome vrf_add(const std::string &name) = 0;
+    /* The same, telling whether the VRF was created (false: it was known already). */
+    virtual Outcome vrf_add(const std::string &name, bool &created)
+    {
+        created = false;
+        return vrf_add(name);
+    }
+    /* vrf_delete, telling how many routes went with the VRF. */
+    virtual Outcome vrf_delete(const std::string &name, bool with_routes, size_t &routes_deleted)
+    {
+        routes_deleted = 0;
+        return vrf_delete(name, with_routes);
+    }
+    /* What the last edit, native edit or delete changed. */
+    virtual const EditReport &last_report() const
+    {
+        static const EditReport none;
+        return none;
+    }
     /* Refused while the VRF holds routes, unless `with_routes` deletes them in the same transaction. */
     virtual Outcome vrf_delete(const std::string &name, bool with_routes) = 0;
     Outcome vrf_delete(const std::string &name) { return vrf_delete(name, false); }

@@ -7,6 +7,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <map>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -572,6 +573,51 @@ Error from_datatree(const Context &ctx, const zidl_yfw_datatree *root, Tree &out
     if (e)
         out.reset();
     return e;
+}
+
+void leaf_values(const Tree &tree, LeafList &out, const char *under)
+{
+    auto below = [under](const lyd_node *n) {
+        if (under == nullptr)
+            return true;
+        for (const lyd_node *p = lyd_parent(n); p != nullptr; p = lyd_parent(p))
+            if (p->schema != nullptr && p->schema->nodetype == LYS_LIST && strcmp(p->schema->name, under) == 0)
+                return true;
+        return false;
+    };
+    const lyd_node *top = tree.get();
+    while (top != nullptr && top->prev != top && top->prev->next != nullptr)
+        top = top->prev;
+    for (const lyd_node *t = top; t != nullptr; t = t->next) {
+        const lyd_node *n;
+        LYD_TREE_DFS_BEGIN(t, n) {
+            if (n->schema != nullptr && (n->schema->nodetype & (LYS_LEAF | LYS_LEAFLIST)) && !lysc_is_key(n->schema) &&
+                below(n))
+                out.emplace_back(node_path(n), lyd_get_value(n));
+            LYD_TREE_DFS_END(t, n);
+        }
+    }
+}
+
+std::string leaf_diff(const LeafList &before, const LeafList &after)
+{
+    std::map<std::string, const std::string *> was, is;
+    for (const auto &l : before)
+        was[l.first] = &l.second;
+    for (const auto &l : after)
+        is[l.first] = &l.second;
+    std::string out;
+    for (const auto &l : before)
+        if (is.count(l.first) == 0)
+            out += "- " + l.first + ": " + l.second + "\n";
+    for (const auto &l : after) {
+        auto w = was.find(l.first);
+        if (w == was.end())
+            out += "+ " + l.first + ": " + l.second + "\n";
+        else if (*w->second != l.second)
+            out += "~ " + l.first + ": " + *w->second + " -> " + l.second + "\n";
+    }
+    return out;
 }
 
 }  // namespace ocni::yang

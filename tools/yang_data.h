@@ -9,6 +9,8 @@
 #include <memory>
 #include <cstdio>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "yang_context.h"
 #include "yfw_types.h"
@@ -130,6 +132,20 @@ Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root,
  * delete or remove operation are left out.
  */
 Error from_datatree(const Context &ctx, const zidl_yfw_datatree *root, Tree &out);
+
+/*
+ * Leaves of a tree other than list keys, as (instance path, value), in
+ * document order, appended to `out`; with `under`, only those below an
+ * entry of the list of that name.
+ */
+using LeafList = std::vector<std::pair<std::string, std::string>>;
+void leaf_values(const Tree &tree, LeafList &out, const char *under = nullptr);
+/*
+ * What `after` adds ("+ PATH: VALUE"), changes ("~ PATH: OLD -> NEW") and
+ * removes ("- PATH: VALUE") against `before`, a line each: removals first,
+ * then additions and changes in the order of `after`.
+ */
+std::string leaf_diff(const LeafList &before, const LeafList &after);
 
 }  // namespace ocni::yang
 
