@@ -34,7 +34,7 @@ run 0 edit examples/03-ipv4-red-address-and-interface.json
 run 0 edit examples/04-ipv6-default-drop.json
 run 0 edit examples/05-ipv6-red-address.json
 run 0 edit examples/06-ipv4-default-route.xml
-run 0 edit examples/07-metric-change.json --dry-run
+run 0 edit examples/07-metric-change.json --dry-run --diff
 run 0 native edit examples/native-router-cli.json
 run 0 native
 run 0 get

@@ -868,3 +868,26 @@ TEST_F(Cli, OperatorOutputSaysWhatChangedAndHintsAtMistakes)
             EXPECT_NE(res.err.find(r.err), std::string::npos) << r.args << ":\n" << res.err;
     }
 }
+
+/* On a terminal a long edit shows its progress on stderr, and clears it before its summary. */
+TEST_F(Cli, LongEditShowsProgressOnATerminalOnly)
+{
+    std::string doc = R"({"openconfig-network-instance:network-instances":{"network-instance":[{"name":"default",)"
+                      R"("protocols":{"protocol":[{"identifier":"openconfig-policy-types:STATIC","name":"DEFAULT",)"
+                      R"("static-routes":{"static":[)";
+    for (int i = 0; i < 3000; ++i) {
+        std::string p = "10." + std::to_string(i / 256) + "." + std::to_string(i % 256) + ".0/24";
+        doc += std::string(i ? "," : "") + R"({"prefix":")" + p + R"(","config":{"prefix":")" + p + R"("}})";
+    }
+    doc += "]}}]}}]}}";
+    std::ofstream(dir_ + "/big.json") << doc;
+    const std::string edit = quote(binary_) + " --store " + quote(store_) + " edit " + quote(dir_ + "/big.json");
+    std::string cmd = "script -qec " + quote(edit) + " /dev/null >" + quote(dir_ + "/tty");
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    std::string tty = read_file(dir_ + "/tty");
+    EXPECT_NE(tty.find("ocni-map: 1024 of 3000 routes, "), std::string::npos) << tty;
+    EXPECT_NE(tty.find("\r\033[K3000 routes created"), std::string::npos) << tty;
+    Outcome quiet = run("edit " + quote(dir_ + "/big.json"));
+    EXPECT_EQ(quiet.status, 0);
+    EXPECT_EQ(quiet.err, "");
+}
