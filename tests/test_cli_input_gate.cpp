@@ -233,6 +233,14 @@ TEST_F(Gate, OpenConfigEditsAreCheckedBeyondTheModel)
          OC, 2, "does not fit the 32-bit route tag"},
         {"set-tag colon form is its number", oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"12:34")")),
          OC, 0, R"("tag": 4660)"},
+        {"new next hop with a metric and nothing to route to",
+         oc("default", route("10.40.0.0/16", R"({"index":"1","config":{"index":"1","metric":5}})")), OC, 2,
+         "next hop \"1\" of route 10.40.0.0/16 is new and names neither a next-hop nor an interface"},
+        {"new next hop of an index alone", oc("red", route("10.1.0.0/16", R"({"index":"7","config":{"index":"7"}})")),
+         OC, 2, "next hop \"7\" of route 10.1.0.0/16 is new"},
+        {"stored next hop changes without restating its next-hop",
+         oc("red", route("10.1.0.0/16", R"({"index":"1","config":{"index":"1","metric":9}})")), OC, 0,
+         R"("metric": 9)"},
         {"set-tag of four octets", oc("default", route("10.30.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"ab:CD:ef:01")")),
          OC, 0, R"("tag": 2882400001)"},
     });
@@ -268,3 +276,22 @@ TEST_F(GateAfterMapping, RefusalNamesTheOpenConfigLeaf)
 }
 
 } // namespace
+
+/* Deleting what is not there, through the engine: the same answer for a route, a next hop and a leaf. */
+TEST_F(Gate, DeletesOfWhatIsAbsentChangeNothingAlike)
+{
+    const std::string s = "/network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC]"
+                          "[name=DEFAULT]/static-routes/static";
+    for (const std::string &path : {s + "[prefix=10.9.0.0/16]", s + "[prefix=10.1.0.0/16]/next-hops/next-hop[index=9]",
+                                    s + "[prefix=10.1.0.0/16]/next-hops/next-hop[index=1]/config/metric",
+                                    s + "[prefix=10.1.0.0/16]/config/set-tag"}) {
+        yang::Tree tree;
+        yang::PathTarget target;
+        ASSERT_FALSE(yang::parse_instance_path(ctx_, path, yang::Model::kOpenConfig, tree, target)) << path;
+        std::string before = native_text(), changes;
+        Outcome o = engine_->remove(tree, target, false, changes);
+        EXPECT_EQ(o.status, Outcome::kOk) << path << ": " << o.message << " [" << o.detail << "]";
+        EXPECT_EQ(changes, "") << path;
+        EXPECT_EQ(native_text(), before) << path;
+    }
+}

@@ -118,6 +118,8 @@ public:
     Outcome edit(const yang::Tree &openconfig, bool dry_run, std::string &changes) override
     {
         register_interfaces(openconfig);
+        if (Outcome o = new_next_hops_named(openconfig, {}); o.status != Outcome::kOk)
+            return o;
         HostTree in;
         Outcome o = convert(openconfig, in.root);
         if (o.status != Outcome::kOk)
@@ -129,6 +131,8 @@ public:
                   std::string &changes) override
     {
         register_interfaces(tree);
+        if (Outcome o = new_next_hops_named(tree, deleted); o.status != Outcome::kOk)
+            return o;
         HostTree in;
         Outcome o = convert(tree, in.root, deleted.data(), deleted.size());
         if (o.status != Outcome::kOk)
@@ -251,6 +255,80 @@ private:
     size_t read_batch_ = 1024;
     EditReport report_;
     std::vector<h::RouteKey> changed_;
+
+    /*
+     * A next hop the store does not hold needs its next-hop leaf or an
+     * interface: without either the edit names nothing to route to, and
+     * the mapping would store nothing for it or refuse whichever leaf the
+     * entry carries. Said here as the input's fault. Entries being deleted
+     * need nothing.
+     */
+    Outcome new_next_hops_named(const yang::Tree &tree, const std::vector<yang::PathTarget> &deleted)
+    {
+        auto deleting = [&](const lyd_node *n) {
+            for (const yang::PathTarget &t : deleted)
+                for (const lyd_node *p = n; p != nullptr; p = lyd_parent(p))
+                    if (t.node == p && t.leaf == nullptr)
+                        return true;
+            return false;
+        };
+        auto child = [](const lyd_node *n, const char *name) -> const lyd_node * {
+            for (const lyd_node *c = n ? lyd_child(n) : nullptr; c != nullptr; c = c->next)
+                if (c->schema != nullptr && strcmp(c->schema->name, name) == 0)
+                    return c;
+            return nullptr;
+        };
+        auto value = [&](const lyd_node *n, const char *name) -> std::string {
+            const lyd_node *c = child(n, name);
+            return c != nullptr ? lyd_get_value(c) : "";
+        };
+        for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
+            const lyd_node *ni = nullptr;
+            LYD_TREE_DFS_BEGIN(top, ni) {
+                if (ni->schema != nullptr && strcmp(ni->schema->name, "next-hop") == 0 && ni->schema->nodetype == LYS_LIST &&
+                    !deleting(ni)) {
+                    const lyd_node *cfg = child(ni, "config");
+                    const lyd_node *ifc = child(child(ni, "interface-ref"), "config");
+                    if (cfg != nullptr && child(cfg, "next-hop") == nullptr && child(ifc, "interface") == nullptr) {
+                        const lyd_node *st = lyd_parent(lyd_parent(ni));
+                        const lyd_node *inst = st;
+                        while (inst != nullptr && strcmp(inst->schema->name, "network-instance") != 0)
+                            inst = lyd_parent(inst);
+                        const std::string index = value(ni, "index"), prefix = value(st, "prefix");
+                        if (!next_hop_stored(inst ? value(inst, "name") : "default", prefix, index)) {
+                            char *p = lyd_path(cfg, LYD_PATH_STD, nullptr, 0);
+                            std::string at = p != nullptr ? p : "?";
+                            free(p);
+                            return Outcome::fail(Outcome::kBadInput, "next hop \"" + index + "\" of route " + prefix +
+                                                                         " is new and names neither a next-hop nor an interface: add config/next-hop (at " +
+                                                                         at + ")");
+                        }
+                    }
+                }
+                LYD_TREE_DFS_END(top, ni);
+            }
+        }
+        return Outcome::ok();
+    }
+
+    bool next_hop_stored(const std::string &vrf, const std::string &prefix, const std::string &index)
+    {
+        size_t slash = prefix.find('/');
+        if (slash == std::string::npos)
+            return true; /* the walker says what is wrong with it */
+        h::RouteKey k;
+        k.vrf = vrf.empty() ? "default" : vrf;
+        k.ipv4 = prefix.find(':') == std::string::npos;
+        k.prefix = prefix.substr(0, slash);
+        k.length = prefix.substr(slash + 1);
+        h::Route r;
+        if (!config_.find_route(k, r))
+            return false;
+        for (const auto &nh : r.next_hops)
+            if (h::nh_openconfig_index(nh.first, nh.second) == index)
+                return true;
+        return false;
+    }
 
     /* An OpenConfig edit, its report kept. */
     h::EditOutcome run_edit(zidl_yfw_datatree *root, bool dry_run)
