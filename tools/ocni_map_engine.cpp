@@ -471,6 +471,13 @@ std::unique_ptr<Engine> make_engine(const yang::Context &ctx, const EngineOption
         why = Outcome::fail(Outcome::kInternal, "store " + options.store_dir + ": " + err);
         return nullptr;
     }
+    return make_engine(ctx, std::move(store), options, why);
+}
+
+std::unique_ptr<Engine> make_engine(const yang::Context &ctx, std::shared_ptr<host::StoreEngine> store,
+                                    const EngineOptions &options, Outcome &why)
+{
+    std::string err;
     if (!h::store_check_format(*store, err)) {
         why = Outcome::fail(Outcome::kInternal, "store " + options.store_dir + ": " + err);
         return nullptr;

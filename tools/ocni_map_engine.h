@@ -14,6 +14,10 @@
 
 #include "yang_data.h"
 
+namespace ocni::host {
+class StoreEngine;
+}
+
 namespace ocni::tool {
 
 /* Exit status of the command line, and what each failure means. */
@@ -139,6 +143,9 @@ Outcome upgrade_store(const std::string &dir, size_t &routes);
  * fails (a store of another format or a damaged one: kInternal, a sentence).
  */
 std::unique_ptr<Engine> make_engine(const yang::Context &ctx, const EngineOptions &options, Outcome &why);
+/* The same over a store engine of the caller's (an in-memory one for tests and fuzzing). */
+std::unique_ptr<Engine> make_engine(const yang::Context &ctx, std::shared_ptr<host::StoreEngine> store,
+                                    const EngineOptions &options, Outcome &why);
 
 }  // namespace ocni::tool
 

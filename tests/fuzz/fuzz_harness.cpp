@@ -1,11 +1,11 @@
 #include "fuzz_harness.h"
 
 #include <dlfcn.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <unordered_set>
 
 #include "host/store.h"
 
@@ -13,7 +13,7 @@ namespace ocni::fuzz {
 
 namespace {
 
-/* Inputs served by one store before it is thrown away. */
+/* Inputs served by one in-memory store before it starts again from the seed. */
 constexpr unsigned kStoreLife = 2000;
 
 /* The routes every fresh store starts with, so edits meet existing next hops and VRFs. */
@@ -28,10 +28,11 @@ const char kSeed[] = R"({"openconfig-network-instance:network-instances":{"netwo
 "interface-ref":{"config":{"interface":"GigabitEthernet0/0/0/1"}}}]}}]}}]}}]}})";
 
 struct State {
-    std::string dir;
     std::unique_ptr<tool::Engine> engine;
     unsigned served = 0;
     std::string snapshot; /* every store key and value, after the last request */
+    /* Store contents whose reads were seen to succeed: the reads depend on nothing else. */
+    std::unordered_set<std::string> readable;
 };
 
 [[noreturn]] void broken(const char *what, const tool::Outcome &o)
@@ -56,17 +57,11 @@ std::string store_contents()
 void fresh_store(State &s)
 {
     s.engine.reset();
-    if (!s.dir.empty())
-        std::system(("rm -rf '" + s.dir + "'").c_str());
-    char tmpl[] = "/dev/shm/ocni-fuzz.XXXXXX";
-    if (mkdtemp(tmpl) == nullptr)
-        abort();
-    s.dir = tmpl;
     tool::EngineOptions opt;
-    opt.store_dir = s.dir;
+    opt.store_dir = "(memory)";
     opt.plugin_path = OCNI_FUZZ_PLUGIN_PATH;
     tool::Outcome why;
-    s.engine = tool::make_engine(context(), opt, why);
+    s.engine = tool::make_engine(context(), ocni::host::make_memory_engine(), opt, why);
     if (!s.engine)
         broken("cannot open a fresh store", why);
     for (const char *vrf : {"red", "r.d"})
@@ -81,6 +76,7 @@ void fresh_store(State &s)
         broken("the seed edit fails", o);
     s.snapshot = store_contents();
     s.served = 0;
+    s.readable.clear();
 }
 
 State *g_state = nullptr;
@@ -88,7 +84,6 @@ State *g_state = nullptr;
 void remove_store()
 {
     g_state->engine.reset();
-    std::system(("rm -rf '" + g_state->dir + "'").c_str());
 }
 
 State &state()
@@ -133,6 +128,8 @@ void run_request(const std::function<tool::Outcome(tool::Engine &)> &request)
         return;
     }
     s.snapshot = std::move(now);
+    if (!s.readable.insert(s.snapshot).second)
+        return;
     yang::Tree native, config, state_tree;
     tool::Outcome r = s.engine->native_get(native);
     if (r.status != tool::Outcome::kOk)

@@ -1,6 +1,6 @@
 /*
- * What every fuzz target shares: the tool's own engine on a throwaway
- * store in /dev/shm, and the two properties checked after every input:
+ * What every fuzz target shares: the tool's own engine on an in-memory
+ * store, and the two properties checked after every input:
  * - a request that fails leaves every store key and value as it was;
  * - after a request that succeeds, native, get and get --state succeed.
  * A broken property aborts with the input's outcome on stderr.
