@@ -136,6 +136,7 @@ std::unique_ptr<tool::Engine> open_engine(const std::string &dir)
     tool::EngineOptions o;
     o.store_dir = dir;
     o.plugin_path = OCNI_BENCH_PLUGIN;
+    o.change_lines = false; /* as ocni-map edit without --verbose */
     tool::Outcome why;
     auto e = tool::make_engine(context(), o, why);
     if (!e) {

@@ -378,7 +378,8 @@ void NativeConfig::remove_route(const RouteKey &k, std::vector<std::string> &cha
         return;
     }
     pending_[route_record_key(k)].route.reset();
-    changes.push_back("delete " + route_path(k));
+    if (lines_)
+        changes.push_back("delete " + route_path(k));
 }
 
 void NativeConfig::remove_routes_if(const std::string *vrf, const bool *ipv4, std::vector<std::string> &changes)
@@ -640,7 +641,8 @@ private:
             return fail(terr);
         Route &r = *rp;
         if (!existed)
-            changes_.push_back("create " + NativeConfig::route_path(k));
+            if (c_.lines_)
+                changes_.push_back("create " + NativeConfig::route_path(k));
         for_children(e, [&](const zidl_yfw_datatree *ch) {
             if (strcmp(ch->name, "prefix") == 0 || strcmp(ch->name, "prefix-length") == 0)
                 return;
@@ -673,7 +675,8 @@ private:
     void remove_all_nhs(const RouteKey &k, Route &r)
     {
         for (const auto &nh : r.next_hops)
-            changes_.push_back("delete " + NativeConfig::nh_path(k, nh.first));
+            if (c_.lines_)
+                changes_.push_back("delete " + NativeConfig::nh_path(k, nh.first));
         r.next_hops.clear();
     }
 
@@ -697,7 +700,8 @@ private:
                         victims.push_back(nh.first);
                 for (const NhKey &v : victims) {
                     r.next_hops.erase(v);
-                    changes_.push_back("delete " + NativeConfig::nh_path(rk, v));
+                    if (c_.lines_)
+                        changes_.push_back("delete " + NativeConfig::nh_path(rk, v));
                 }
                 return;
             }
@@ -712,13 +716,15 @@ private:
         if (is_delete(op)) {
             if (it != r.next_hops.end()) {
                 r.next_hops.erase(it);
-                changes_.push_back("delete " + path);
+                if (c_.lines_)
+                    changes_.push_back("delete " + path);
             }
             return;
         }
         if (it == r.next_hops.end()) {
             it = r.next_hops.emplace(k, NhLeaves{}).first;
-            changes_.push_back("create " + path);
+            if (c_.lines_)
+                changes_.push_back("create " + path);
         }
         NhLeaves &leaves = it->second;
         for_children(e, [&](const zidl_yfw_datatree *l) {
@@ -731,7 +737,8 @@ private:
             if (is_delete(lop)) {
                 if (lit != leaves.end()) {
                     leaves.erase(lit);
-                    changes_.push_back("delete " + path + "/" + l->name);
+                    if (c_.lines_)
+                        changes_.push_back("delete " + path + "/" + l->name);
                 }
                 return;
             }
@@ -739,7 +746,8 @@ private:
                 return; /* a leaf named without a value asks for nothing */
             if (lit == leaves.end() || lit->second != l->value) {
                 leaves[l->name] = l->value;
-                changes_.push_back("merge " + path + "/" + l->name + " = " + l->value);
+                if (c_.lines_)
+                    changes_.push_back("merge " + path + "/" + l->name + " = " + l->value);
             }
         });
     }

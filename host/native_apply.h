@@ -115,6 +115,8 @@ public:
      * into the write transaction first). Starts at zero with each session.
      */
     const ChangeCounts &counts();
+    /* Whether apply() and the removals write change lines (off: only the counts are kept). */
+    void keep_change_lines(bool on) { lines_ = on; }
     /* With a list, each route the session changes is added to it once it is written (a diff's routes). */
     void track_changed(std::vector<RouteKey> *routes) { changed_ = routes; }
     /*
@@ -163,6 +165,7 @@ private:
     ChangeCounts counts_;
     std::vector<RouteKey> *changed_ = nullptr;
     bool view_written_ = false;
+    bool lines_ = true;
     Txn *snapshot() const { return view_written_ ? write_.get() : read_.get(); }
     mutable std::string read_err_;
 

@@ -631,90 +631,119 @@ bool gate_passes(const zidl_yfw_datatree *tree, const GateContext &gc, bool open
 
 EditOutcome Walker::edit(zidl_yfw_datatree *input, bool dry_run)
 {
+    bool given = false;
+    return edit_parts([&](zidl_yfw_datatree *&part, std::string &) {
+        part = given ? nullptr : input;
+        given = true;
+        return true;
+    }, dry_run);
+}
+
+EditOutcome Walker::edit_parts(const PartSource &next_part, bool dry_run)
+{
     EditOutcome o;
     tree_free(last_output_);
     last_output_ = nullptr;
     Session session(config_, true, o.result);
     if (!o.result.ok())
         return o;
-    {
-        DeleteExpander ex(config_);
-        ex.root(input);
-        if (!ex.err.empty()) {
-            o.result.rc = YFW_RC_INVALID_REQUEST;
-            o.result.message = ex.err;
-            return o;
-        }
-    }
-    Run run(YFW_REQ_EDIT, opt_);
-    run.out = tree_new();
-    if (!run.ok() || run.out == nullptr) {
-        tree_free(run.out);
-        o.result.rc = YFW_RC_NO_MEMORY;
-        o.result.message = "out of memory";
-        return o;
-    }
     /*
-     * The native output is applied to the configuration in memory a batch
-     * of routes at a time (the store sees it only at the commit below), so
-     * the output tree stays small whatever the size of the edit.
+     * The native output is applied to the configuration a batch of routes
+     * at a time (the store sees it only at the commit below), so the output
+     * tree stays small whatever the size of the edit; the input comes a
+     * part at a time for the same reason.
      */
     std::string err;
     size_t statics = 0;
     bool misfit = false;
-    const std::vector<std::string> created = vrfs_named(input);
+    std::vector<std::string> created;
     GateContext known;
     known.vrf_known = [&](const std::string &v) {
         return config_.vrf_known(v) || std::find(created.begin(), created.end(), v) != created.end();
     };
     known.config = &config_;
     WalkResult refused;
-    run.after_static = [&]() {
-        if (++statics % EDIT_BATCH != 0)
-            return true;
-        if (!gate_passes(run.out, known, true, refused)) {
-            run.fail.rc = refused.rc;
-            return false;
+    for (;;) {
+        zidl_yfw_datatree *input = nullptr;
+        std::string why;
+        if (!next_part(input, why)) {
+            config_.rollback();
+            o.result.rc = YFW_RC_NO_MEMORY;
+            o.result.message = why;
+            return o;
         }
-        if (!config_.apply(run.out, o.changes, err)) {
-            misfit = true;
-            run.fail.rc = YFW_RC_MAP_FAILED;
-            return false;
+        if (input == nullptr)
+            break;
+        {
+            DeleteExpander ex(config_);
+            ex.root(input);
+            if (!ex.err.empty()) {
+                config_.rollback();
+                o.result.rc = YFW_RC_INVALID_REQUEST;
+                o.result.message = ex.err;
+                return o;
+            }
         }
-        tree_free(run.out);
+        for (const std::string &v : vrfs_named(input))
+            if (std::find(created.begin(), created.end(), v) == created.end())
+                created.push_back(v);
+        Run run(YFW_REQ_EDIT, opt_);
         run.out = tree_new();
-        /* Nothing may point into the output tree just freed. */
-        run.rc->current_list = nullptr;
-        if (run.out == nullptr) {
-            run.fail.rc = YFW_RC_NO_MEMORY;
-            run.fail.message = "out of memory";
-            return false;
+        if (!run.ok() || run.out == nullptr) {
+            tree_free(run.out);
+            config_.rollback();
+            o.result.rc = YFW_RC_NO_MEMORY;
+            o.result.message = "out of memory";
+            return o;
         }
-        if (opt_.progress)
-            opt_.progress(statics);
-        return true;
-    };
-    o.result = walk_tree(run, input, Model::OpenConfigEdit);
-    if (misfit)
-        o.result.rc = YFW_RC_MAP_FAILED;
-    flush_trace(opt_, run.ctx);
-    last_output_ = run.out;
-    if (o.result.ok())
-        gate_passes(run.out, known, true, refused);
-    if (refused.bad_input)
-        o.result = refused;
-    else if (o.result.ok() && !config_.apply(run.out, o.changes, err))
-        misfit = true;
-    if (misfit) {
-        o.result.rc = YFW_RC_MAP_FAILED;
-        o.result.message = "the native result does not fit the native model: " + err;
+        run.after_static = [&]() {
+            if (++statics % EDIT_BATCH != 0)
+                return true;
+            if (!gate_passes(run.out, known, true, refused)) {
+                run.fail.rc = refused.rc;
+                return false;
+            }
+            if (!config_.apply(run.out, o.changes, err)) {
+                misfit = true;
+                run.fail.rc = YFW_RC_MAP_FAILED;
+                return false;
+            }
+            tree_free(run.out);
+            run.out = tree_new();
+            /* Nothing may point into the output tree just freed. */
+            run.rc->current_list = nullptr;
+            if (run.out == nullptr) {
+                run.fail.rc = YFW_RC_NO_MEMORY;
+                run.fail.message = "out of memory";
+                return false;
+            }
+            if (opt_.progress)
+                opt_.progress(statics);
+            return true;
+        };
+        o.result = walk_tree(run, input, Model::OpenConfigEdit);
+        if (misfit)
+            o.result.rc = YFW_RC_MAP_FAILED;
+        flush_trace(opt_, run.ctx);
+        tree_free(last_output_);
+        last_output_ = run.out;
+        if (o.result.ok())
+            gate_passes(run.out, known, true, refused);
+        if (refused.bad_input)
+            o.result = refused;
+        else if (o.result.ok() && !config_.apply(run.out, o.changes, err))
+            misfit = true;
+        if (misfit) {
+            o.result.rc = YFW_RC_MAP_FAILED;
+            o.result.message = "the native result does not fit the native model: " + err;
+        }
+        if (!o.result.ok()) {
+            config_.rollback();
+            o.changes.clear();
+            return o;
+        }
     }
-    if (!o.result.ok()) {
-        config_.rollback();
-        o.changes.clear();
-        return o;
-    }
-    for (const std::string &v : vrfs_named(input))
+    for (const std::string &v : created)
         if (config_.add_vrf(v, o.changes))
             o.vrfs_created.push_back(v);
     o.counts = config_.counts();

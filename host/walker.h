@@ -92,6 +92,16 @@ public:
      * into the entries they remove). With `dry_run` nothing is stored.
      */
     EditOutcome edit(zidl_yfw_datatree *input, bool dry_run = false);
+    /*
+     * The same edit given a part at a time: `next_part` sets `part` to the
+     * input tree of each part in turn (owned by the caller, valid until the
+     * next call) and to null after the last; false when it cannot make the
+     * part (`why` says why: the edit then fails whole). The parts are
+     * walked in order in one store transaction, all or nothing, as one
+     * input holding them all would be; only one part need exist at a time.
+     */
+    using PartSource = std::function<bool(zidl_yfw_datatree *&part, std::string &why)>;
+    EditOutcome edit_parts(const PartSource &next_part, bool dry_run = false);
 
     /*
      * Applies a native fragment (children of `input`: "router-static") as

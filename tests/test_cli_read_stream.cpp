@@ -194,3 +194,50 @@ TEST_F(ReadStream, LiveTreesHoldOneBatchWhateverTheNumberOfRoutes)
 }
 
 }  // namespace
+
+/* An edit walked a part of its routes at a time stores what the whole input stores, wherever parts end. */
+TEST_F(ReadStream, EditsInPartsStoreWhatOneWholeEditStores)
+{
+    std::string statics;
+    for (int i = 0; i < 7; ++i) {
+        std::string p = "10.9." + std::to_string(i) + ".0/24";
+        statics += std::string(i ? "," : "") + R"({"prefix":")" + p + R"(","config":{"prefix":")" + p +
+                   (i == 3 ? R"(","set-tag":77)" : "\"") + R"(},"next-hops":{"next-hop":[{"index":"1","config":)" +
+                   R"({"index":"1","next-hop":"192.0.2.)" + std::to_string(i + 1) + R"("}}]}})";
+    }
+    auto ni = [&](const std::string &name, const std::string &extra) {
+        return R"({"name":")" + name + "\"" + extra + R"(,"protocols":{"protocol":[{"identifier":)" +
+               R"("openconfig-policy-types:STATIC","name":"DEFAULT","static-routes":{"static":[)" + statics + "]}}]}}";
+    };
+    const std::string doc = R"({"openconfig-network-instance:network-instances":{"network-instance":[)" +
+                            ni("default", "") + "," + ni("red", "") + "," + ni("new", R"(,"config":{"name":"new"})") +
+                            "]}}";
+    std::string first;
+    for (size_t part : {size_t(1), size_t(3), size_t(1024)}) {
+        std::string dir = dir_ + "/p" + std::to_string(part);
+        ASSERT_EQ(std::system(("mkdir -p '" + dir + "'").c_str()), 0);
+        engine_.reset();
+        ocni::tool::EngineOptions opt;
+        opt.store_dir = dir;
+        opt.plugin_path = ocni::test::plugin_library_path();
+        opt.edit_part = part;
+        Outcome why;
+        engine_ = ocni::tool::make_engine(ctx_, opt, why);
+        ASSERT_NE(engine_, nullptr) << why.message;
+        ASSERT_EQ(engine_->vrf_add("red").status, Outcome::kOk);
+        apply(oc_route("red", "10.9.5.0/24", "192.0.2.99", R"(,"set-tag":5)"), yang::Model::kOpenConfig);
+        yang::Tree tree;
+        ASSERT_FALSE(yang::read_edit(ctx_, doc, yang::Format::kJson, yang::Model::kOpenConfig, tree));
+        std::string changes;
+        Outcome o = engine_->edit(tree, false, changes);
+        ASSERT_EQ(o.status, Outcome::kOk) << part << ": " << o.message;
+        const ocni::tool::EditReport &r = engine_->last_report();
+        std::string got = changes + std::to_string(r.routes_created) + "/" + std::to_string(r.routes_changed) + "/" +
+                          std::to_string(r.nh_created) + "\n" + whole(nullptr);
+        EXPECT_EQ(r.routes_created, 20u) << part;
+        if (first.empty())
+            first = got;
+        else
+            EXPECT_EQ(got, first) << "parts of " << part;
+    }
+}

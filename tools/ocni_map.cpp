@@ -425,6 +425,7 @@ private:
         opt.plugin_path = yang::plugin_path();
         opt.trace = args_.trace;
         opt.diff = args_.diff;
+        opt.change_lines = args_.verbose;
         opt.progress = [this](size_t done) { progress_(done); };
         Outcome why;
         engine_ = ocni::tool::make_engine(ctx_, opt, why);
@@ -556,7 +557,7 @@ private:
         }
         std::string changes;
         Outcome o = engine_->remove(tree, target, args_.dry_run, changes);
-        if (o.status == Outcome::kOk && changes.empty())
+        if (o.status == Outcome::kOk && engine_->last_report().changed_nothing())
             std::cerr << nothing;
         return finish_edit(o, changes);
     }

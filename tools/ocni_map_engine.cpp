@@ -106,9 +106,11 @@ public:
         h::WalkerOptions wo;
         wo.trace = opt.trace;
         wo.progress = opt.progress;
+        config_.keep_change_lines(opt.change_lines);
         if (opt.diff)
             wo.before_end = [this](h::NativeConfig &c) { report_.diff = diff_of_changed(c); };
         read_batch_ = opt.read_batch;
+        edit_part_ = opt.edit_part;
         if (opt.trace)
             wo.trace_line = trace_to_stderr;
         walker_ = std::make_unique<h::Walker>(*plugin_, config_, wo);
@@ -120,11 +122,7 @@ public:
         register_interfaces(openconfig);
         if (Outcome o = new_next_hops_named(openconfig, {}); o.status != Outcome::kOk)
             return o;
-        HostTree in;
-        Outcome o = convert(openconfig, in.root);
-        if (o.status != Outcome::kOk)
-            return o;
-        return edit_outcome(run_edit(in.root, dry_run), changes);
+        return edit_outcome(run_edit(yang::PartedTree(openconfig, edit_part_), dry_run), changes);
     }
 
     Outcome apply(const yang::Tree &tree, const std::vector<yang::PathTarget> &deleted, bool dry_run,
@@ -133,11 +131,8 @@ public:
         register_interfaces(tree);
         if (Outcome o = new_next_hops_named(tree, deleted); o.status != Outcome::kOk)
             return o;
-        HostTree in;
-        Outcome o = convert(tree, in.root, deleted.data(), deleted.size());
-        if (o.status != Outcome::kOk)
-            return o;
-        return edit_outcome(run_edit(in.root, dry_run), changes);
+        return edit_outcome(run_edit(yang::PartedTree(tree, edit_part_, deleted.data(), deleted.size()), dry_run),
+                            changes);
     }
 
     Outcome get(const ReadFilter &filter, yang::Tree &out) override
@@ -253,6 +248,7 @@ private:
     std::unique_ptr<h::Plugin> plugin_;
     std::unique_ptr<h::Walker> walker_;
     size_t read_batch_ = 1024;
+    size_t edit_part_ = 1024;
     EditReport report_;
     std::vector<h::RouteKey> changed_;
 
@@ -330,13 +326,34 @@ private:
         return false;
     }
 
-    /* An OpenConfig edit, its report kept. */
-    h::EditOutcome run_edit(zidl_yfw_datatree *root, bool dry_run)
+    /*
+     * An OpenConfig edit, its report kept. The framework tree of the input
+     * is made a part (of edit_part_ routes) at a time: only libyang's tree
+     * of the input is whole.
+     */
+    h::EditOutcome run_edit(const yang::PartedTree &parts, bool dry_run)
     {
         report_ = EditReport{};
         config_.track_changed(&changed_);
         changed_.clear();
-        return keep(walker_->edit(root, dry_run));
+        size_t k = 0;
+        std::unique_ptr<HostTree> current;
+        return keep(walker_->edit_parts([&](zidl_yfw_datatree *&part, std::string &why) {
+            current.reset();
+            part = nullptr;
+            if (k == parts.count())
+                return true;
+            current = std::make_unique<HostTree>();
+            yang::HostTreeSink sink;
+            yang::Error e = current->root == nullptr ? yang::Error::internal("out of memory")
+                                                     : parts.part(k++, sink, current->root);
+            if (e) {
+                why = e.message;
+                return false;
+            }
+            part = current->root;
+            return true;
+        }, dry_run));
     }
 
     h::EditOutcome keep(h::EditOutcome eo)

@@ -41,8 +41,11 @@ struct EngineOptions {
     std::string plugin_path;  /* libocni_localrouting.so */
     bool trace = false;       /* trace lines to stderr */
     size_t read_batch = 1024; /* routes a streamed read maps and hands on at a time */
+    size_t edit_part = 1024;  /* static routes of an edit's input converted and walked at a time */
     /* Routes walked so far, after each batch of an edit or a streamed read. */
     std::function<void(size_t)> progress;
+    /* Edits return their native change lines (off: only the counts of EditReport, and less memory). */
+    bool change_lines = true;
     /* Edits also compute an OpenConfig diff of the routes they change (EditReport::diff). */
     bool diff = false;
 };
@@ -58,6 +61,11 @@ struct EditReport {
      * and removes ("- PATH: VALUE"), one line each.
      */
     std::string diff;
+    bool changed_nothing() const
+    {
+        return routes_created + routes_changed + routes_deleted + nh_created + nh_changed + nh_deleted == 0 &&
+               vrfs_created.empty();
+    }
 };
 
 /* Receives a streamed read a batch of routes at a time (a tree of its own each). */

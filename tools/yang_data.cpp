@@ -7,6 +7,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <unordered_map>
 #include <utility>
@@ -241,9 +242,19 @@ struct Marks {
     size_t count = 0;
 };
 
-Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *parent, uint32_t op,
-                const Marks &deleted)
+/* Static routes a conversion leaves out (those of other parts), when set. */
+using Skip = std::function<bool(const lyd_node *)>;
+
+bool is_static_entry(const lyd_node *n)
 {
+    return n->schema != nullptr && n->schema->nodetype == LYS_LIST && strcmp(n->schema->name, "static") == 0;
+}
+
+Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *parent, uint32_t op,
+                const Marks &deleted, const Skip &skip = nullptr, zidl_yfw_datatree **made = nullptr)
+{
+    if (skip && is_static_entry(node) && skip(node))
+        return Error{};
     const lysc_node *schema = node->schema;
     if (schema == nullptr)
         return Error::internal("opaque node " + node_path(node) + " in a parsed tree");
@@ -274,8 +285,41 @@ Error copy_node(const lyd_node *node, DatatreeSink &sink, zidl_yfw_datatree *par
                                        schema->module->ns, data_ns, my_op);
     if (self == nullptr)
         return Error::internal("out of memory while copying " + node_path(node));
+    if (made != nullptr) {
+        /*
+         * An ancestor of another part's routes: the entry and its keys; a
+         * network instance also its config/name, by which the mapping knows
+         * that the edit creates it.
+         */
+        *made = self;
+        const bool instance = strcmp(schema->name, "network-instance") == 0;
+        for (const lyd_node *child = schema->nodetype == LYS_LIST ? lyd_child(node) : nullptr; child != nullptr;
+             child = child->next) {
+            if (child->schema == nullptr)
+                continue;
+            /* Keys come first; only a network instance is looked at further (a few children). */
+            if (!instance && !lysc_is_key(child->schema))
+                break;
+            if (lysc_is_key(child->schema)) {
+                if (Error e = copy_node(child, sink, self, op, Marks{}))
+                    return e;
+            } else if (strcmp(child->schema->name, "config") == 0) {
+                for (const lyd_node *leaf = lyd_child(child); leaf != nullptr; leaf = leaf->next) {
+                    if (leaf->schema == nullptr || strcmp(leaf->schema->name, "name") != 0)
+                        continue;
+                    zidl_yfw_datatree *cfg = sink.add(self, "config", DatatreeSink::Kind::kContainer, nullptr,
+                                                      child->schema->module->ns, nullptr, op);
+                    if (cfg == nullptr)
+                        return Error::internal("out of memory while copying " + node_path(child));
+                    if (Error e = copy_node(leaf, sink, cfg, op, Marks{}))
+                        return e;
+                }
+            }
+        }
+        return Error{};
+    }
     for (const lyd_node *child = lyd_child(node); child != nullptr; child = child->next) {
-        Error e = copy_node(child, sink, self, op, deleted);
+        Error e = copy_node(child, sink, self, op, deleted, skip);
         if (e)
             return e;
     }
@@ -305,6 +349,59 @@ Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root,
     for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
         Error e = copy_node(top, sink, root, op, marks);
         if (e)
+            return e;
+    }
+    return Error{};
+}
+
+PartedTree::PartedTree(const Tree &tree, size_t statics, const PathTarget *deleted, size_t deleted_count)
+    : tree_(tree), size_(statics == 0 ? 1 : statics), deleted_(deleted), deleted_count_(deleted_count)
+{
+    for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
+        const lyd_node *n;
+        LYD_TREE_DFS_BEGIN(top, n) {
+            if (is_static_entry(n)) {
+                statics_.push_back(n);
+                LYD_TREE_DFS_continue = 1;
+            }
+            LYD_TREE_DFS_END(top, n);
+        }
+    }
+    parts_ = statics_.size() <= size_ ? 1 : (statics_.size() + size_ - 1) / size_;
+}
+
+Error PartedTree::part(size_t k, DatatreeSink &sink, zidl_yfw_datatree *root) const
+{
+    const Marks marks{deleted_, deleted_count_};
+    if (k == 0) {
+        if (parts_ == 1)
+            return to_datatree(tree_, sink, root, YFW_DT_OP_NONE, deleted_, deleted_count_);
+        std::unordered_map<const lyd_node *, bool> first;
+        for (size_t i = 0; i < size_; ++i)
+            first[statics_[i]] = true;
+        const Skip skip = [&](const lyd_node *n) { return first.count(n) == 0; };
+        for (const lyd_node *top = tree_.get(); top != nullptr; top = top->next)
+            if (Error e = copy_node(top, sink, root, YFW_DT_OP_NONE, marks, skip))
+                return e;
+        return Error{};
+    }
+    std::unordered_map<const lyd_node *, zidl_yfw_datatree *> made;
+    for (size_t i = k * size_; i < statics_.size() && i < (k + 1) * size_; ++i) {
+        std::vector<const lyd_node *> chain;
+        for (const lyd_node *a = lyd_parent(statics_[i]); a != nullptr; a = lyd_parent(a))
+            chain.push_back(a);
+        zidl_yfw_datatree *at = root;
+        for (auto a = chain.rbegin(); a != chain.rend(); ++a) {
+            auto m = made.find(*a);
+            if (m == made.end()) {
+                zidl_yfw_datatree *self = nullptr;
+                if (Error e = copy_node(*a, sink, at, YFW_DT_OP_NONE, Marks{}, nullptr, &self))
+                    return e;
+                m = made.emplace(*a, self).first;
+            }
+            at = m->second;
+        }
+        if (Error e = copy_node(statics_[i], sink, at, YFW_DT_OP_NONE, marks))
             return e;
     }
     return Error{};

@@ -131,6 +131,28 @@ Error to_datatree(const Tree &tree, DatatreeSink &sink, zidl_yfw_datatree *root,
  * does not know is an internal error naming its path. Nodes carrying a
  * delete or remove operation are left out.
  */
+/*
+ * A large edit converted a part at a time, so that only one part of the
+ * framework tree exists at once. Part 0 is the whole tree but for the
+ * static routes past the first `statics`; each next part holds the next
+ * `statics` static routes under their ancestors (list entries with their
+ * keys only). One part when the tree holds no more than `statics` routes.
+ */
+class PartedTree {
+public:
+    PartedTree(const Tree &tree, size_t statics, const PathTarget *deleted = nullptr, size_t deleted_count = 0);
+    size_t count() const { return parts_; }
+    Error part(size_t k, DatatreeSink &sink, zidl_yfw_datatree *root) const;
+
+private:
+    const Tree &tree_;
+    size_t size_;
+    const PathTarget *deleted_;
+    size_t deleted_count_;
+    std::vector<const lyd_node *> statics_; /* every static route, in document order */
+    size_t parts_;
+};
+
 Error from_datatree(const Context &ctx, const zidl_yfw_datatree *root, Tree &out);
 
 /*
