@@ -544,16 +544,23 @@ Outcome StoreEdit::run(bool dry_run)
 RpcError edit_config(const yang::Context &ctx, tool::Engine &engine, const yang::Tree &config, Op default_op,
                      bool test_only)
 {
-    StoreEdit edit(engine);
-    Planner planner(ctx, edit);
-    RpcError e = planner.read(planner.collect(config.get(), default_op));
-    if (!e)
-        e = planner.plan(config.get(), default_op);
-    if (e)
-        return e;
-    if (!planner.ok() || !edit.merge(planner.merge_tree(config.get(), default_op)))
-        return RpcError::make(RpcError::kOperationFailed, "out of memory while planning the edit");
-    return from_outcome(test_only ? edit.test() : edit.commit());
+    /* Planned from the store as the edit's own transaction sees it, then made in it. */
+    RpcError e;
+    tool::Outcome o = engine.in_one_transaction([&]() {
+        StoreEdit edit(engine);
+        Planner planner(ctx, edit);
+        e = planner.read(planner.collect(config.get(), default_op));
+        if (!e)
+            e = planner.plan(config.get(), default_op);
+        if (e)
+            return Outcome::ok();
+        if (!planner.ok() || !edit.merge(planner.merge_tree(config.get(), default_op))) {
+            e = RpcError::make(RpcError::kOperationFailed, "out of memory while planning the edit");
+            return Outcome::ok();
+        }
+        return test_only ? edit.test() : edit.commit();
+    });
+    return e ? e : from_outcome(o);
 }
 
 }  // namespace ocni::server

@@ -6,6 +6,10 @@
  */
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -294,4 +298,44 @@ TEST_F(Gate, DeletesOfWhatIsAbsentChangeNothingAlike)
         EXPECT_EQ(changes, "") << path;
         EXPECT_EQ(native_text(), before) << path;
     }
+}
+
+/*
+ * What is read inside one transaction is what its edit starts from: another
+ * writer (an ocni-map process) waits until the transaction ends, and then
+ * applies its own edit on top.
+ */
+TEST_F(Gate, ReadsAndTheEditOfOneTransactionSeeNoOtherWriter)
+{
+    const char *bin = std::getenv("OCNI_BINARY_DIR");
+    ASSERT_NE(bin, nullptr);
+    const std::string doc = dir_ + "/other.json";
+    {
+        FILE *f = fopen(doc.c_str(), "w");
+        ASSERT_NE(f, nullptr);
+        fputs(oc("default", route("10.50.0.0/16", hop("1", "192.0.2.5"))).c_str(), f);
+        fclose(f);
+    }
+    pid_t other = -1;
+    Outcome o = engine_->in_one_transaction([&]() {
+        yang::Tree before;
+        ocni::tool::ReadFilter f;
+        EXPECT_EQ(engine_->get(f, before).status, Outcome::kOk);
+        other = fork();
+        if (other == 0) {
+            std::string cmd = std::string(bin) + "/tools/ocni-map --store '" + dir_ + "' edit '" + doc + "' >/dev/null";
+            _exit(std::system(cmd.c_str()) == 0 ? 0 : 1);
+        }
+        usleep(300 * 1000);
+        EXPECT_EQ(waitpid(other, nullptr, WNOHANG), 0) << "the other writer did not wait";
+        EXPECT_EQ(native_text().find("10.50.0.0"), std::string::npos);
+        return apply(oc("default", route("10.60.0.0/16", hop("1", "192.0.2.6"))));
+    });
+    EXPECT_EQ(o.status, Outcome::kOk) << o.message;
+    int status = -1;
+    ASSERT_EQ(waitpid(other, &status, 0), other);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    std::string now = native_text();
+    EXPECT_NE(now.find("10.50.0.0"), std::string::npos);
+    EXPECT_NE(now.find("10.60.0.0"), std::string::npos);
 }

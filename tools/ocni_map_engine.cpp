@@ -226,6 +226,18 @@ public:
 
     const EditReport &last_report() const override { return report_; }
 
+    Outcome in_one_transaction(const std::function<Outcome()> &fn) override
+    {
+        std::string err;
+        bool began = false;
+        if (!config_.begin(true, err, &began))
+            return Outcome::fail(Outcome::kInternal, "store: " + err);
+        Outcome o = fn();
+        if (began && config_.in_session())
+            config_.rollback();
+        return o;
+    }
+
     bool vrf_held(const std::string &name) override
     {
         if (config_.vrf_known(name))

@@ -126,6 +126,13 @@ public:
         routes_deleted = 0;
         return vrf_delete(name, with_routes);
     }
+    /*
+     * Runs `fn` inside one store write transaction: the reads it makes
+     * through this engine see exactly the store its edit then starts from
+     * (no other writer comes between), and its edit commits that same
+     * transaction. What `fn` leaves uncommitted is dropped.
+     */
+    virtual Outcome in_one_transaction(const std::function<Outcome()> &fn) { return fn(); }
     /* What the last edit, native edit or delete changed. */
     virtual const EditReport &last_report() const
     {
