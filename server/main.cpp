@@ -197,6 +197,8 @@ void worker(nc_pollsession *ps)
             usleep(50 * 1000);
             continue;
         }
+        if (r & NC_PSPOLL_RPC)
+            srv::after_rpc();
         if ((r & (NC_PSPOLL_SESSION_TERM | NC_PSPOLL_SESSION_ERROR)) && s != nullptr) {
             nc_ps_del_session(ps, s);
             srv::session_ended(s);

@@ -4,6 +4,9 @@
  */
 #include "rpc.h"
 
+#include <malloc.h>
+
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <map>
@@ -149,6 +152,9 @@ RpcError read_filter(const lyd_node *rpc, Filter &f, yang::Tree &holder)
     return subtree_filter(*g.ctx, tree, f);
 }
 
+/* Set by RPCs that moved routes; after_rpc() trims the heap then. */
+std::atomic<bool> g_heavy{false};
+
 nc_server_reply *data_reply(const lyd_node *rpc, yang::Tree data)
 {
     lyd_node *out = nullptr;
@@ -180,6 +186,7 @@ nc_server_reply *read(const lyd_node *rpc, bool state)
         std::unique_lock<std::timed_mutex> lock(g.engine_mu, kEngineWait);
         if (!lock)
             return error_reply(RpcError::make(RpcError::kInUse, "the configuration is busy, try again"));
+        g_heavy = true;
         for (tool::ReadFilter &r : reads) {
             r.state = state;
             yang::Tree part;
@@ -224,6 +231,7 @@ RpcError lock_denied(uint32_t holder)
 
 RpcError apply(const std::string &xml, Op op, bool test_only)
 {
+    g_heavy = true;
     yang::Tree config;
     RpcError e = parse_config(*g.ctx, xml, config);
     if (e)
@@ -333,6 +341,12 @@ nc_server_reply *rpc_get_schema(lyd_node *rpc, nc_session *)
 }
 
 }  // namespace
+
+void after_rpc()
+{
+    if (g_heavy.exchange(false))
+        malloc_trim(0);
+}
 
 bool install_rpcs(const yang::Context &ctx, tool::Engine &engine)
 {

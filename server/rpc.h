@@ -18,6 +18,13 @@ namespace ocni::server {
 /* Sets the RPC callbacks on the context's ietf-netconf schema; the engine is shared by all sessions. */
 bool install_rpcs(const yang::Context &ctx, tool::Engine &engine);
 
+/*
+ * After an RPC is answered (its reply freed): gives the heap's free memory
+ * back to the system when the RPC moved routes, so that a server idles
+ * small again after a large edit or read.
+ */
+void after_rpc();
+
 /* Session registry: a new session, the end of one (releases its lock), and how many are open. */
 void session_started(nc_session *s);
 void session_ended(nc_session *s);
