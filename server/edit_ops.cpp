@@ -541,9 +541,33 @@ Outcome StoreEdit::run(bool dry_run)
     return engine_.apply(tree_, targets, dry_run, changes);
 }
 
+namespace {
+
+/* Whether any node of the tree carries an ietf-netconf operation attribute. */
+bool has_operation(const lyd_node *first)
+{
+    for (const lyd_node *top = first; top != nullptr; top = top->next) {
+        const lyd_node *n;
+        LYD_TREE_DFS_BEGIN(top, n) {
+            for (const lyd_meta *m = n->meta; m != nullptr; m = m->next)
+                if (strcmp(m->name, "operation") == 0)
+                    return true;
+            LYD_TREE_DFS_END(top, n);
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
 RpcError edit_config(const yang::Context &ctx, tool::Engine &engine, const yang::Tree &config, Op default_op,
                      bool test_only)
 {
+    /* A plain merge (no operation anywhere) needs no plan: the document is the edit. */
+    if (default_op == Op::kMerge && !has_operation(config.get())) {
+        std::string changes;
+        return from_outcome(engine.apply(config, {}, test_only, changes));
+    }
     /* Planned from the store as the edit's own transaction sees it, then made in it. */
     RpcError e;
     tool::Outcome o = engine.in_one_transaction([&]() {
