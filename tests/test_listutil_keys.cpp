@@ -405,6 +405,12 @@ TEST_F(ListUtil, TrimPathAndCurrentList)
     EXPECT_EQ(ni_static_yfw_map_get_ctx_current_list_ptr(h.ctx), p);
     EXPECT_EQ(h.rc->current_list, p);
     EXPECT_EQ(ni_static_yfw_map_get_ctx_current_list_ptr(nullptr), nullptr);
+    /* A context without its request has no current list, and keeps none. */
+    auto *req = h.ctx->req_ctx;
+    h.ctx->req_ctx = nullptr;
+    EXPECT_EQ(ni_static_yfw_map_get_ctx_current_list_ptr(h.ctx), nullptr);
+    ni_static_yfw_map_update_ctx_current_list_ptr(h.ctx, p);
+    h.ctx->req_ctx = req;
 }
 
 TEST(ListUtilNamespace, DataNamespaceIsSetOnceAndCopied)
