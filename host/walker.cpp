@@ -240,9 +240,6 @@ int Visitor::call(const Binding &b, const zidl_yfw_datatree *n, const SNode *s, 
         return 0;
     if (rc == YFW_RC_NOT_APPLICABLE)
         return 1;
-    /* A delete of a list entry the store does not hold deletes nothing, as for routes and leaves. */
-    if (rc == SYSDB_RC_NOT_FOUND && is_delete(n->op) && r_.is_entry(n))
-        return 1;
     r_.fail.rc = rc;
     r_.fail.callback = b.callback;
     if (r_.rc->user_error_msg != nullptr)

@@ -5,6 +5,7 @@
  * an accepted edit still reads back (native, get, get --state).
  */
 #include <gtest/gtest.h>
+#include <libyang/libyang.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -245,6 +246,8 @@ TEST_F(Gate, OpenConfigEditsAreCheckedBeyondTheModel)
         {"stored next hop changes without restating its next-hop",
          oc("red", route("10.1.0.0/16", R"({"index":"1","config":{"index":"1","metric":9}})")), OC, 0,
          R"("metric": 9)"},
+        {"an index with a blank is a name like any other",
+         oc("default", route("10.70.0.0/16", hop("uplink 2", "192.0.2.7"))), OC, 0, R"("index": "uplink 2")"},
         {"set-tag of four octets", oc("default", route("10.30.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"ab:CD:ef:01")")),
          OC, 0, R"("tag": 2882400001)"},
     });
@@ -287,6 +290,7 @@ TEST_F(Gate, DeletesOfWhatIsAbsentChangeNothingAlike)
     const std::string s = "/network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC]"
                           "[name=DEFAULT]/static-routes/static";
     for (const std::string &path : {s + "[prefix=10.9.0.0/16]", s + "[prefix=10.1.0.0/16]/next-hops/next-hop[index=9]",
+                                    s + "[prefix=10.8.0.0/16]/next-hops/next-hop[index=1]",
                                     s + "[prefix=10.1.0.0/16]/next-hops/next-hop[index=1]/config/metric",
                                     s + "[prefix=10.1.0.0/16]/config/set-tag"}) {
         yang::Tree tree;
@@ -338,4 +342,25 @@ TEST_F(Gate, ReadsAndTheEditOfOneTransactionSeeNoOtherWriter)
     std::string now = native_text();
     EXPECT_NE(now.find("10.50.0.0"), std::string::npos);
     EXPECT_NE(now.find("10.60.0.0"), std::string::npos);
+}
+
+/*
+ * In a network instance the router does not know, an edit that deletes one
+ * leaf and sets another is refused by the mapping, naming the instance.
+ */
+TEST_F(Gate, UnknownInstanceRefusesAnEditThatAlsoSets)
+{
+    const std::string cfg = "/network-instances/network-instance[name=ghost]/protocols/protocol[identifier=STATIC]"
+                            "[name=DEFAULT]/static-routes/static[prefix=10.1.0.0/16]/next-hops/next-hop[index=1]/config";
+    yang::Tree tree;
+    yang::PathTarget target;
+    ASSERT_FALSE(yang::parse_instance_path(ctx_, cfg + "/metric", yang::Model::kOpenConfig, tree, target));
+    ASSERT_NE(target.parent, nullptr);
+    ASSERT_EQ(lyd_new_path(const_cast<lyd_node *>(target.parent), nullptr, "next-hop", "192.0.2.1", 0, nullptr),
+              LY_SUCCESS);
+    std::string before = native_text(), changes;
+    Outcome o = engine_->apply(tree, {target}, false, changes);
+    EXPECT_EQ(o.status, Outcome::kRefused) << o.message;
+    EXPECT_NE(o.message.find("network-instance ghost is not configured yet"), std::string::npos) << o.message;
+    EXPECT_EQ(native_text(), before);
 }

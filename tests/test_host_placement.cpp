@@ -136,6 +136,15 @@ TEST_F(PlacementTest, BadArgumentsAreRefused)
               YFW_RC_MAP_FAILED);
     EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, nullptr, NS, nullptr, nullptr, nullptr, 0, 0),
               YFW_RC_MAP_FAILED);
+    /* A context without its request, and node info asked without a list path or a key. */
+    auto *rq = h.ctx->req_ctx;
+    h.ctx->req_ctx = nullptr;
+    EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a", NS, nullptr, nullptr, nullptr, 0, 0),
+              YFW_RC_MAP_FAILED);
+    h.ctx->req_ctx = rq;
+    char *v = nullptr;
+    EXPECT_EQ(yfw_map_get_node_info(h.ctx, nullptr, "name", &v), YFW_RC_MAP_FAILED);
+    EXPECT_EQ(yfw_map_get_node_info(h.ctx, "/network-instances/network-instance", nullptr, &v), YFW_RC_MAP_FAILED);
     zidl_yfw_datatree foreign;
     memset(&foreign, 0, sizeof foreign);
     EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, &foreign, "/a", NS, nullptr, nullptr, nullptr, 0, 0),

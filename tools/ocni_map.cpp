@@ -541,20 +541,8 @@ private:
             return report(e);
         if ((rc = open_engine()) >= 0)
             return rc;
-        /*
-         * Deleting what is not there changes nothing, whatever the node. Within
-         * one route that is looked up first (the route is one read); above it,
-         * a delete that changes nothing says so.
-         */
+        /* Deleting what is not there changes nothing, whatever the node, and says so. */
         const std::string nothing = "ocni-map: nothing to delete at " + shown(args_.words[1]) + "\n";
-        ocni::tool::ReadFilter scope;
-        yang::delete_scope(target, scope.vrf, scope.prefix);
-        yang::Tree config;
-        if (!scope.prefix.empty() && engine_->get(scope, config).status == Outcome::kOk &&
-            !yang::delete_target_present(config, target)) {
-            std::cerr << nothing;
-            return finish_edit(Outcome::ok(), "");
-        }
         std::string changes;
         Outcome o = engine_->remove(tree, target, args_.dry_run, changes);
         if (o.status == Outcome::kOk && engine_->last_report().changed_nothing())

@@ -16,6 +16,7 @@
 #include "host/plugin_loader.h"
 #include "host/tree.h"
 #include "host/walker.h"
+#include "input_checks.h"
 #include "ocni_map_engine.h"
 #include "host/store.h"
 #include "host/store_lmdb.h"
@@ -133,6 +134,32 @@ public:
             return o;
         return edit_outcome(run_edit(yang::PartedTree(tree, edit_part_, deleted.data(), deleted.size()), dry_run),
                             changes);
+    }
+
+    Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run,
+                   std::string &changes) override
+    {
+        /*
+         * Within one route, what the path names is looked up first, in the
+         * delete's own transaction: the mapping would otherwise refuse an
+         * absent next hop, or leave its route behind as an empty entry.
+         */
+        return in_one_transaction([&]() {
+            ReadFilter scope;
+            yang::delete_scope(target, scope.vrf, scope.prefix);
+            if (!scope.prefix.empty()) {
+                yang::Tree config;
+                Outcome o = get(scope, config);
+                if (o.status != Outcome::kOk)
+                    return o;
+                if (!yang::delete_target_present(config, target)) {
+                    report_ = EditReport{};
+                    changes.clear();
+                    return Outcome::ok();
+                }
+            }
+            return apply(path_tree, {target}, dry_run, changes);
+        });
     }
 
     Outcome get(const ReadFilter &filter, yang::Tree &out) override

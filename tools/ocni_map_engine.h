@@ -95,8 +95,13 @@ public:
      */
     virtual Outcome apply(const yang::Tree &tree, const std::vector<yang::PathTarget> &deleted, bool dry_run,
                           std::string &changes) = 0;
-    /* Deletes the node an OpenConfig instance path names. */
-    Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run, std::string &changes)
+    /*
+     * Deletes the node an OpenConfig instance path names; deleting what the
+     * store does not hold changes nothing and succeeds (last_report() says
+     * nothing changed), for routes, next hops and leaves alike.
+     */
+    virtual Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run,
+                           std::string &changes)
     {
         return apply(path_tree, {target}, dry_run, changes);
     }
