@@ -239,5 +239,14 @@ TEST_F(ReadStream, EditsInPartsStoreWhatOneWholeEditStores)
             first = got;
         else
             EXPECT_EQ(got, first) << "parts of " << part;
+        /* A refusal in the last part stores nothing of the parts before it. */
+        const std::string stored = whole(nullptr);
+        std::string late = doc;
+        late.replace(late.rfind("192.0.2.7"), 9, "openconfig-local-routing:LOCAL_LINK");
+        for (size_t at; (at = late.find("10.9.")) != std::string::npos;)
+            late.replace(at, 5, "10.8.");
+        ASSERT_FALSE(yang::read_edit(ctx_, late, yang::Format::kJson, yang::Model::kOpenConfig, tree));
+        EXPECT_EQ(engine_->edit(tree, false, changes).status, Outcome::kRefused) << part;
+        EXPECT_EQ(whole(nullptr), stored) << part;
     }
 }
