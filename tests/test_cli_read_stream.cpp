@@ -63,13 +63,14 @@ protected:
         engine_.reset();
         EXPECT_EQ(std::system(("rm -rf '" + dir_ + "'").c_str()), 0);
     }
-    void reopen(size_t batch)
+    void reopen(size_t batch, const std::string &dir = "", size_t edit_part = 1024)
     {
         engine_.reset();
         ocni::tool::EngineOptions opt;
-        opt.store_dir = dir_;
+        opt.store_dir = dir.empty() ? dir_ : dir;
         opt.plugin_path = ocni::test::plugin_library_path();
         opt.read_batch = batch;
+        opt.edit_part = edit_part;
         Outcome why;
         engine_ = ocni::tool::make_engine(ctx_, opt, why);
         ASSERT_NE(engine_, nullptr) << why.message;
@@ -216,14 +217,7 @@ TEST_F(ReadStream, EditsInPartsStoreWhatOneWholeEditStores)
     for (size_t part : {size_t(1), size_t(3), size_t(1024)}) {
         std::string dir = dir_ + "/p" + std::to_string(part);
         ASSERT_EQ(std::system(("mkdir -p '" + dir + "'").c_str()), 0);
-        engine_.reset();
-        ocni::tool::EngineOptions opt;
-        opt.store_dir = dir;
-        opt.plugin_path = ocni::test::plugin_library_path();
-        opt.edit_part = part;
-        Outcome why;
-        engine_ = ocni::tool::make_engine(ctx_, opt, why);
-        ASSERT_NE(engine_, nullptr) << why.message;
+        reopen(1024, dir, part);
         ASSERT_EQ(engine_->vrf_add("red").status, Outcome::kOk);
         apply(oc_route("red", "10.9.5.0/24", "192.0.2.99", R"(,"set-tag":5)"), yang::Model::kOpenConfig);
         yang::Tree tree;
