@@ -809,7 +809,8 @@ namespace {
  * and prefix entries; an entry without keys (or a family without
  * entries) stands for all prefixes below it.
  */
-void select_routes(const NativeConfig &c, const zidl_yfw_datatree *req, std::set<RouteKey> &sel, std::string &err)
+/* The selectors of the native request a filtered read's walk produced. */
+void selectors_of(const zidl_yfw_datatree *req, std::vector<Selector> &out)
 {
     auto family = [&](const zidl_yfw_datatree *af, const std::string &vrf, bool v4) {
         bool all = true;
@@ -819,19 +820,11 @@ void select_routes(const NativeConfig &c, const zidl_yfw_datatree *req, std::set
             const char *l = child_value(e, "prefix-length");
             if (p && l && *p && *l) {
                 all = false;
-                /* Every stored text of this prefix and length: a prefix is compared by meaning. */
-                c.for_each_same_prefix(vrf, v4, p, atoi(l), [&](const RouteKey &k, const Route &) {
-                    sel.insert(k);
-                    return true;
-                }, err);
+                out.push_back(Selector{vrf, v4, false, p, atoi(l)});
             }
         });
-        if (!all)
-            return;
-        c.for_each_route(&vrf, &v4, [&](const RouteKey &k, const Route &) {
-            sel.insert(k);
-            return true;
-        }, err);
+        if (all)
+            out.push_back(Selector{vrf, v4, true, {}, 0});
     };
     auto body = [&](const zidl_yfw_datatree *b, const std::string &vrf) {
         const zidl_yfw_datatree *af = node_child(b, "address-family");
@@ -850,6 +843,14 @@ void select_routes(const NativeConfig &c, const zidl_yfw_datatree *req, std::set
         if (name != nullptr)
             body(v, name);
     });
+}
+
+/* Visits the stored routes a selector selects, in store order; a prefix is compared by meaning. */
+bool visit_selected(const NativeConfig &c, const Selector &s, const NativeConfig::RouteVisitor &fn, std::string &err)
+{
+    if (s.whole)
+        return c.for_each_route(&s.vrf, &s.ipv4, fn, err);
+    return c.for_each_same_prefix(s.vrf, s.ipv4, s.prefix, s.length, fn, err);
 }
 
 /* OpenConfig request for one instance (and prefix): what a filtered read asks for. */
@@ -1087,7 +1088,7 @@ zidl_yfw_datatree *operational_answer(const NativeConfig &c, const zidl_yfw_data
  * The routes a filtered read selects: the edit-direction callbacks in read
  * mode name the native paths the filter asks for.
  */
-WalkResult Walker::select(const ReadRequest &req, std::set<RouteKey> &sel)
+WalkResult Walker::select(const ReadRequest &req, std::vector<Selector> &sels)
 {
     WalkResult res;
     std::vector<std::string> vrfs;
@@ -1108,17 +1109,32 @@ WalkResult Walker::select(const ReadRequest &req, std::set<RouteKey> &sel)
         }
         res = walk_tree(run, rq, Model::OpenConfigEdit);
         flush_trace(opt_, run.ctx);
-        std::string serr;
         if (res.ok())
-            select_routes(config_, run.out, sel, serr);
-        if (res.ok() && !serr.empty()) {
-            res.rc = SYSDB_RC_FAILED;
-            res.message = serr;
-        }
+            selectors_of(run.out, sels);
         tree_free(rq);
         tree_free(run.out);
         if (!res.ok())
             return res;
+    }
+    return res;
+}
+
+WalkResult Walker::select(const ReadRequest &req, std::set<RouteKey> &sel)
+{
+    std::vector<Selector> sels;
+    WalkResult res = select(req, sels);
+    std::string err;
+    for (const Selector &s : sels) {
+        if (!res.ok())
+            break;
+        visit_selected(config_, s, [&](const RouteKey &k, const Route &) {
+            sel.insert(k);
+            return true;
+        }, err);
+        if (!err.empty()) {
+            res.rc = SYSDB_RC_FAILED;
+            res.message = err;
+        }
     }
     return res;
 }
@@ -1216,25 +1232,42 @@ WalkResult Walker::read_batches(const ReadRequest &req, size_t batch, const Tree
                 break;
         }
     } else {
-        std::set<RouteKey> sel;
-        res = select(req, sel);
+        /*
+         * Selected routes stream from the store by seek, in store order: the
+         * VRFs in order of their names, the default one first when its name
+         * comes first among the VRFs with a selected route, else last.
+         */
+        std::vector<Selector> sels;
+        res = select(req, sels);
         if (!res.ok())
             return res;
-        const bool default_first = !sel.empty() && is_default_vrf(sel.begin()->vrf);
+        std::stable_sort(sels.begin(), sels.end(), [](const Selector &a, const Selector &x) {
+            return a.vrf != x.vrf ? a.vrf < x.vrf : a.ipv4 && !x.ipv4;
+        });
+        auto any = [&](const Selector &s) {
+            bool found = false;
+            visit_selected(config_, s, [&](const RouteKey &, const Route &) { return !(found = true); }, err);
+            return found;
+        };
+        const Selector *first = nullptr;
+        for (const Selector &s : sels)
+            if (any(s)) {
+                first = &s;
+                break;
+            }
+        const bool default_first = first != nullptr && is_default_vrf(first->vrf);
         for (bool default_pass : {default_first, !default_first}) {
-            for (const RouteKey &k : sel) {
-                Route r;
-                if (is_default_vrf(k.vrf) != default_pass || !config_.find_route(k, r))
+            for (const Selector &s : sels) {
+                if (is_default_vrf(s.vrf) != default_pass)
                     continue;
-                if (!b.add(k, r)) {
-                    done = false;
+                done = visit_selected(config_, s, [&](const RouteKey &k, const Route &r) { return b.add(k, r); }, err);
+                if (!done)
                     break;
-                }
             }
             if (!done)
                 break;
         }
-        if (!config_.read_error().empty())
+        if (err.empty() && !config_.read_error().empty())
             err = config_.read_error();
     }
     if (done)

@@ -69,6 +69,15 @@ struct EditOutcome {
     ChangeCounts counts;
 };
 
+/* Routes a filtered read selects: a family of a VRF, whole or one prefix of it. */
+struct Selector {
+    std::string vrf;
+    bool ipv4 = true;
+    bool whole = true;
+    std::string prefix;
+    int length = 0;
+};
+
 /* Read filters; empty strings select everything. */
 struct ReadRequest {
     bool state = false;
@@ -140,6 +149,7 @@ public:
 private:
     WalkResult walk_tree(Run &run, const zidl_yfw_datatree *input_root, Model model);
     WalkResult select(const ReadRequest &req, std::set<RouteKey> &sel);
+    WalkResult select(const ReadRequest &req, std::vector<Selector> &sels);
     WalkResult map_native(const ReadRequest &req, zidl_yfw_datatree *native, zidl_yfw_datatree **out);
 
     const Plugin &plugin_;
