@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -131,9 +132,10 @@ void remove_dir(const std::string &dir)
         fprintf(stderr, "could not remove %s\n", dir.c_str());
 }
 
-std::unique_ptr<tool::Engine> open_engine(const std::string &dir)
+std::unique_ptr<tool::Engine> open_engine(const std::string &dir, std::function<void(size_t)> progress = nullptr)
 {
     tool::EngineOptions o;
+    o.progress = std::move(progress);
     o.store_dir = dir;
     o.plugin_path = OCNI_BENCH_PLUGIN;
     o.change_lines = false; /* as ocni-map edit without --verbose */
@@ -167,6 +169,7 @@ void edit_document(tool::Engine &e, const std::string &doc)
 void libyang_parse(benchmark::State &state, uint32_t parse_options, uint32_t validate_options)
 {
     const std::string &doc = document(static_cast<int>(state.range(0)));
+    double peak_anon = 0;
     for (auto _ : state) {
         lyd_node *tree = nullptr;
         LY_ERR rc = lyd_parse_data_mem(context().raw(), doc.c_str(), LYD_JSON, parse_options, validate_options, &tree);
@@ -174,10 +177,12 @@ void libyang_parse(benchmark::State &state, uint32_t parse_options, uint32_t val
             state.SkipWithError(context().take_errors("libyang refused the document").c_str());
             break;
         }
+        peak_anon = std::max(peak_anon, anon_mib()); /* the parsed tree at its largest */
         lyd_free_all(tree);
     }
     state.counters["routes"] = static_cast<double>(state.range(0));
     state.counters["max_rss_MiB"] = max_rss_mib();
+    state.counters["peak_anon_MiB"] = peak_anon;
 }
 
 /* With the checks the tool makes (schema and types): the yardstick. */
@@ -192,11 +197,12 @@ void BM_LibyangParseValidate(benchmark::State &state)
 void BM_Edit(benchmark::State &state)
 {
     const std::string &doc = document(static_cast<int>(state.range(0)));
+    double peak_anon = 0; /* anonymous memory sampled after each batch of the edit and at its end */
     for (auto _ : state) {
         state.PauseTiming();
         std::string dir = fresh_store_dir();
         ocni::host::store_reset();
-        auto engine = open_engine(dir);
+        auto engine = open_engine(dir, [&](size_t) { peak_anon = std::max(peak_anon, anon_mib()); });
         state.ResumeTiming();
         edit_document(*engine, doc);
         state.PauseTiming();
@@ -207,6 +213,7 @@ void BM_Edit(benchmark::State &state)
     }
     state.counters["routes"] = static_cast<double>(state.range(0));
     state.counters["max_rss_MiB"] = max_rss_mib();
+    state.counters["peak_anon_MiB"] = peak_anon;
 }
 
 void get_bench(benchmark::State &state, bool with_state)
