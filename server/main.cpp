@@ -233,6 +233,7 @@ int main(int argc, char **argv)
     opt.store_dir = a.store;
     opt.plugin_path = yang::plugin_path();
     opt.trace = a.trace;
+    opt.change_lines = false; /* replies never carry the native change lines */
     Outcome o;
     std::unique_ptr<ocni::tool::Engine> engine = ocni::tool::make_engine(ctx, opt, o);
     if (!engine)
