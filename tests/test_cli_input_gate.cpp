@@ -248,6 +248,8 @@ TEST_F(Gate, OpenConfigEditsAreCheckedBeyondTheModel)
          R"("metric": 9)"},
         {"an index with a blank is a name like any other",
          oc("default", route("10.70.0.0/16", hop("uplink 2", "192.0.2.7"))), OC, 0, R"("index": "uplink 2")"},
+        {"a one-digit set-tag reaches the new next hop",
+         oc("default", route("10.71.0.0/16", hop("1", "192.0.2.8"), R"(,"set-tag":7)")), OC, 0, R"("tag": 7)"},
         {"set-tag of four octets", oc("default", route("10.30.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"ab:CD:ef:01")")),
          OC, 0, R"("tag": 2882400001)"},
     });
