@@ -285,15 +285,4 @@ const char *model_name(Model m)
     return "?";
 }
 
-const char *kind_name(CallbackKind k)
-{
-    switch (k) {
-    case CallbackKind::Container: return "container";
-    case CallbackKind::List: return "list";
-    case CallbackKind::Leaf: return "leaf";
-    case CallbackKind::Condition: return "condition";
-    }
-    return "?";
-}
-
 } // namespace ocni::host

@@ -86,7 +86,6 @@ private:
 };
 
 const char *model_name(Model m);
-const char *kind_name(CallbackKind k);
 
 } // namespace ocni::host
 

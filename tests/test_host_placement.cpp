@@ -142,6 +142,8 @@ TEST_F(PlacementTest, BadArgumentsAreRefused)
     EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a", NS, nullptr, nullptr, nullptr, 0, 0),
               YFW_RC_MAP_FAILED);
     h.ctx->req_ctx = rq;
+    EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a/b[k=v]x", NS, nullptr, nullptr, nullptr, 0, 0),
+              YFW_RC_MAP_FAILED);
     char *v = nullptr;
     EXPECT_EQ(yfw_map_get_node_info(h.ctx, nullptr, "name", &v), YFW_RC_MAP_FAILED);
     EXPECT_EQ(yfw_map_get_node_info(h.ctx, "/network-instances/network-instance", nullptr, &v), YFW_RC_MAP_FAILED);

@@ -146,6 +146,7 @@ TEST_F(XpathTest, MalformedPathsAreRefusedAndChangeNothing)
     EXPECT_EQ(noroot.rc, YFW_RC_MAP_FAILED);
     auto badop = xpath(h.ctx, 7, YFW_XPATH_NODE_CONTAINER, h.out, "/a");
     EXPECT_EQ(badop.rc, YFW_RC_MAP_FAILED);
+    EXPECT_EQ(yfw_map_tree_xpath_operations(h.ctx, nullptr), YFW_RC_MAP_FAILED);
     EXPECT_EQ(tree_size(h.out), 1u);
 }
 
