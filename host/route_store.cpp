@@ -29,23 +29,6 @@ constexpr char FORMAT_MAGIC[] = "OCNI";
 /* Keys of the previous format: records under this root, no marker. */
 const std::string OLD_NATIVE_ROOT = "/host/native/route/";
 
-uint32_t crc32c(const unsigned char *p, size_t n)
-{
-    static const auto table = [] {
-        std::vector<uint32_t> t(256);
-        for (uint32_t i = 0; i < 256; ++i) {
-            uint32_t c = i;
-            for (int k = 0; k < 8; ++k)
-                c = (c & 1) ? 0x82F63B78u ^ (c >> 1) : c >> 1;
-            t[i] = c;
-        }
-        return t;
-    }();
-    uint32_t c = 0xffffffffu;
-    while (n-- > 0)
-        c = table[(c ^ *p++) & 0xff] ^ (c >> 8);
-    return c ^ 0xffffffffu;
-}
 
 void put_varint(std::string &b, uint64_t v)
 {
@@ -212,6 +195,24 @@ std::string marker()
 }
 
 } // namespace
+
+uint32_t crc32c(const unsigned char *p, size_t n)
+{
+    static const auto table = [] {
+        std::vector<uint32_t> t(256);
+        for (uint32_t i = 0; i < 256; ++i) {
+            uint32_t c = i;
+            for (int k = 0; k < 8; ++k)
+                c = (c & 1) ? 0x82F63B78u ^ (c >> 1) : c >> 1;
+            t[i] = c;
+        }
+        return t;
+    }();
+    uint32_t c = 0xffffffffu;
+    while (n-- > 0)
+        c = table[(c ^ *p++) & 0xff] ^ (c >> 8);
+    return c ^ 0xffffffffu;
+}
 
 const char *nh_table_list(NhTable t) { return NH_LISTS[static_cast<int>(t)]; }
 

@@ -56,6 +56,9 @@ struct Route {
 /* The OpenConfig index a stored next hop reads back with: its own, or the generated one. */
 std::string nh_openconfig_index(const NhKey &k, const NhLeaves &leaves);
 
+/* CRC-32C (Castagnoli, reflected, as iSCSI uses it) of `n` bytes: the records' check value. */
+uint32_t crc32c(const unsigned char *p, size_t n);
+
 /* Format of the records and keys below; a store of another format is refused. */
 constexpr uint16_t STORE_FORMAT = 2;
 constexpr char META_FORMAT_KEY[] = "/host/meta/format";

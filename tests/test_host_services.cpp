@@ -9,6 +9,7 @@
 #include <random>
 
 #include "host/iface_table.h"
+#include "host/route_store.h"
 #include "host/store.h"
 #include "host/store_layout.h"
 #include "host_fixture.h"
@@ -509,3 +510,11 @@ TEST(Trees, HandMadeNodesAndReusedStepLists)
 }
 
 } // namespace
+
+/* The records' check value is the standard CRC-32C: a store written here reads anywhere. */
+TEST(StoreLayout, RecordCheckValueIsCrc32c)
+{
+    const std::string nine = "123456789";
+    EXPECT_EQ(ocni::host::crc32c(reinterpret_cast<const unsigned char *>(nine.data()), nine.size()), 0xE3069283u);
+    EXPECT_EQ(ocni::host::crc32c(nullptr, 0), 0u);
+}
