@@ -261,6 +261,42 @@ std::string input_hint(const Context &ctx, const std::string &message)
     return "";
 }
 
+Error check_new_next_hops(const Tree &tree, const std::vector<PathTarget> &deleted, const NextHopStored &stored)
+{
+    auto deleting = [&](const lyd_node *n) {
+        for (const PathTarget &t : deleted)
+            for (const lyd_node *p = n; p != nullptr; p = lyd_parent(p))
+                if (t.node == p && t.leaf == nullptr)
+                    return true;
+        return false;
+    };
+    for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
+        const lyd_node *nh = nullptr;
+        LYD_TREE_DFS_BEGIN(top, nh) {
+            if (nh->schema != nullptr && nh->schema->nodetype == LYS_LIST && strcmp(nh->schema->name, "next-hop") == 0 &&
+                !deleting(nh)) {
+                const lyd_node *cfg = child(nh, "config");
+                if (cfg != nullptr && child(cfg, "next-hop") == nullptr &&
+                    child(child(child(nh, "interface-ref"), "config"), "interface") == nullptr) {
+                    const lyd_node *st = lyd_parent(lyd_parent(nh));
+                    const lyd_node *inst = st;
+                    while (inst != nullptr && strcmp(inst->schema->name, "network-instance") != 0)
+                        inst = lyd_parent(inst);
+                    const char *index = value_of(nh, "index"), *prefix = value_of(st, "prefix");
+                    const char *vrf = inst != nullptr ? value_of(inst, "name") : nullptr;
+                    const std::string idx = index ? index : "", pfx = prefix ? prefix : "";
+                    if (!stored(vrf ? vrf : "default", pfx, idx))
+                        return Error::input("next hop \"" + idx + "\" of route " + pfx +
+                                            " is new and names neither a next-hop nor an interface: add config/next-hop (at " +
+                                            path_of(cfg) + ")");
+                }
+            }
+            LYD_TREE_DFS_END(top, nh);
+        }
+    }
+    return Error{};
+}
+
 Error read_edit(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out)
 {
     size_t nul = text.find('\0');

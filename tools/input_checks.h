@@ -12,6 +12,10 @@
 #ifndef OCNI_INPUT_CHECKS_H
 #define OCNI_INPUT_CHECKS_H
 
+#include <functional>
+#include <string>
+#include <vector>
+
 #include "yang_context.h"
 #include "yang_data.h"
 
@@ -39,6 +43,16 @@ bool delete_target_present(const Tree &config, const PathTarget &target);
  * netmask or without its length.
  */
 std::string input_hint(const Context &ctx, const std::string &message);
+
+/*
+ * A next hop the store does not hold needs its next-hop leaf or an
+ * interface: without either the edit names nothing to route to, and the
+ * mapping would store nothing for it or refuse whichever leaf the entry
+ * carries. `stored(vrf, prefix, index)` says whether the store holds it;
+ * entries being deleted (`deleted`) need nothing.
+ */
+using NextHopStored = std::function<bool(const std::string &vrf, const std::string &prefix, const std::string &index)>;
+Error check_new_next_hops(const Tree &tree, const std::vector<PathTarget> &deleted, const NextHopStored &stored);
 
 /* "12:34" -> 4660; false when `text` is not one to four colon-separated octets. */
 bool colon_tag_value(const std::string &text, uint32_t &value);

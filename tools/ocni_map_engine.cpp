@@ -108,6 +108,7 @@ public:
         wo.trace = opt.trace;
         wo.progress = opt.progress;
         config_.keep_change_lines(opt.change_lines);
+        diff_ = opt.diff;
         if (opt.diff)
             wo.before_end = [this](h::NativeConfig &c) { report_.diff = diff_of_changed(c); };
         read_batch_ = opt.read_batch;
@@ -202,7 +203,7 @@ public:
         if (o.status != Outcome::kOk)
             return o;
         report_ = EditReport{};
-        config_.track_changed(&changed_);
+        config_.track_changed(diff_ ? &changed_ : nullptr); /* a diff's routes only */
         changed_.clear();
         return edit_outcome(keep(walker_->native_edit(in.root, dry_run)), changes);
     }
@@ -288,6 +289,7 @@ private:
     std::unique_ptr<h::Walker> walker_;
     size_t read_batch_ = 1024;
     size_t edit_part_ = 1024;
+    bool diff_ = false;
     EditReport report_;
     std::vector<h::RouteKey> changed_;
 
@@ -300,50 +302,11 @@ private:
      */
     Outcome new_next_hops_named(const yang::Tree &tree, const std::vector<yang::PathTarget> &deleted)
     {
-        auto deleting = [&](const lyd_node *n) {
-            for (const yang::PathTarget &t : deleted)
-                for (const lyd_node *p = n; p != nullptr; p = lyd_parent(p))
-                    if (t.node == p && t.leaf == nullptr)
-                        return true;
-            return false;
-        };
-        auto child = [](const lyd_node *n, const char *name) -> const lyd_node * {
-            for (const lyd_node *c = n ? lyd_child(n) : nullptr; c != nullptr; c = c->next)
-                if (c->schema != nullptr && strcmp(c->schema->name, name) == 0)
-                    return c;
-            return nullptr;
-        };
-        auto value = [&](const lyd_node *n, const char *name) -> std::string {
-            const lyd_node *c = child(n, name);
-            return c != nullptr ? lyd_get_value(c) : "";
-        };
-        for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
-            const lyd_node *ni = nullptr;
-            LYD_TREE_DFS_BEGIN(top, ni) {
-                if (ni->schema != nullptr && strcmp(ni->schema->name, "next-hop") == 0 && ni->schema->nodetype == LYS_LIST &&
-                    !deleting(ni)) {
-                    const lyd_node *cfg = child(ni, "config");
-                    const lyd_node *ifc = child(child(ni, "interface-ref"), "config");
-                    if (cfg != nullptr && child(cfg, "next-hop") == nullptr && child(ifc, "interface") == nullptr) {
-                        const lyd_node *st = lyd_parent(lyd_parent(ni));
-                        const lyd_node *inst = st;
-                        while (inst != nullptr && strcmp(inst->schema->name, "network-instance") != 0)
-                            inst = lyd_parent(inst);
-                        const std::string index = value(ni, "index"), prefix = value(st, "prefix");
-                        if (!next_hop_stored(inst ? value(inst, "name") : "default", prefix, index)) {
-                            char *p = lyd_path(cfg, LYD_PATH_STD, nullptr, 0);
-                            std::string at = p != nullptr ? p : "?";
-                            free(p);
-                            return Outcome::fail(Outcome::kBadInput, "next hop \"" + index + "\" of route " + prefix +
-                                                                         " is new and names neither a next-hop nor an interface: add config/next-hop (at " +
-                                                                         at + ")");
-                        }
-                    }
-                }
-                LYD_TREE_DFS_END(top, ni);
-            }
-        }
-        return Outcome::ok();
+        yang::Error e = yang::check_new_next_hops(tree, deleted, [this](const std::string &vrf, const std::string &prefix,
+                                                                        const std::string &index) {
+            return next_hop_stored(vrf, prefix, index);
+        });
+        return e ? Outcome::fail(Outcome::kBadInput, e.message) : Outcome::ok();
     }
 
     bool next_hop_stored(const std::string &vrf, const std::string &prefix, const std::string &index)
@@ -373,7 +336,7 @@ private:
     h::EditOutcome run_edit(const yang::PartedTree &parts, bool dry_run)
     {
         report_ = EditReport{};
-        config_.track_changed(&changed_);
+        config_.track_changed(diff_ ? &changed_ : nullptr); /* a diff's routes only */
         changed_.clear();
         size_t k = 0;
         std::unique_ptr<HostTree> current;
