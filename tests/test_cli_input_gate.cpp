@@ -15,115 +15,33 @@
 #include <string>
 #include <vector>
 
-#include "input_checks.h"
-#include "ocni_map_engine.h"
-#include "walker_fixture.h"
-#include "yang_context.h"
+#include "docs.h"
+#include "engine_fixture.h"
 
 using ocni::tool::Outcome;
+using namespace ocni::test;
 namespace yang = ocni::yang;
 
 namespace {
 
-const std::string SEED_ROUTE = R"({"prefix":"10.1.0.0/16","config":{"prefix":"10.1.0.0/16"},
-    "next-hops":{"next-hop":[{"index":"1","config":{"index":"1","next-hop":"192.0.2.1"}}]}})";
+const std::string SEED_ROUTE = oc_route("10.1.0.0/16", oc_hop("1", "192.0.2.1"));
+const std::string DROP = "openconfig-local-routing:DROP";
 
-/* An OpenConfig edit of one static route (JSON text of the `static` entry) in network instance `ni`. */
-std::string oc(const std::string &ni, const std::string &route, const std::string &ni_extra = "")
-{
-    return R"({"openconfig-network-instance:network-instances":{"network-instance":[{"name":")" + ni + "\"" +
-           ni_extra + R"(,"protocols":{"protocol":[{"identifier":"openconfig-policy-types:STATIC","name":"DEFAULT",
-           "static-routes":{"static":[)" + route + "]}}]}}]}}";
-}
-
-/* A route with next hops given as JSON entries. */
-std::string route(const std::string &prefix, const std::string &next_hops, const std::string &config = "")
-{
-    return R"({"prefix":")" + prefix + R"(","config":{"prefix":")" + prefix + "\"" + config +
-           R"(},"next-hops":{"next-hop":[)" + next_hops + "]}}";
-}
-
-std::string hop(const std::string &index, const std::string &next_hop, const std::string &more = "")
-{
-    return R"({"index":")" + index + R"(","config":{"index":")" + index + R"(","next-hop":")" + next_hop + "\"}" +
-           more + "}";
-}
-
-/* A native document of one next hop: `vrf` "default" or a name, family 4 or 6, table entry as JSON. */
-std::string native(const std::string &vrf, int family, const std::string &prefix, int length, const std::string &table,
+/* A native document of one route: `vrf` "default" or a name, family 4 or 6, one entry of `table`. */
+std::string native(const std::string &vrf, int family, const std::string &prefix, int length, const char *table,
                    const std::string &entry)
 {
-    std::string body = R"("address-family":{"vrfipv)" + std::to_string(family) +
-                       R"(":{"vrf-unicast":{"vrf-prefixes":{"vrf-prefix":[{"prefix":")" + prefix +
-                       R"(","prefix-length":)" + std::to_string(length) +
-                       R"(,"vrf-route":{"vrf-next-hop-table":{")" + table + "\":[" + entry + "]}}}]}}}}";
-    std::string where = vrf == "default" ? R"("default-vrf":{)" + body + "}"
-                                         : R"("vrfs":{"vrf":[{"vrf-name":")" + vrf + "\"," + body + "}]}";
-    return R"({"Velmar-ORN-QZ-ip-static-cfg:router-static":{)" + where + "}}";
+    return native_doc(vrf, family, native_prefix(prefix, length, table, entry));
 }
 
-const char *const ADDR = "vrf-next-hop-next-hop-address";
-const char *const IFACE = "vrf-next-hop-interface-name";
-
-class Gate : public ::testing::Test {
+class Gate : public EngineFixture {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/dev/shm/ocni-gate-test.XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        ASSERT_FALSE(ctx_.open(yang::default_yang_dir()));
-        ocni::tool::EngineOptions opt;
-        opt.store_dir = dir_;
-        opt.plugin_path = ocni::test::plugin_library_path();
-        Outcome why;
-        engine_ = ocni::tool::make_engine(ctx_, opt, why);
-        ASSERT_NE(engine_, nullptr) << why.message;
+        EngineFixture::SetUp();
         for (const char *v : {"red", "r.d"})
             ASSERT_EQ(engine_->vrf_add(v).status, Outcome::kOk);
-        ASSERT_EQ(apply(oc("red", SEED_ROUTE)).status, Outcome::kOk);
-    }
-    void TearDown() override
-    {
-        engine_.reset();
-        EXPECT_EQ(std::system(("rm -rf '" + dir_ + "'").c_str()), 0);
-    }
-
-    /* A document as `ocni-map edit` / `native edit` takes it. */
-    Outcome apply(const std::string &text, yang::Model model = yang::Model::kOpenConfig)
-    {
-        yang::Tree tree;
-        if (yang::Error e = yang::read_edit(ctx_, text, yang::Format::kJson, model, tree))
-            return Outcome::fail(e.kind == yang::Error::kInput ? Outcome::kBadInput : Outcome::kInternal, e.message);
-        std::string changes;
-        return model == yang::Model::kNative ? engine_->native_edit(tree, false, changes)
-                                             : engine_->edit(tree, false, changes);
-    }
-
-    /* The native configuration as printed; "" when it cannot be read. */
-    std::string native_text()
-    {
-        yang::Tree t;
-        std::string out;
-        if (engine_->native_get(t).status != Outcome::kOk || yang::print_json(t, out))
-            return "";
-        return out;
-    }
-
-    /* "" when native, get and get --state all succeed, else the first failure. */
-    std::string reads()
-    {
-        if (native_text().empty())
-            return "native fails";
-        for (bool state : {false, true}) {
-            ocni::tool::ReadFilter f;
-            f.state = state;
-            yang::Tree t;
-            Outcome o = engine_->get(f, t);
-            if (o.status != Outcome::kOk)
-                return std::string(state ? "get --state" : "get") + " fails: " + o.message;
-        }
-        return "";
+        ASSERT_EQ(apply(oc_doc("red", SEED_ROUTE)).status, Outcome::kOk);
     }
 
     struct Row {
@@ -131,9 +49,10 @@ protected:
         std::string doc;
         yang::Model model;
         int status;
-        std::string says;     /* part of the message; of the native configuration when accepted */
+        std::string says; /* part of the message; of the native configuration when accepted */
     };
 
+    /* Each row's outcome; a refusal leaves the store as it was, an accepted edit still reads back. */
     void check(const std::vector<Row> &rows)
     {
         for (const Row &r : rows) {
@@ -149,10 +68,6 @@ protected:
             }
         }
     }
-
-    std::string dir_;
-    yang::Context ctx_;
-    std::unique_ptr<ocni::tool::Engine> engine_;
 };
 
 const yang::Model OC = yang::Model::kOpenConfig, NATIVE = yang::Model::kNative;
@@ -161,9 +76,9 @@ TEST_F(Gate, NamesFromUserDataAreMatchedLiterally)
 {
     check({
         /* r.d is not a pattern that finds red's next hop */
-        {"set-tag in r.d", oc("r.d", R"({"prefix":"10.1.0.0/16","config":{"set-tag":5}})"), OC, 0,
+        {"set-tag in r.d", oc_doc("r.d", R"({"prefix":"10.1.0.0/16","config":{"set-tag":5}})"), OC, 0,
          R"("vrf-name": "red")"},
-        {"a name of repeated '+' is compared, not compiled", oc("ab++++++++++++++++++++++++++++c", SEED_ROUTE), OC, 1,
+        {"a name of repeated '+' is compared, not compiled", oc_doc("ab++++++++++++++++++++++++++++c", SEED_ROUTE), OC, 1,
          "ab+"},
     });
     std::string n = native_text();
@@ -174,26 +89,26 @@ TEST_F(Gate, NativeDocumentsHoldOnlyWhatReadsBack)
 {
     const std::string nh = R"({"next-hop-address":"192.0.2.1"})";
     check({
-        {"IPv4 length 33", native("default", 4, "10.0.0.0", 33, ADDR, nh), NATIVE, 2, "from 0 to 32"},
-        {"subinterface not a number", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":"Gi0/0/0/3.abc"})"),
+        {"IPv4 length 33", native("default", 4, "10.0.0.0", 33, NH_ADDR, nh), NATIVE, 2, "from 0 to 32"},
+        {"subinterface not a number", native("default", 4, "10.0.0.0", 8, NH_IFACE, R"({"interface-name":"Gi0/0/0/3.abc"})"),
          NATIVE, 2, "subinterface that is not a number"},
-        {"no interface before the dot", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":".*"})"), NATIVE,
+        {"no interface before the dot", native("default", 4, "10.0.0.0", 8, NH_IFACE, R"({"interface-name":".*"})"), NATIVE,
          2, "no interface before"},
-        {"underscore reads back as a slash", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":"Gi_1"})"),
+        {"underscore reads back as a slash", native("default", 4, "10.0.0.0", 8, NH_IFACE, R"({"interface-name":"Gi_1"})"),
          NATIVE, 2, "contains '_'"},
-        {"interface of 64", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":")" + std::string(64, 'G') + "\"}"),
+        {"interface of 64", native("default", 4, "10.0.0.0", 8, NH_IFACE, R"({"interface-name":")" + std::string(64, 'G') + "\"}"),
          NATIVE, 2, "longer than 63 characters"},
-        {"VRF the router does not know", native("blue", 4, "10.0.0.0", 8, ADDR, nh), NATIVE, 2,
+        {"VRF the router does not know", native("blue", 4, "10.0.0.0", 8, NH_ADDR, nh), NATIVE, 2,
          "vrf-name \"blue\" is not a VRF the router knows"},
-        {"host bits", native("default", 4, "10.9.1.1", 16, ADDR, nh), NATIVE, 2, "bits set beyond its prefix length 16"},
-        {"no address", native("default", 4, "999.1.1.1", 8, ADDR, nh), NATIVE, 2, "is not an IPv4 address"},
-        {"IPv6 next hop in an IPv4 route", native("default", 4, "10.0.0.0", 8, ADDR, R"({"next-hop-address":"2001:db8::1"})"),
+        {"host bits", native("default", 4, "10.9.1.1", 16, NH_ADDR, nh), NATIVE, 2, "bits set beyond its prefix length 16"},
+        {"no address", native("default", 4, "999.1.1.1", 8, NH_ADDR, nh), NATIVE, 2, "is not an IPv4 address"},
+        {"IPv6 next hop in an IPv4 route", native("default", 4, "10.0.0.0", 8, NH_ADDR, R"({"next-hop-address":"2001:db8::1"})"),
          NATIVE, 2, "is an IPv6 address in an IPv4 route"},
-        {"address spelt otherwise", native("red", 6, "2001:db8::", 32, ADDR, R"({"next-hop-address":"2001:DB8::1"})"),
+        {"address spelt otherwise", native("red", 6, "2001:db8::", 32, NH_ADDR, R"({"next-hop-address":"2001:DB8::1"})"),
          NATIVE, 2, "write \"2001:db8::1\""},
-        {"index closing a key", native("default", 4, "10.0.0.0", 8, IFACE, R"({"interface-name":"Null0","index":"a]b"})"),
+        {"index closing a key", native("default", 4, "10.0.0.0", 8, NH_IFACE, R"({"interface-name":"Null0","index":"a]b"})"),
          NATIVE, 2, "index \"a]b\" contains ']'"},
-        {"subinterface and 63 characters", native("red", 4, "10.0.0.0", 8, IFACE,
+        {"subinterface and 63 characters", native("red", 4, "10.0.0.0", 8, NH_IFACE,
                                                   R"({"interface-name":")" + std::string(58, 'G') + "0.77\"}"),
          NATIVE, 0, std::string(58, 'G') + "0.77"},
     });
@@ -203,54 +118,52 @@ TEST_F(Gate, OpenConfigEditsAreCheckedBeyondTheModel)
 {
     check({
         {"key differs from config/prefix",
-         oc("default", R"({"prefix":"10.20.0.0/16","config":{"prefix":"10.21.0.0/16"}})"), OC, 2,
+         oc_doc("default", R"({"prefix":"10.20.0.0/16","config":{"prefix":"10.21.0.0/16"}})"), OC, 2,
          "config/prefix \"10.21.0.0/16\" differs from the list key \"10.20.0.0/16\""},
         {"key differs from config/index",
-         oc("default", route("10.20.0.0/16", R"({"index":"1","config":{"index":"2","next-hop":"192.0.2.1"}})")), OC,
+         oc_doc("default", oc_route("10.20.0.0/16", R"({"index":"1","config":{"index":"2","next-hop":"192.0.2.1"}})")), OC,
          2, "config/index \"2\" differs"},
-        {"key differs from config/name", oc("red", SEED_ROUTE, R"(,"config":{"name":"blue"})"), OC, 2,
+        {"key differs from config/name", oc_doc("red", SEED_ROUTE, R"(,"config":{"name":"blue"})"), OC, 2,
          "config/name \"blue\" differs"},
         {"two next hops, one address",
-         oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1") + "," + hop("2", "192.0.2.1"))), OC, 2,
+         oc_doc("default", oc_route("10.20.0.0/16", oc_hop("1", "192.0.2.1") + "," + oc_hop("2", "192.0.2.1"))), OC, 2,
          "next hops 1 and 2 of route 10.20.0.0/16 are the same next hop"},
-        {"two drops", oc("default", route("10.20.0.0/16", hop("a", "openconfig-local-routing:DROP") + "," +
-                                                             hop("b", "openconfig-local-routing:DROP"))),
+        {"two drops", oc_doc("default", oc_route("10.20.0.0/16", oc_hop("a", DROP) + "," +
+                                                             oc_hop("b", DROP))),
          OC, 2, "next hops a and b"},
-        {"a new index on a stored next hop", oc("red", route("10.1.0.0/16", hop("2", "192.0.2.1"))), OC, 2,
+        {"a new index on a stored next hop", oc_doc("red", oc_route("10.1.0.0/16", oc_hop("2", "192.0.2.1"))), OC, 2,
          "index \"2\" names the next hop stored as index \"1\""},
-        {"IPv6 next hop, IPv4 route", oc("default", route("10.20.0.0/16", hop("1", "2001:db8::1"))), OC, 2,
+        {"IPv6 next hop, IPv4 route", oc_doc("default", oc_route("10.20.0.0/16", oc_hop("1", "2001:db8::1"))), OC, 2,
          "next hop 2001:db8::1 is IPv6, route 10.20.0.0/16 is IPv4"},
-        {"IPv4 next hop, IPv6 route", oc("red", route("2001:db8::/32", hop("1", "192.0.2.1"))), OC, 2,
+        {"IPv4 next hop, IPv6 route", oc_doc("red", oc_route("2001:db8::/32", oc_hop("1", "192.0.2.1"))), OC, 2,
          "next hop 192.0.2.1 is IPv4, route 2001:db8::/32 is IPv6"},
-        {"VRF name of 33", oc(std::string(33, 'v'), SEED_ROUTE, R"(,"config":{"name":")" + std::string(33, 'v') + "\"}"),
+        {"VRF name of 33", oc_doc(std::string(33, 'v'), SEED_ROUTE, R"(,"config":{"name":")" + std::string(33, 'v') + "\"}"),
          OC, 2, "longer than 32 characters"},
-        {"VRF name closing a key", oc("a]b", SEED_ROUTE), OC, 2, "contains ']'"},
-        {"index closing a key", oc("default", route("10.20.0.0/16", hop("a]b", "openconfig-local-routing:DROP"))), OC,
+        {"VRF name closing a key", oc_doc("a]b", SEED_ROUTE), OC, 2, "contains ']'"},
+        {"index closing a key", oc_doc("default", oc_route("10.20.0.0/16", oc_hop("a]b", DROP))), OC,
          2, "index \"a]b\" contains ']'"},
         {"interface over 63",
-         oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1",
-                                                 R"(,"interface-ref":{"config":{"interface":")" + std::string(100, 'G') +
-                                                     "\"}}"))),
+         oc_doc("default", oc_route("10.20.0.0/16", oc_hop("1", "192.0.2.1", "", oc_iface(std::string(100, 'G'))))),
          OC, 2, "longer than 63 characters"},
-        {"empty set-tag", oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"")")), OC, 2,
+        {"empty set-tag", oc_doc("default", oc_route("10.20.0.0/16", oc_hop("1", "192.0.2.1"), R"(,"set-tag":"")")), OC, 2,
          "set-tag \"\" is empty"},
-        {"set-tag of five octets", oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"12:34:56:78:9a")")),
+        {"set-tag of five octets", oc_doc("default", oc_route("10.20.0.0/16", oc_hop("1", "192.0.2.1"), R"(,"set-tag":"12:34:56:78:9a")")),
          OC, 2, "does not fit the 32-bit route tag"},
-        {"set-tag colon form is its number", oc("default", route("10.20.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"12:34")")),
+        {"set-tag colon form is its number", oc_doc("default", oc_route("10.20.0.0/16", oc_hop("1", "192.0.2.1"), R"(,"set-tag":"12:34")")),
          OC, 0, R"("tag": 4660)"},
         {"new next hop with a metric and nothing to route to",
-         oc("default", route("10.40.0.0/16", R"({"index":"1","config":{"index":"1","metric":5}})")), OC, 2,
+         oc_doc("default", oc_route("10.40.0.0/16", oc_hop("1", "", R"(,"metric":5)"))), OC, 2,
          "next hop \"1\" of route 10.40.0.0/16 is new and names neither a next-hop nor an interface"},
-        {"new next hop of an index alone", oc("red", route("10.1.0.0/16", R"({"index":"7","config":{"index":"7"}})")),
+        {"new next hop of an index alone", oc_doc("red", oc_route("10.1.0.0/16", oc_hop("7", ""))),
          OC, 2, "next hop \"7\" of route 10.1.0.0/16 is new"},
         {"stored next hop changes without restating its next-hop",
-         oc("red", route("10.1.0.0/16", R"({"index":"1","config":{"index":"1","metric":9}})")), OC, 0,
+         oc_doc("red", oc_route("10.1.0.0/16", oc_hop("1", "", R"(,"metric":9)"))), OC, 0,
          R"("metric": 9)"},
         {"an index with a blank is a name like any other",
-         oc("default", route("10.70.0.0/16", hop("uplink 2", "192.0.2.7"))), OC, 0, R"("index": "uplink 2")"},
+         oc_doc("default", oc_route("10.70.0.0/16", oc_hop("uplink 2", "192.0.2.7"))), OC, 0, R"("index": "uplink 2")"},
         {"a one-digit set-tag reaches the new next hop",
-         oc("default", route("10.71.0.0/16", hop("1", "192.0.2.8"), R"(,"set-tag":7)")), OC, 0, R"("tag": 7)"},
-        {"set-tag of four octets", oc("default", route("10.30.0.0/16", hop("1", "192.0.2.1"), R"(,"set-tag":"ab:CD:ef:01")")),
+         oc_doc("default", oc_route("10.71.0.0/16", oc_hop("1", "192.0.2.8"), R"(,"set-tag":7)")), OC, 0, R"("tag": 7)"},
+        {"set-tag of four octets", oc_doc("default", oc_route("10.30.0.0/16", oc_hop("1", "192.0.2.1"), R"(,"set-tag":"ab:CD:ef:01")")),
          OC, 0, R"("tag": 2882400001)"},
     });
 }
@@ -319,7 +232,7 @@ TEST_F(Gate, ReadsAndTheEditOfOneTransactionSeeNoOtherWriter)
     {
         FILE *f = fopen(doc.c_str(), "w");
         ASSERT_NE(f, nullptr);
-        fputs(oc("default", route("10.50.0.0/16", hop("1", "192.0.2.5"))).c_str(), f);
+        fputs(oc_doc("default", oc_route("10.50.0.0/16", oc_hop("1", "192.0.2.5"))).c_str(), f);
         fclose(f);
     }
     pid_t other = -1;
@@ -335,7 +248,7 @@ TEST_F(Gate, ReadsAndTheEditOfOneTransactionSeeNoOtherWriter)
         usleep(300 * 1000);
         EXPECT_EQ(waitpid(other, nullptr, WNOHANG), 0) << "the other writer did not wait";
         EXPECT_EQ(native_text().find("10.50.0.0"), std::string::npos);
-        return apply(oc("default", route("10.60.0.0/16", hop("1", "192.0.2.6"))));
+        return apply(oc_doc("default", oc_route("10.60.0.0/16", oc_hop("1", "192.0.2.6"))));
     });
     EXPECT_EQ(o.status, Outcome::kOk) << o.message;
     int status = -1;

@@ -6,8 +6,6 @@
  * native output tree with its edit operations, the client message and
  * the result code.
  */
-#include <dlfcn.h>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,6 +20,7 @@
 #include "host/tree.h"
 #include "host/walker.h"
 #include "tree_builder.h"
+#include "walker_fixture.h"
 
 #include "ocni_common.h"
 
@@ -103,49 +102,26 @@ std::string join(const Lines &lines)
 /* Fixture                                                             */
 /* ------------------------------------------------------------------ */
 
-class EditWalk : public ::testing::Test {
+class EditWalk : public WalkerFixture {
 protected:
     void SetUp() override
     {
-        store_reset();
+        WalkerFixture::SetUp();
         ASSERT_EQ(store_add_vrf("red"), YFW_RC_OK);
-        config_ = std::make_unique<NativeConfig>();
-        std::string err;
-        ASSERT_TRUE(config_->open(err)) << err;
-        plugin_ = Plugin::from_lookup(
-            [](const std::string &name) { return dlsym(RTLD_DEFAULT, name.c_str()); }, err);
-        ASSERT_TRUE(plugin_) << err;
-        walker_ = std::make_unique<Walker>(*plugin_, *config_);
     }
-    void TearDown() override
+    void fresh()
     {
-        walker_.reset();
-        config_.reset();
-        store_reset();
+        TearDown();
+        SetUp();
     }
-
-    EditOutcome edit(const Lines &lines)
-    {
-        TreePtr in = build_tree(join(lines), OCNI_NS_OC_NI);
-        return walker_->edit(in.get());
-    }
-
-    /* Stores native next hops as the router's own command line would. */
-    void seed(const Lines &lines)
-    {
-        TreePtr in = build_tree(join(lines), OCNI_NS_NATIVE);
-        EditOutcome o = walker_->native_edit(in.get(), false, true);
-        ASSERT_TRUE(o.result.ok()) << o.result.message;
-    }
+    EditOutcome edit(const Lines &lines) { return WalkerFixture::edit(join(lines)); }
+    void seed(const Lines &lines) { native_edit(join(lines)); }
 
     /* The native configuration's next-hop lines. */
     Lines next_hops()
     {
-        zidl_yfw_datatree *t = walker_->native_tree();
-        Lines all = tree_lines(t);
-        tree_free(t);
         Lines l;
-        for (const std::string &s : all)
+        for (const std::string &s : native())
             if (s.find("/vrf-next-hop-table/") != std::string::npos)
                 l.push_back(s);
         return l;
@@ -168,15 +144,12 @@ protected:
     Lines output_with(const std::string &op)
     {
         Lines l;
-        for (const std::string &s : tree_lines(walker_->last_native_output()))
+        for (const std::string &s : tree_lines(walker->last_native_output()))
             if (s.size() > op.size() + 3 && s.compare(s.size() - op.size() - 2, op.size() + 2, "(" + op + ")") == 0)
                 l.push_back(s);
         return l;
     }
 
-    std::unique_ptr<NativeConfig> config_;
-    std::unique_ptr<Plugin> plugin_;
-    std::unique_ptr<Walker> walker_;
 };
 
 /* ------------------------------------------------------------------ */
@@ -232,28 +205,24 @@ std::vector<NewCase> new_cases()
     };
 }
 
-class NewNextHop : public EditWalk, public ::testing::WithParamInterface<int> {};
-
-TEST_P(NewNextHop, BecomesOneEntryOfItsTable)
+TEST_F(EditWalk, NewNextHopBecomesOneEntryOfItsTable)
 {
-    const NewCase c = new_cases()[GetParam()];
-    Lines in = {oc_static(c.vrf, c.prefix) + "/config/prefix = " + c.prefix,
-                oc_nh(c.vrf, c.prefix, "7") + "/config/index = 7"};
-    for (const std::string &l : c.leaves)
-        in.push_back(oc_nh(c.vrf, c.prefix, "7") + l);
+    for (const NewCase &c : new_cases()) {
+        SCOPED_TRACE(c.name);
+        fresh();
+        Lines in = {oc_static(c.vrf, c.prefix) + "/config/prefix = " + c.prefix,
+                    oc_nh(c.vrf, c.prefix, "7") + "/config/index = 7"};
+        for (const std::string &l : c.leaves)
+            in.push_back(oc_nh(c.vrf, c.prefix, "7") + l);
 
-    EditOutcome o = edit(in);
-    ASSERT_EQ(o.result.rc, 0u) << o.result.message << " at " << o.result.path;
-    EXPECT_EQ(o.result.message, "");
-    EXPECT_EQ(next_hops(), under(table(c.vrf, c.prefix), c.expected));
-    EXPECT_EQ(output_with("remove"), Lines{});
-    EXPECT_EQ(stored().size(), 1u);
+        EditOutcome o = edit(in);
+        ASSERT_EQ(o.result.rc, 0u) << o.result.message << " at " << o.result.path;
+        EXPECT_EQ(o.result.message, "");
+        EXPECT_EQ(next_hops(), under(table(c.vrf, c.prefix), c.expected));
+        EXPECT_EQ(output_with("remove"), Lines{});
+        EXPECT_EQ(stored().size(), 1u);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Edit, NewNextHop, ::testing::Range(0, (int)new_cases().size()),
-                         [](const ::testing::TestParamInfo<int> &i) {
-                             return std::string(new_cases()[i.param].name);
-                         });
 
 /* ------------------------------------------------------------------ */
 /* Changes of a stored next hop                                        */
@@ -335,29 +304,25 @@ std::vector<ChangeCase> change_cases()
     };
 }
 
-class StoredNextHop : public EditWalk, public ::testing::WithParamInterface<int> {};
-
-TEST_P(StoredNextHop, ChangeRewritesTheEntryWithItsAttributes)
+TEST_F(EditWalk, StoredNextHopChangeRewritesTheEntryWithItsAttributes)
 {
-    const ChangeCase c = change_cases()[GetParam()];
-    seed(under(table(c.vrf, P4), c.stored));
-    ASSERT_EQ(next_hops(), under(table(c.vrf, P4), c.stored));
+    for (const ChangeCase &c : change_cases()) {
+        SCOPED_TRACE(c.name);
+        fresh();
+        seed(under(table(c.vrf, P4), c.stored));
+        ASSERT_EQ(next_hops(), under(table(c.vrf, P4), c.stored));
 
-    Lines in = {oc_static(c.vrf, P4) + "/config/prefix = " + P4};
-    for (const std::string &l : c.leaves)
-        in.push_back(oc_nh(c.vrf, P4, "1") + l);
-    EditOutcome o = edit(in);
-    ASSERT_EQ(o.result.rc, 0u) << o.result.message << " at " << o.result.path;
-    EXPECT_EQ(o.result.message, "");
-    EXPECT_EQ(next_hops(), under(table(c.vrf, P4), c.expected));
-    EXPECT_EQ(output_with("remove").empty(), !c.removes) << join(output_with("remove"));
-    EXPECT_EQ(stored().size(), 1u);
+        Lines in = {oc_static(c.vrf, P4) + "/config/prefix = " + P4};
+        for (const std::string &l : c.leaves)
+            in.push_back(oc_nh(c.vrf, P4, "1") + l);
+        EditOutcome o = edit(in);
+        ASSERT_EQ(o.result.rc, 0u) << o.result.message << " at " << o.result.path;
+        EXPECT_EQ(o.result.message, "");
+        EXPECT_EQ(next_hops(), under(table(c.vrf, P4), c.expected));
+        EXPECT_EQ(output_with("remove").empty(), !c.removes) << join(output_with("remove"));
+        EXPECT_EQ(stored().size(), 1u);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Edit, StoredNextHop, ::testing::Range(0, (int)change_cases().size()),
-                         [](const ::testing::TestParamInfo<int> &i) {
-                             return std::string(change_cases()[i.param].name);
-                         });
 
 /* ------------------------------------------------------------------ */
 /* Refusals                                                            */
@@ -418,38 +383,34 @@ std::vector<RefusalCase> refusal_cases()
     };
 }
 
-class Refusal : public EditWalk, public ::testing::WithParamInterface<int> {};
-
-TEST_P(Refusal, ReportsAndLeavesTheStoreAlone)
+TEST_F(EditWalk, RefusalReportsAndLeavesTheStoreAlone)
 {
-    const RefusalCase c = refusal_cases()[GetParam()];
-    const std::string t = table("default", P4);
-    seed({t + addr_entry("10.0.0.1") + "/index = 1", t + addr_entry("10.0.0.1") + "/metric = 5",
-          t + if_entry("GigabitEthernet0/0/0/4") + "/index = 2", t + if_entry("Null0") + "/index = 3"});
-    const Lines before = next_hops();
-    const std::vector<std::string> store_before = stored();
+    for (const RefusalCase &c : refusal_cases()) {
+        SCOPED_TRACE(c.name);
+        fresh();
+        const std::string t = table("default", P4);
+        seed({t + addr_entry("10.0.0.1") + "/index = 1", t + addr_entry("10.0.0.1") + "/metric = 5",
+              t + if_entry("GigabitEthernet0/0/0/4") + "/index = 2", t + if_entry("Null0") + "/index = 3"});
+        const Lines before = next_hops();
+        const std::vector<std::string> store_before = stored();
 
-    Lines in;
-    for (std::string l : c.leaves) {
-        if (l.compare(0, 3, "NH/") == 0)
-            l = "/next-hops/next-hop[index=1]" + l.substr(2);
-        else if (l.compare(0, 3, "NH[") == 0)
-            l = "/next-hops/next-hop" + l.substr(2);
-        in.push_back(oc_static(c.vrf, c.prefix) + l);
+        Lines in;
+        for (std::string l : c.leaves) {
+            if (l.compare(0, 3, "NH/") == 0)
+                l = "/next-hops/next-hop[index=1]" + l.substr(2);
+            else if (l.compare(0, 3, "NH[") == 0)
+                l = "/next-hops/next-hop" + l.substr(2);
+            in.push_back(oc_static(c.vrf, c.prefix) + l);
+        }
+        EditOutcome o = edit(in);
+        EXPECT_EQ(o.result.rc, c.rc) << rc_text(o.result.rc) << " " << o.result.message;
+        if (!c.message.empty()) {
+            EXPECT_EQ(o.result.message, c.message);
+        }
+        EXPECT_EQ(next_hops(), before);
+        EXPECT_EQ(stored(), store_before);
     }
-    EditOutcome o = edit(in);
-    EXPECT_EQ(o.result.rc, c.rc) << rc_text(o.result.rc) << " " << o.result.message;
-    if (!c.message.empty()) {
-        EXPECT_EQ(o.result.message, c.message);
-    }
-    EXPECT_EQ(next_hops(), before);
-    EXPECT_EQ(stored(), store_before);
 }
-
-INSTANTIATE_TEST_SUITE_P(Edit, Refusal, ::testing::Range(0, (int)refusal_cases().size()),
-                         [](const ::testing::TestParamInfo<int> &i) {
-                             return std::string(refusal_cases()[i.param].name);
-                         });
 
 /* ------------------------------------------------------------------ */
 /* Indexes                                                             */
@@ -542,8 +503,7 @@ TEST_F(RouteWide, TagAndDescriptionGivenWithANewNextHopReachIt)
     const std::string old = t + addr_entry("10.0.0.1");
     for (const auto &tag : tags) {
         SCOPED_TRACE(tag.first);
-        TearDown();
-        SetUp();
+        fresh();
         seed({old + "/index = 1"});
         EditOutcome o = edit({st + "/config/set-tag = " + tag.first, st + "/config/description = uplink",
                               oc_nh("red", P4, "5") + "/config/next-hop = 10.0.0.5"});
@@ -588,33 +548,29 @@ std::vector<DescriptionCase> description_cases()
     };
 }
 
-class Description : public RouteWide, public ::testing::WithParamInterface<int> {};
-
 /* The stored and the new next hop of the route take the converted description; a refusal changes nothing. */
-TEST_P(Description, IsCheckedConvertedAndStored)
+TEST_F(RouteWide, DescriptionIsCheckedConvertedAndStored)
 {
-    const DescriptionCase c = description_cases()[GetParam()];
-    const std::string e = t + addr_entry("10.0.0.1");
-    const std::string added = t + addr_entry("10.0.0.5");
-    seed({e + "/index = 1", e + "/description = old"});
-    EditOutcome o = edit({st + "/config/description = " + c.value, oc_nh("red", P4, "5") + "/config/next-hop = 10.0.0.5"});
-    if (c.message.empty()) {
-        ASSERT_EQ(o.result.rc, 0u) << o.result.message;
-        const Lines now = next_hops();
-        for (const std::string &entry : {e, added})
-            EXPECT_NE(std::find(now.begin(), now.end(), entry + "/description = " + c.stored), now.end())
-                << join(now);
-    } else {
-        EXPECT_EQ(o.result.rc, YFW_RC_INVALID_REQUEST);
-        EXPECT_EQ(o.result.message, c.message);
-        EXPECT_EQ(next_hops(), (Lines{e + "/description = old", e + "/index = 1"}));
+    for (const DescriptionCase &c : description_cases()) {
+        SCOPED_TRACE(c.name);
+        fresh();
+        const std::string e = t + addr_entry("10.0.0.1");
+        const std::string added = t + addr_entry("10.0.0.5");
+        seed({e + "/index = 1", e + "/description = old"});
+        EditOutcome o = edit({st + "/config/description = " + c.value, oc_nh("red", P4, "5") + "/config/next-hop = 10.0.0.5"});
+        if (c.message.empty()) {
+            ASSERT_EQ(o.result.rc, 0u) << o.result.message;
+            const Lines now = next_hops();
+            for (const std::string &entry : {e, added})
+                EXPECT_NE(std::find(now.begin(), now.end(), entry + "/description = " + c.stored), now.end())
+                    << join(now);
+        } else {
+            EXPECT_EQ(o.result.rc, YFW_RC_INVALID_REQUEST);
+            EXPECT_EQ(o.result.message, c.message);
+            EXPECT_EQ(next_hops(), (Lines{e + "/description = old", e + "/index = 1"}));
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Edit, Description, ::testing::Range(0, (int)description_cases().size()),
-                         [](const ::testing::TestParamInfo<int> &i) {
-                             return std::string(description_cases()[i.param].name);
-                         });
 
 } // namespace
 
@@ -665,8 +621,7 @@ TEST_F(EditWalk, DeletesPassInAnInstanceTheVrfListDoesNotHold)
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
-        TearDown();
-        SetUp();
+        fresh();
         seed({nh1, nh2, other});
         EditOutcome o = edit(r.input);
         EXPECT_EQ(o.result.message, r.message);
@@ -688,8 +643,7 @@ TEST_F(EditWalk, LengthsWithLookalikeDigitsStaySeparateRoutes)
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.edited);
-        TearDown();
-        SetUp();
+        fresh();
         const std::string a = table("default", r.edited) + addr_entry(r.addr);
         const std::string b = table("default", r.other) + addr_entry(r.other_addr);
         seed({a + "/index = 1", b + "/index = 1"});
@@ -720,7 +674,7 @@ TEST_F(EditWalk, EditedRoutesReadBackUnderTheirIndexes)
         ReadRequest r;
         r.state = state;
         zidl_yfw_datatree *t = nullptr;
-        WalkResult w = walker_->read(r, &t);
+        WalkResult w = walker->read(r, &t);
         ASSERT_TRUE(w.ok()) << rc_text(w.rc) << " " << w.message << " " << w.callback << " " << w.path;
         ASSERT_NE(t, nullptr);
         const Lines l = tree_lines(t);
