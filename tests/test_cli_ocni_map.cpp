@@ -687,32 +687,6 @@ TEST_F(Cli, FiltersSelectStoredRoutesByMeaning)
 
 }  // namespace
 
-namespace {
-
-TEST_F(Cli, InstalledCommandFindsItsPluginAndModulesWithoutEnvironment)
-{
-    std::string build = env("OCNI_BINARY_DIR", ".");
-    std::string prefix = dir_ + "/prefix";
-    std::string install = "cmake --install " + quote(build) + " --prefix " + quote(prefix) + " >/dev/null 2>&1";
-    ASSERT_EQ(std::system(install.c_str()), 0);
-    binary_ = prefix + "/bin/ocni-map";
-    ASSERT_TRUE(exists(binary_));
-    EXPECT_TRUE(exists(prefix + "/share/ocni/yang/Velmar-ORN-QZ-ip-static-cfg.yang"));
-
-    /* bad input is judged by the installed modules */
-    Outcome bad = run("edit " + example("invalid-leaf.json"));
-    EXPECT_EQ(bad.status, 2) << bad.err;
-    EXPECT_NE(bad.err.find("config/metric"), std::string::npos) << bad.err;
-
-    Outcome r = run("edit " + example("04-ipv6-default-drop.json"));
-    EXPECT_EQ(r.status, 0) << r.err;
-    Outcome get = run("get");
-    EXPECT_EQ(get.status, 0) << get.err;
-    EXPECT_NE(get.out.find("\"2001:db8:dead::/48\""), std::string::npos) << get.out;
-}
-
-}  // namespace
-
 /*
  * What an operator sees: one summary line per edit (native lines only with
  * --verbose, the OpenConfig diff with --diff), the vrf commands saying what

@@ -41,7 +41,7 @@ struct EngineOptions {
     std::string plugin_path;  /* libocni_localrouting.so */
     bool trace = false;       /* trace lines to stderr */
     size_t read_batch = 1024; /* routes a streamed read maps and hands on at a time */
-    size_t edit_part = 1024;  /* static routes of an edit's input converted and walked at a time */
+    size_t edit_part = 256;  /* static routes of an edit's input converted and walked at a time */
     /* Routes walked so far, after each batch of an edit or a streamed read. */
     std::function<void(size_t)> progress;
     /* Edits return their native change lines (off: only the counts of EditReport, and less memory). */
