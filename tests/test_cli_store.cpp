@@ -1,0 +1,249 @@
+/*
+ * The store on disk as ocni-map meets it: stores of other programs, older
+ * formats or damaged files, a store it may not write or that cannot grow,
+ * and several ocni-map processes at once.
+ */
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "cli_fixture.h"
+#include "docs.h"
+#include "host/route_store.h"
+#include "host/store.h"
+
+using namespace ocni::test;
+
+namespace {
+
+/* ------------------------------------------------------------------ */
+/* The store on disk                                                   */
+/* ------------------------------------------------------------------ */
+
+/* A store that is not one of ours, or damaged, is refused before anything reads or writes it. */
+TEST_F(Cli, ForeignDamagedAndTruncatedStoresAreRefusedUnchanged)
+{
+    namespace h = ocni::host;
+    auto ours = [&] {
+        ASSERT_EQ(run("vrf add red").status, 0);
+        ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
+    };
+    auto resize = [&](long size) {
+        ASSERT_EQ(truncate((store_ + "/data.mdb").c_str(), size), 0);
+    };
+    struct Row {
+        const char *name;
+        std::function<void()> make;
+        const char *mentions;
+    } rows[] = {
+        {"zero length", [&] { ours(); resize(0); }, "is empty"},
+        {"truncated", [&] { ours(); resize(3 * 4096); }, "is truncated"},
+        {"not a store", [&] { ASSERT_EQ(mkdir(store_.c_str(), 0755), 0); std::ofstream(store_ + "/data.mdb") << std::string(9000, 'x'); }, "no valid meta page"},
+        {"another program's", [&] { put_raw({{"/etc/thing", "1"}}); }, "another program"},
+        {"newer format", [&] { put_raw({{h::META_FORMAT_KEY, std::string("OCNI\x09\x00", 6)}}); }, "newer"},
+        {"previous format", [&] { put_raw({{"/cfg/gl/rsi/vrf/red/name", "x"}}); }, "ocni-map store upgrade"},
+    };
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.name);
+        r.make();
+        const std::string bytes = read_file(store_ + "/data.mdb");
+        for (const char *cmd : {"native", "get", "vrf list", "vrf add blue", "edit " "--dry-run x"}) {
+            Outcome o = run(std::string(cmd) == "edit --dry-run x" ? "edit " + example("01-ipv4-default-next-hop-address.json")
+                                                                    : std::string(cmd));
+            EXPECT_EQ(o.status, 3) << cmd << ": " << o.err;
+            EXPECT_NE(o.err.find(r.mentions), std::string::npos) << cmd << ": " << o.err;
+            EXPECT_TRUE(o.out.empty()) << cmd;
+        }
+        EXPECT_EQ(read_file(store_ + "/data.mdb"), bytes);
+        ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
+    }
+}
+
+/* A damaged route record fails the reads that meet it, naming the route; other reads work. */
+TEST_F(Cli, DamagedRecordIsNamedAndAvoidedByFilters)
+{
+    ASSERT_EQ(run("vrf add red").status, 0);
+    ASSERT_EQ(run("edit " + example("01-ipv4-default-next-hop-address.json")).status, 0);
+    ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
+    {
+        std::string err;
+        auto e = ocni::host::open_lmdb_engine(store_, err);
+        ASSERT_NE(e, nullptr) << err;
+        auto w = e->begin_write();
+        std::string key, value;
+        const std::string red = ocni::host::route_vrf_start("red");
+        w->scan(red, ocni::host::prefix_end(red), [&](const std::string &k, const std::string &v) {
+            key = k;
+            value = v;
+            return false;
+        });
+        ASSERT_FALSE(key.empty());
+        value.back() ^= 0x20;
+        ASSERT_EQ(w->put(key, value), 0u);
+        ASSERT_EQ(w->commit(), 0u);
+    }
+    for (const char *cmd : {"get", "native"}) {
+        Outcome o = run(cmd);
+        EXPECT_EQ(o.status, 3) << cmd;
+        EXPECT_NE(o.err.find("damaged route record red"), std::string::npos) << cmd << ": " << o.err;
+    }
+    Outcome other = run("get --vrf default");
+    EXPECT_EQ(other.status, 0) << other.err;
+    EXPECT_NE(other.out.find("192.0.2.1"), std::string::npos) << other.out;
+}
+
+/* A route record of the previous format: text key, next hops of u32-length fields. */
+std::pair<std::string, std::string> old_route(const std::string &vrf, const std::string &prefix, const std::string &len,
+                                              const std::vector<std::string> &fields)
+{
+    std::string rec = "2";
+    for (const std::string &f : fields) {
+        uint32_t n = uint32_t(f.size());
+        rec += std::string(reinterpret_cast<const char *>(&n), 4) + f;
+    }
+    return {"/host/native/route/" + vrf + "\x1f" "4\x1f" + prefix + "\x1f" + len, rec};
+}
+
+TEST_F(Cli, PreviousFormatIsUpgradedInPlace)
+{
+    put_raw({old_route("default", "10.26.0.0", "26", {"", "192.0.2.1", "1", "metric", "5"}),
+             {"/cfg/gl/static/router/ord_d/default/address/ipv4/unicast/ord_c/default/route/0a1a0000/0x20/0,0/nexthop/"
+              "________,c0000201,________,________", "old"}});
+    EXPECT_EQ(run("native").status, 3);
+    Outcome up = run("store upgrade");
+    EXPECT_EQ(up.status, 0) << up.err;
+    EXPECT_EQ(up.out, "upgraded 1 routes\n");
+    Outcome n = run("native");
+    EXPECT_EQ(n.status, 0) << n.err;
+    EXPECT_NE(n.out.find("\"prefix-length\": 26"), std::string::npos) << n.out;
+    EXPECT_NE(n.out.find("\"metric\": 5"), std::string::npos) << n.out;
+    EXPECT_EQ(run("store upgrade").status, 3) << "a store of the current format is left alone";
+}
+
+/* Routes an older store holds that the gate would refuse today: they read, filter and delete. */
+TEST_F(Cli, RoutesOfAnOlderStoreReadFilterAndDelete)
+{
+    /* An older store's route: VRF, prefix text and length as the router wrote them, one next hop. */
+    auto seed_older = [&](const std::string &vrf, const std::string &prefix, const std::string &len) {
+        ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
+        put_raw({old_route(vrf, prefix, len, {"", "192.0.2.5", "0"})});
+        ASSERT_EQ(run("store upgrade").status, 0);
+    };
+    const std::string routes = "/network-instances/network-instance[name=green]/protocols/"
+                               "protocol[identifier=STATIC][name=DEFAULT]/static-routes";
+    /* A VRF the router's list lacks: OpenConfig deletes still remove its routes. */
+    for (const std::string &target : {routes, routes + "/static[prefix=10.5.0.0/16]"}) {
+        SCOPED_TRACE(target);
+        seed_older("green", "10.5.0.0", "16");
+        ASSERT_NE(run("native").out.find("192.0.2.5"), std::string::npos);
+        Outcome d = run("delete " + quote(target));
+        EXPECT_EQ(d.status, 0) << d.err;
+        EXPECT_EQ(run("native").out.find("192.0.2.5"), std::string::npos);
+    }
+    /* A VRF name and a prefix with host bits the gate refuses: filters find them by meaning. */
+    seed_older("x/y", "10.26.1.1", "24");
+    for (const char *filter : {"--vrf x/y", "--prefix 10.26.1.0/24", "--vrf x/y --prefix 10.26.1.1/24"}) {
+        Outcome o = run(std::string("get ") + filter);
+        EXPECT_EQ(o.status, 0) << filter << ": " << o.err;
+        EXPECT_NE(o.out.find("192.0.2.5"), std::string::npos) << filter << ":\n" << o.out;
+    }
+}
+
+TEST_F(Cli, StoreTheUserCannotWriteStillReads)
+{
+    ASSERT_EQ(run("vrf add red").status, 0);
+    ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
+    const std::string native = run("native").out;
+    ASSERT_EQ(std::system(("chmod -R a+rX " + quote(dir_)).c_str()), 0);
+    /* As an unprivileged user: the store's files belong to another. */
+    runner_ = "setpriv --reuid=nobody --regid=nogroup --clear-groups ";
+    for (const char *cmd : {"native", "get", "vrf list"}) {
+        Outcome o = run(cmd);
+        EXPECT_EQ(o.status, 0) << cmd << ": " << o.err;
+        if (std::string(cmd) == "native") {
+            EXPECT_EQ(o.out, native);
+        } else if (std::string(cmd) == "vrf list") {
+            EXPECT_EQ(o.out, "red\n");
+        }
+    }
+    Outcome w = run("vrf add blue");
+    EXPECT_EQ(w.status, 3) << w.err;
+    runner_.clear();
+}
+
+/* A store that cannot grow: the edit fails with the system's words for it and stores nothing. */
+TEST_F(Cli, StoreWriteFailureNamesItsCause)
+{
+    const std::string big = oc_doc("default", oc_routes(3000));
+    ASSERT_EQ(run("vrf list").status, 0);
+    runner_ = "trap '' XFSZ; ulimit -f 200; "; /* the data file may not grow past 200 blocks */
+    Outcome o = run("edit -", big);
+    runner_.clear();
+    EXPECT_EQ(o.status, 3);
+    EXPECT_NE(o.err.find("store commit failed: "), std::string::npos) << o.err;
+    EXPECT_EQ(run("get").out, "{}\n");
+}
+
+/* ------------------------------------------------------------------ */
+/* Concurrent processes                                                */
+/* ------------------------------------------------------------------ */
+
+TEST_F(Cli, ConcurrentWritersLoseNothing)
+{
+    ASSERT_EQ(run("vrf list").status, 0);
+    const int WRITERS = 8;
+    for (int i = 1; i <= WRITERS; ++i)
+        start("edit -", oc_doc("default", oc_route("10.0.0.0/24", oc_hop(std::to_string(i), "192.0.2." + std::to_string(i)))));
+    for (int st : wait_all())
+        EXPECT_EQ(st, 0);
+    Outcome n = run("native");
+    for (int i = 1; i <= WRITERS; ++i)
+        EXPECT_NE(n.out.find("\"192.0.2." + std::to_string(i) + "\""), std::string::npos) << i << "\n" << n.out;
+}
+
+TEST_F(Cli, VrfDeleteRacingAnEditLeavesNoRouteInADeletedVrf)
+{
+    for (int round = 0; round < 4; ++round) {
+        SCOPED_TRACE(round);
+        ASSERT_EQ(run("vrf add red").status, 0);
+        start("edit -", oc_doc("red", oc_route("10.1." + std::to_string(round) + ".0/24", oc_hop("1", "192.0.2.1"))));
+        start("vrf delete red");
+        std::vector<int> st = wait_all();
+        const bool vrf_left = run("vrf list").out.find("red\n") != std::string::npos;
+        const bool routes_left = run("native").out.find("\"vrf-name\": \"red\"") != std::string::npos;
+        /* Either the edit came first (the delete is refused) or the delete did (the edit is refused). */
+        EXPECT_TRUE(vrf_left || !routes_left) << "edit " << st[0] << ", delete " << st[1];
+        EXPECT_EQ(st[0] == 0, routes_left) << "edit " << st[0];
+        EXPECT_EQ(st[1] == 0, !vrf_left) << "delete " << st[1];
+        if (vrf_left) {
+            ASSERT_EQ(run("vrf delete red --with-routes").status, 0);
+        }
+    }
+}
+
+TEST_F(Cli, ReadDuringALargeCommitSeesBeforeOrAfter)
+{
+    auto doc = [](int metric) { return native_doc("default", 4, native_routes(3000, ",\"metric\":" + std::to_string(metric))); };
+    ASSERT_EQ(run("native edit -", doc(1)).status, 0);
+    std::ofstream(dir_ + "/two.json") << doc(2);
+    const int READS = 4;
+    start("native edit " + quote(dir_ + "/two.json"));
+    std::vector<Outcome> reads;
+    for (int i = 0; i < READS; ++i)
+        reads.push_back(run("native"));
+    for (int st : wait_all())
+        EXPECT_EQ(st, 0);
+    for (const Outcome &r : reads) {
+        ASSERT_EQ(r.status, 0) << r.err;
+        size_t ones = 0, twos = 0;
+        for (size_t at = 0; (at = r.out.find("\"metric\": ", at)) != std::string::npos; ++at)
+            (r.out.compare(at + 10, 2, "1\n") == 0 ? ones : twos)++;
+        EXPECT_EQ(ones + twos, 3000u);
+        EXPECT_TRUE(ones == 0 || twos == 0) << ones << " before, " << twos << " after";
+    }
+}
+
+} // namespace
