@@ -149,16 +149,17 @@ std::unique_ptr<tool::Engine> open_engine(const std::string &dir, std::function<
 }
 
 /* Parses and edits the document into the engine's store; exits on failure. */
+/* As `ocni-map edit` does: the input checks, and a large document a chunk at a time. */
 void edit_document(tool::Engine &e, const std::string &doc)
 {
-    yang::Tree t;
-    yang::Error err = yang::parse_fragment(context(), doc, yang::Format::kJson, yang::Model::kOpenConfig, t);
+    tool::EditInput input;
+    yang::Error err = input.read(context(), "-", doc, yang::Format::kJson);
     if (err) {
         fprintf(stderr, "parse: %s\n", err.message.c_str());
         exit(1);
     }
     std::string changes;
-    tool::Outcome o = e.edit(t, false, changes);
+    tool::Outcome o = input.edit(e, false, changes);
     if (o.status != tool::Outcome::kOk) {
         fprintf(stderr, "edit: %s\n", o.message.c_str());
         exit(1);

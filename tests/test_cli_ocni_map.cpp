@@ -4,6 +4,7 @@
  */
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -408,6 +409,48 @@ TEST_F(Cli, OperatorOutputSaysWhatChangedAndHintsAtMistakes)
         else
             EXPECT_NE(res.err.find(r.err), std::string::npos) << r.args << ":\n" << res.err;
     }
+}
+
+/*
+ * An edit of more routes than one chunk is read a chunk at a time: the
+ * store ends as small edits of the same routes leave it, and an error in a
+ * late chunk names the input's line and stores nothing.
+ */
+TEST_F(Cli, LargeEditReadInChunksStoresWhatSmallEditsWould)
+{
+    auto routes = [](int from, int n, const std::string &metric) { /* one route a line */
+        std::string s;
+        for (int i = from; i < from + n; ++i)
+            s += "\n" + std::string(i > from ? "," : "") +
+                 oc_route("10." + std::to_string(i / 256) + "." + std::to_string(i % 256) + ".0/24",
+                          oc_hop("1", "192.0.2.1", i % 3 ? "" : ",\"metric\":" + metric));
+        return s;
+    };
+    const std::string red = ",\"config\":{\"name\":\"red\"}";
+    auto big = [&](const std::string &metric) { /* chunks: red 1024 and 76, default 300 */
+        return oc_instances(oc_instance("red", routes(0, 1100, metric), red) + "," +
+                            oc_instance("default", routes(1100, 300, metric)));
+    };
+    Outcome whole = run("edit -", big("7"));
+    ASSERT_EQ(whole.status, 0) << whole.err;
+    EXPECT_EQ(whole.out, "1400 routes created, 0 changed, 0 deleted; 1400 next hops created, 0 changed, 0 deleted; "
+                         "VRF red created\n");
+    const std::string native = run("native").out;
+    store_ = dir_ + "/small";
+    for (const std::string &doc : {oc_doc("red", routes(0, 550, "7"), red), oc_doc("red", routes(550, 550, "7"), red),
+                                   oc_doc("default", routes(1100, 300, "7"))})
+        ASSERT_EQ(run("edit -", doc).status, 0);
+    EXPECT_EQ(run("native").out, native);
+    /* Route 1200, in the last chunk, has a metric that is not a number. */
+    std::string bad = big("8");
+    const std::string at = "\"prefix\":\"10.4.176.0/24\"";
+    const size_t route = bad.find(at);
+    bad.replace(bad.find("\"metric\":8", route), 10, "\"metric\":\"x\"");
+    Outcome refused = run("edit -", bad);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.err.find("line " + std::to_string(1 + std::count(bad.begin(), bad.begin() + route, '\n'))),
+              std::string::npos) << refused.err;
+    EXPECT_EQ(run("native").out, native);
 }
 
 /* On a terminal a long edit shows its progress on stderr, and clears it before its summary. */

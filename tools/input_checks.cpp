@@ -297,12 +297,12 @@ Error check_new_next_hops(const Tree &tree, const std::vector<PathTarget> &delet
     return Error{};
 }
 
-Error read_edit(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out)
+Error read_edit(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out, size_t line_offset)
 {
     size_t nul = text.find('\0');
     if (nul != std::string::npos)
         return Error::input("the document holds a NUL byte at offset " + std::to_string(nul));
-    Error e = parse_fragment(ctx, text, fmt, model, out);
+    Error e = parse_fragment(ctx, text, fmt, model, out, line_offset);
     if (e && e.kind == Error::kInput)
         e.message += input_hint(ctx, e.message);
     if (!e && model == Model::kOpenConfig)

@@ -27,9 +27,11 @@ Error check_openconfig_input(Tree &tree);
 /*
  * An edit document as the command line takes it: refused when it holds a
  * NUL byte, parsed as a fragment of `model`, and for OpenConfig checked as
- * above (canonical prefixes and addresses included).
+ * above (canonical prefixes and addresses included). Messages name input
+ * lines `line_offset` further on (a chunk of a larger input).
  */
-Error read_edit(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out);
+Error read_edit(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out,
+                size_t line_offset = 0);
 
 /* The network instance and static-route prefix a delete path names ("" when it names none). */
 void delete_scope(const PathTarget &target, std::string &vrf, std::string &prefix);

@@ -240,28 +240,34 @@ int report(const yang::Error &e)
     return report(Outcome::fail(e.kind == yang::Error::kInput ? Outcome::kBadInput : Outcome::kInternal, e.message));
 }
 
-/* Reads FILE, or standard input for "-". */
+/* Reads FILE, or standard input for "-", straight into `text` (a large input is held once). */
 bool read_input(const std::string &name, std::string &text, std::string &why)
 {
-    std::ostringstream buf;
-    if (name == "-") {
-        buf << std::cin.rdbuf();
-        text = buf.str();
-        return true;
+    FILE *in = stdin;
+    if (name != "-") {
+        struct stat st {};
+        if (stat(name.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+            why = name + " is a directory";
+            return false;
+        }
+        in = fopen(name.c_str(), "rb");
+        if (in == nullptr) {
+            why = "cannot read " + name + ": " + strerror(errno);
+            return false;
+        }
+        if (st.st_size > 0)
+            text.reserve(static_cast<size_t>(st.st_size));
     }
-    struct stat st;
-    if (stat(name.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
-        why = name + " is a directory";
-        return false;
-    }
-    std::ifstream in(name, std::ios::binary);
-    if (!in) {
-        why = "cannot read " + name + ": " + strerror(errno);
-        return false;
-    }
-    buf << in.rdbuf();
-    text = buf.str();
-    return true;
+    char buf[65536];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, in)) > 0)
+        text.append(buf, n);
+    const bool failed = ferror(in) != 0;
+    if (in != stdin)
+        fclose(in);
+    if (failed)
+        why = "cannot read " + (name == "-" ? std::string("standard input") : name);
+    return !failed;
 }
 
 yang::Format format_of(const std::string &name)
@@ -346,21 +352,6 @@ private:
     std::chrono::steady_clock::time_point start_, last_;
 };
 
-/* Static routes in an OpenConfig document (the edit's progress counts them). */
-size_t statics_in(const yang::Tree &tree)
-{
-    size_t n = 0;
-    for (const lyd_node *top = tree.get(); top != nullptr; top = top->next)
-        for (const lyd_node *ni = lyd_child(top); ni != nullptr; ni = ni->next)
-            for (const lyd_node *c = lyd_child(ni); c != nullptr; c = c->next)
-                if (c->schema != nullptr && strcmp(c->schema->name, "protocols") == 0)
-                    for (const lyd_node *p = lyd_child(c); p != nullptr; p = p->next)
-                        for (const lyd_node *sr = lyd_child(p); sr != nullptr; sr = sr->next)
-                            if (sr->schema != nullptr && strcmp(sr->schema->name, "static-routes") == 0)
-                                for (const lyd_node *st = lyd_child(sr); st != nullptr; st = st->next)
-                                    ++n;
-    return n;
-}
 
 class Command {
 public:
@@ -519,14 +510,20 @@ private:
     int edit()
     {
         int rc;
-        yang::Tree tree;
-        if ((rc = operands(2, kEditHelp)) >= 0 || (rc = open_context()) >= 0 ||
-            (rc = load_document(args_.words[1], yang::Model::kOpenConfig, tree)) >= 0 || (rc = open_engine()) >= 0)
+        if ((rc = operands(2, kEditHelp)) >= 0 || (rc = open_context()) >= 0)
             return rc;
-        progress_.total(statics_in(tree));
+        const std::string &name = args_.words[1];
+        std::string text, why;
+        if (!read_input(name, text, why))
+            return report(Outcome::fail(Outcome::kBadInput, why));
+        ocni::tool::EditInput input;
+        if (yang::Error e = input.read(ctx_, name, text, format_of(name)))
+            return report(e);
+        if ((rc = open_engine()) >= 0)
+            return rc;
+        progress_.total(input.routes());
         std::string changes;
-        Outcome o = engine_->edit(tree, args_.dry_run, changes);
-        return finish_edit(o, changes);
+        return finish_edit(input.edit(*engine_, args_.dry_run, changes), changes);
     }
 
     int remove()

@@ -121,10 +121,17 @@ public:
 
     Outcome edit(const yang::Tree &openconfig, bool dry_run, std::string &changes) override
     {
-        register_interfaces(openconfig);
-        if (Outcome o = new_next_hops_named(openconfig, {}); o.status != Outcome::kOk)
+        return edit(openconfig, nullptr, dry_run, changes);
+    }
+
+    Outcome edit(const yang::Tree &first, const NextDocument &next, bool dry_run, std::string &changes) override
+    {
+        register_interfaces(first);
+        if (Outcome o = new_next_hops_named(first, {}); o.status != Outcome::kOk)
             return o;
-        return edit_outcome(run_edit(yang::PartedTree(openconfig, edit_part_), dry_run), changes);
+        Outcome failed = Outcome::ok();
+        h::EditOutcome eo = run_edit(first, nullptr, 0, next ? &next : nullptr, failed, dry_run);
+        return failed.status != Outcome::kOk ? failed : edit_outcome(eo, changes);
     }
 
     Outcome apply(const yang::Tree &tree, const std::vector<yang::PathTarget> &deleted, bool dry_run,
@@ -133,8 +140,8 @@ public:
         register_interfaces(tree);
         if (Outcome o = new_next_hops_named(tree, deleted); o.status != Outcome::kOk)
             return o;
-        return edit_outcome(run_edit(yang::PartedTree(tree, edit_part_, deleted.data(), deleted.size()), dry_run),
-                            changes);
+        Outcome failed = Outcome::ok();
+        return edit_outcome(run_edit(tree, deleted.data(), deleted.size(), nullptr, failed, dry_run), changes);
     }
 
     Outcome remove(const yang::Tree &path_tree, const yang::PathTarget &target, bool dry_run,
@@ -331,24 +338,48 @@ private:
     /*
      * An OpenConfig edit, its report kept. The framework tree of the input
      * is made a part (of edit_part_ routes) at a time: only libyang's tree
-     * of the input is whole.
+     * of the input, or of the document `next` gave last, is whole. A
+     * document `next` cannot give, or one that fails the checks made before
+     * a walk, ends the edit with `failed` set.
      */
-    h::EditOutcome run_edit(const yang::PartedTree &parts, bool dry_run)
+    h::EditOutcome run_edit(const yang::Tree &first, const yang::PathTarget *deleted, size_t deleted_count,
+                            const NextDocument *next, Outcome &failed, bool dry_run)
     {
         report_ = EditReport{};
         config_.track_changed(diff_ ? &changed_ : nullptr); /* a diff's routes only */
         changed_.clear();
+        yang::Tree later;
+        auto parts = std::make_unique<yang::PartedTree>(first, edit_part_, deleted, deleted_count);
         size_t k = 0;
         std::unique_ptr<HostTree> current;
         return keep(walker_->edit_parts([&](zidl_yfw_datatree *&part, std::string &why) {
             current.reset();
             part = nullptr;
-            if (k == parts.count())
-                return true;
+            while (k == parts->count()) {
+                if (next == nullptr)
+                    return true;
+                parts.reset();
+                yang::Error e = (*next)(later);
+                if (!e && !later)
+                    return true;
+                failed = e ? Outcome::fail(e.kind == yang::Error::kInput ? Outcome::kBadInput : Outcome::kInternal,
+                                           e.message)
+                           : Outcome::ok();
+                if (failed.status == Outcome::kOk) {
+                    register_interfaces(later);
+                    failed = new_next_hops_named(later, {});
+                }
+                if (failed.status != Outcome::kOk) {
+                    why = failed.message;
+                    return false;
+                }
+                parts = std::make_unique<yang::PartedTree>(later, edit_part_);
+                k = 0;
+            }
             current = std::make_unique<HostTree>();
             yang::HostTreeSink sink;
             yang::Error e = current->root == nullptr ? yang::Error::internal("out of memory")
-                                                     : parts.part(k++, sink, current->root);
+                                                     : parts->part(k++, sink, current->root);
             if (e) {
                 why = e.message;
                 return false;
@@ -472,6 +503,70 @@ private:
 };
 
 }  // namespace
+
+namespace {
+
+/* Static routes in an OpenConfig document. */
+size_t statics_in(const yang::Tree &tree)
+{
+    size_t n = 0;
+    for (const lyd_node *top = tree.get(); top != nullptr; top = top->next) {
+        const lyd_node *node;
+        LYD_TREE_DFS_BEGIN(top, node) {
+            if (node->schema != nullptr && strcmp(node->schema->name, "static") == 0 &&
+                node->schema->nodetype == LYS_LIST) {
+                ++n;
+                LYD_TREE_DFS_continue = 1;
+            }
+            LYD_TREE_DFS_END(top, node);
+        }
+    }
+    return n;
+}
+
+}  // namespace
+
+yang::Error EditInput::parse(const std::string &doc, yang::Format format, size_t line_offset, yang::Tree &out) const
+{
+    yang::Error e = yang::read_edit(*ctx_, doc, format, yang::Model::kOpenConfig, out, line_offset);
+    if (e && name_ != "-")
+        e.message = name_ + ": " + e.message;
+    return e;
+}
+
+yang::Error EditInput::read(const yang::Context &ctx, const std::string &name, const std::string &text,
+                            yang::Format format, size_t chunk_routes)
+{
+    ctx_ = &ctx;
+    name_ = name;
+    chunked_ = format != yang::Format::kXml && chunks_.scan(text, chunk_routes);
+    if (!chunked_) {
+        yang::Error e = parse(text, format, 0, first_);
+        routes_ = e ? 0 : statics_in(first_);
+        return e;
+    }
+    std::string doc;
+    size_t offset = 0;
+    chunks_.chunk(0, doc, offset);
+    routes_ = chunks_.routes();
+    return parse(doc, format, offset, first_);
+}
+
+Outcome EditInput::edit(Engine &engine, bool dry_run, std::string &changes)
+{
+    if (!chunked_)
+        return engine.edit(first_, dry_run, changes);
+    size_t k = 1;
+    std::string doc;
+    return engine.edit(first_, [&](yang::Tree &out) {
+        out.reset();
+        if (k == chunks_.count())
+            return yang::Error{};
+        size_t offset = 0;
+        chunks_.chunk(k++, doc, offset);
+        return parse(doc, yang::Format::kJson, offset, out);
+    }, dry_run, changes);
+}
 
 Outcome upgrade_store(const std::string &dir, size_t &routes)
 {

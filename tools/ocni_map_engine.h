@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "json_chunks.h"
 #include "yang_data.h"
 
 namespace ocni::host {
@@ -88,6 +89,14 @@ public:
     /* Merges an OpenConfig fragment; `changes` receives the native changes as text. */
     virtual Outcome edit(const yang::Tree &openconfig, bool dry_run, std::string &changes) = 0;
     /*
+     * One edit of several OpenConfig documents, in one transaction: `first`,
+     * then each tree `next` gives, until it gives an empty one (a large input
+     * read a chunk at a time; each tree is freed before the next is asked
+     * for). An error of `next` fails the whole edit with that error.
+     */
+    using NextDocument = std::function<yang::Error(yang::Tree &next)>;
+    virtual Outcome edit(const yang::Tree &first, const NextDocument &next, bool dry_run, std::string &changes) = 0;
+    /*
      * One edit of an OpenConfig tree in which the `deleted` targets (nodes
      * of `tree`, or leaves below them) are deletes and every other node a
      * merge: one store transaction, all or nothing. Deletes placed before
@@ -150,6 +159,36 @@ public:
     virtual Outcome vrf_list(std::vector<std::string> &names) = 0;
     /* Whether the store holds the VRF, as a registered VRF or as routes. */
     virtual bool vrf_held(const std::string &name) { (void)name; return false; }
+};
+
+/*
+ * An OpenConfig edit as a front end reads it from text. A JSON input of
+ * more static routes than `chunk_routes` is parsed and walked a chunk of
+ * routes at a time (yang::JsonChunks), so that no tree of the whole input
+ * is ever built; any other input is one document. read() parses the first
+ * document (the whole input, or chunk 0: every node but the later chunks'
+ * routes), before a store is opened; edit() walks it and the rest in one
+ * transaction. Messages start with `name` unless it is "-". `text` is
+ * read in place: it must outlive edit().
+ */
+class EditInput {
+public:
+    static constexpr size_t kChunkRoutes = 1024;
+
+    yang::Error read(const yang::Context &ctx, const std::string &name, const std::string &text, yang::Format format,
+                     size_t chunk_routes = kChunkRoutes);
+    /* Static routes of the whole input. */
+    size_t routes() const { return routes_; }
+    Outcome edit(Engine &engine, bool dry_run, std::string &changes);
+
+private:
+    yang::Error parse(const std::string &doc, yang::Format format, size_t line_offset, yang::Tree &out) const;
+    const yang::Context *ctx_ = nullptr;
+    std::string name_;
+    yang::JsonChunks chunks_;
+    bool chunked_ = false;
+    yang::Tree first_;
+    size_t routes_ = 0;
 };
 
 /*

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 
 namespace ocni::yang {
@@ -33,7 +34,7 @@ bool is_dir(const std::string &p)
  * libyang writes the location as 'Data location "/a/b", line number 6.',
  * 'Schema location "/a".' or 'Line number 2.'; keep the path and the line.
  */
-std::string describe_location(const char *where)
+std::string describe_location(const char *where, size_t line_offset)
 {
     if (where == nullptr || *where == '\0')
         return "";
@@ -55,7 +56,7 @@ std::string describe_location(const char *where)
     }
     std::string out;
     if (!line.empty())
-        out = "line " + line;
+        out = "line " + std::to_string(strtoull(line.c_str(), nullptr, 10) + line_offset);
     if (!path.empty())
         out += (out.empty() ? "at " : ", at ") + path;
     return out;
@@ -69,14 +70,14 @@ Context::~Context()
         ly_ctx_destroy(ctx_);
 }
 
-std::string Context::take_errors(const char *fallback) const
+std::string Context::take_errors(const char *fallback, size_t line_offset) const
 {
     std::string out;
     for (const ly_err_item *e = ly_err_first(ctx_); e != nullptr; e = e->next) {
         if (e->level != LY_LLERR || e->msg == nullptr)
             continue;
         std::string one = e->msg;
-        std::string loc = describe_location(e->path);
+        std::string loc = describe_location(e->path, line_offset);
         if (!loc.empty())
             one += " (" + loc + ")";
         /* libyang sometimes records the same failure twice on the way out. */

@@ -62,8 +62,9 @@ public:
      * The errors libyang recorded since the last call, as one message:
      * each error's text with the data path and input line it names.
      * Clears the record. Falls back to `fallback` when nothing was recorded.
+     * `line_offset` is added to the line numbers (a chunk of a larger input).
      */
-    std::string take_errors(const char *fallback) const;
+    std::string take_errors(const char *fallback, size_t line_offset = 0) const;
 
 private:
     ly_ctx *ctx_ = nullptr;

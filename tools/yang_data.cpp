@@ -68,7 +68,8 @@ const lyd_value *effective_value(const lyd_node_term *t)
 
 }  // namespace
 
-Error parse_fragment(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out)
+Error parse_fragment(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out,
+                     size_t line_offset)
 {
     out.reset();
     if (blank(text))
@@ -79,7 +80,7 @@ Error parse_fragment(const Context &ctx, const std::string &text, Format fmt, Mo
                                    LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &tree);
     if (rc != LY_SUCCESS) {
         lyd_free_all(tree);
-        return Error::input(ctx.take_errors("the document does not parse"));
+        return Error::input(ctx.take_errors("the document does not parse", line_offset));
     }
     out.reset(tree);
     for (const lyd_node *top = tree; top != nullptr; top = top->next) {

@@ -39,7 +39,8 @@ enum class Model { kOpenConfig, kNative };
  * Every top-level node must belong to `model`. kAuto picks XML when the
  * first non-blank character is '<'. An empty document gives an empty tree.
  */
-Error parse_fragment(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out);
+Error parse_fragment(const Context &ctx, const std::string &text, Format fmt, Model model, Tree &out,
+                     size_t line_offset = 0);
 
 /* Prints every top-level sibling as RFC 7951 JSON; "{}\n" for an empty tree. */
 Error print_json(const Tree &tree, std::string &out);

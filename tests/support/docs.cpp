@@ -34,11 +34,21 @@ std::string oc_route(const std::string &prefix, const std::string &hops, const s
            (hops.empty() ? "" : ",\"next-hops\":{\"next-hop\":[" + hops + "]}") + "}";
 }
 
+std::string oc_instance(const std::string &ni, const std::string &routes, const std::string &ni_extra)
+{
+    return "{\"name\":" + q(ni) + ni_extra +
+           ",\"protocols\":{\"protocol\":[{\"identifier\":\"openconfig-policy-types:STATIC\",\"name\":\"DEFAULT\","
+           "\"static-routes\":{\"static\":[" + routes + "]}}]}}";
+}
+
+std::string oc_instances(const std::string &entries)
+{
+    return "{\"openconfig-network-instance:network-instances\":{\"network-instance\":[" + entries + "]}}";
+}
+
 std::string oc_doc(const std::string &ni, const std::string &routes, const std::string &ni_extra)
 {
-    return "{\"openconfig-network-instance:network-instances\":{\"network-instance\":[{\"name\":" + q(ni) + ni_extra +
-           ",\"protocols\":{\"protocol\":[{\"identifier\":\"openconfig-policy-types:STATIC\",\"name\":\"DEFAULT\","
-           "\"static-routes\":{\"static\":[" + routes + "]}}]}}]}}";
+    return oc_instances(oc_instance(ni, routes, ni_extra));
 }
 
 std::string oc_routes(int n, const std::string &hop)

@@ -20,7 +20,11 @@ std::string oc_hop(const std::string &index, const std::string &next_hop, const 
 std::string oc_iface(const std::string &interface);
 /* One static route; `hops` are next-hop entries joined by commas. */
 std::string oc_route(const std::string &prefix, const std::string &hops = "", const std::string &config = "");
-/* A document of static `routes` (joined entries) in network instance `ni`. */
+/* A network-instance entry holding static `routes` (joined entries). */
+std::string oc_instance(const std::string &ni, const std::string &routes, const std::string &ni_extra = "");
+/* A document of network-instance `entries` (joined). */
+std::string oc_instances(const std::string &entries);
+/* A document of static `routes` in network instance `ni`. */
 std::string oc_doc(const std::string &ni, const std::string &routes, const std::string &ni_extra = "");
 /* `n` routes 10.<i/256>.<i%256>.0/24, each with next hop "1" to `hop` ("" : no next hops). */
 std::string oc_routes(int n, const std::string &hop = "192.0.2.1");
