@@ -15,7 +15,6 @@
 #include "host_fixture.h"
 #include "ocni_common.h"
 #include "tree_builder.h"
-#include "walker_fixture.h"
 
 using namespace ocni::host;
 using namespace ocni::test;
@@ -133,161 +132,45 @@ private:
 /* Native configuration read as OpenConfig                              */
 /* ------------------------------------------------------------------ */
 
-/* Instance and protocol lines: "c" configuration, "s" state. */
-Lines parents(const std::string &vrf, const std::string &parts)
+/* Instance and protocol lines in state. */
+Lines state_parents(const std::string &vrf)
 {
     const std::string type = vrf == "default" ? "DEFAULT_INSTANCE" : "L3VRF", i = NI + "[name=" + vrf + "]";
-    Lines l;
-    if (parts.find('c') != std::string::npos)
-        l = {i + "/config/name = " + vrf, i + "/config/type = " + type, proto(vrf) + "/config/identifier = STATIC",
-             proto(vrf) + "/config/name = DEFAULT"};
-    if (parts.find('s') != std::string::npos)
-        l.insert(l.end(), {i + "/state/name = " + vrf, i + "/state/type = " + type,
-                           proto(vrf) + "/state/default-metric = 1", proto(vrf) + "/state/enabled = true",
-                           proto(vrf) + "/state/identifier = STATIC", proto(vrf) + "/state/name = DEFAULT"});
-    return l;
+    return {i + "/state/name = " + vrf, i + "/state/type = " + type, proto(vrf) + "/state/default-metric = 1",
+            proto(vrf) + "/state/enabled = true", proto(vrf) + "/state/identifier = STATIC", proto(vrf) + "/state/name = DEFAULT"};
 }
 
-TEST_F(ReadWalk, PrefixEntryBuildsItsInstanceProtocolAndStaticEntry)
+/*
+ * With configuration withheld (the marker and mode 2) a read builds entries
+ * and state only: a named VRF's IPv4 prefix and IPv4 interface tables alone
+ * still make their entries and index.
+ */
+TEST_F(ReadWalk, ConfigurationWithheldBuildsEntriesAndStateOnly)
 {
-    const std::string s4 = "192.0.2.0/24", s6 = "2001:DB8:0::/48", k6 = "[prefix=2001:DB8:0::][prefix-length=48]";
+    const std::string gi = "##GigabitEthernet0/0/0/1.100##", s4 = "192.0.2.0/24";
+    const std::string ifgi = "/vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]";
+    const std::string addr = "/vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]";
     const struct {
         const char *name;
-        std::string entry;
+        std::string native;
         uint32_t op;
-        bool withhold;
         Lines want;
     } rows[] = {
-        {"default v4", DEF4 + K4, YFW_REQ_READ, false, parents("default", "c") + Lines{st("default", s4) + "/config/prefix = " + s4}},
-        {"default v4 state", DEF4 + K4, YFW_REQ_READ_STATE, false, parents("default", "cs") + Lines{st("default", s4) + "/config/prefix = " + s4}},
-        {"named v4", RED4 + K4, YFW_REQ_READ, false, parents("red", "c") + Lines{st("red", s4) + "/config/prefix = " + s4}},
-        /* the IPv6 prefix keeps its native text, case and zeros included */
-        {"default v6", DEF6 + k6, YFW_REQ_READ, false, parents("default", "c") + Lines{st("default", s6) + "/config/prefix = " + s6}},
-        {"named v6 state", RED6 + k6, YFW_REQ_READ_STATE, false, parents("red", "cs") + Lines{st("red", s6) + "/config/prefix = " + s6}},
-        /* configuration withheld: entries and state only; a named VRF's IPv4 prefix alone makes its entry */
-        {"named v4 withheld", RED4 + K4, YFW_REQ_READ_STATE, true, parents("red", "s") + Lines{st("red", s4)}},
-        {"named v6 withheld", RED6 + k6, YFW_REQ_READ, true, {proto("red")}},
-        {"default v4 withheld", DEF4 + K4, YFW_REQ_READ, true, {proto("default")}},
-        {"default v6 withheld state", DEF6 + k6, YFW_REQ_READ_STATE, true, parents("default", "s")},
+        {"named v4 prefix", RED4 + K4 + "/prefix-length", YFW_REQ_READ_STATE, state_parents("red") + Lines{st("red", s4)}},
+        {"named v6 prefix", RED6 + K6 + "/prefix-length", YFW_REQ_READ, {proto("red")}},
+        {"default v4 prefix", DEF4 + K4 + "/prefix-length", YFW_REQ_READ, {proto("default")}},
+        {"default v6 prefix", DEF6 + K6 + "/prefix-length", YFW_REQ_READ_STATE, state_parents("default")},
+        {"named v4 interface", RED4 + K4 + TBL + ifgi, YFW_REQ_READ_STATE,
+         state_parents("red") + Lines{st("red", s4) + "/next-hops/next-hop[index=" + gi + "]/config/index = " + gi}},
+        {"v6 interface", DEF6 + K6 + TBL + ifgi, YFW_REQ_READ_STATE, state_parents("default")},
+        {"v4 address and metric", DEF4 + K4 + TBL + addr + "/metric = 5", YFW_REQ_READ_STATE, state_parents("default")},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
-        request(r.op, r.withhold);
-        walk_text(r.entry + "/prefix-length");
+        request(r.op, true);
+        walk_text(r.native);
         EXPECT_EQ(failures(), "");
         EXPECT_EQ(h.out_lines(), sorted(r.want));
-        EXPECT_TRUE(h.error_paths().empty());
-    }
-}
-
-/* Leaves of a next hop read with configuration. */
-Lines cfg(const std::string &index, const std::string &next_hop, const char *ifname = nullptr, const char *subif = "0")
-{
-    Lines l = {"config/index = " + index, "config/next-hop = " + next_hop};
-    if (ifname != nullptr)
-        l.insert(l.end(), {std::string("interface-ref/config/interface = ") + ifname,
-                           std::string("interface-ref/config/subinterface = ") + subif});
-    return l;
-}
-
-TEST_F(ReadWalk, NextHopTablesBecomeIndexedOpenConfigNextHops)
-{
-    const std::string e4 = DEF4 + K4 + TBL, e6 = DEF6 + K6 + TBL, a9 = "##192.0.2.9##";
-    const std::string gi = "##GigabitEthernet0/0/0/1.100##", gia = "##GigabitEthernet0/0/0/1.5##192.0.2.1##";
-    const std::string IF = "vrf-next-hop-interface-name", IFA = "vrf-next-hop-interface-name-next-hop-address",
-                      A = "vrf-next-hop-next-hop-address";
-    const struct {
-        const char *name;
-        std::string entry, table; /* table lines below the entry; more lines repeat `entry` */
-        uint32_t op;
-        bool withhold;
-        std::string index; /* of the next hop the leaves belong to */
-        Lines leaves;      /* below that next hop; "^" marks lines below the static entry */
-    } rows[] = {
-        {"interface with subinterface", e4, IF + "[interface-name=GigabitEthernet0/0/0/1.100]", YFW_REQ_READ, false, gi, cfg(gi, "LOCAL_LINK", "GigabitEthernet0/0/0/1", "100")},
-        {"named v6 interface", RED6 + K6 + TBL, IF + "[interface-name=Loopback7]", YFW_REQ_READ, false, "##Loopback7##", cfg("##Loopback7##", "LOCAL_LINK", "Loopback7")},
-        {"dot at the end is subinterface 0", e4, IF + "[interface-name=Lag5.]", YFW_REQ_READ, false, "##Lag5.##", cfg("##Lag5.##", "LOCAL_LINK", "Lag5")},
-        {"Null0 is DROP", e4, IF + "[interface-name=Null0]", YFW_REQ_READ, false, "##DROP##", cfg("##DROP##", "DROP")},
-        {"Null0 is DROP v6", e6, IF + "[interface-name=Null0]", YFW_REQ_READ, false, "##DROP##", cfg("##DROP##", "DROP")},
-        {"NULL0 is an interface", e4, IF + "[interface-name=NULL0]", YFW_REQ_READ, false, "##NULL0##", cfg("##NULL0##", "LOCAL_LINK", "NULL0")},
-        /* configuration withheld: the IPv4 interface table still makes the entry, the IPv6 one nothing */
-        {"v4 interface withheld", RED4 + K4 + TBL, IF + "[interface-name=GigabitEthernet0/0/0/1.100]", YFW_REQ_READ_STATE, true, gi, {"config/index = " + gi}},
-        {"v6 interface withheld", e6, IF + "[interface-name=GigabitEthernet0/0/0/1.100]", YFW_REQ_READ_STATE, true, "", {}},
-        {"address withheld", e4, A + "[next-hop-address=192.0.2.9]", YFW_REQ_READ_STATE, true, "", {}},
-        {"interface and address", e4, IFA + "[interface-name=GigabitEthernet0/0/0/1.5][next-hop-address=192.0.2.1]", YFW_REQ_READ, false, gia, cfg(gia, "192.0.2.1", "GigabitEthernet0/0/0/1", "5")},
-        {"interface and address v6", e6, IFA + "[interface-name=Lag1][next-hop-address=2001:DB8::0:1]", YFW_REQ_READ, false, "##Lag1##2001:DB8::0:1##", cfg("##Lag1##2001:DB8::0:1##", "2001:DB8::0:1", "Lag1")},
-        {"address", e4, A + "[next-hop-address=192.0.2.9]", YFW_REQ_READ, false, a9, cfg(a9, "192.0.2.9")},
-        {"v6 address keeps its text", e6, A + "[next-hop-address=2001:0DB8::9]", YFW_REQ_READ, false, "##2001:0DB8::9##", cfg("##2001:0DB8::9##", "2001:0DB8::9")},
-        /* a native index replaces the generated one as the key */
-        {"native index", e4, A + "[next-hop-address=192.0.2.9]/index = 7", YFW_REQ_READ, false, "7", cfg("7", "192.0.2.9")},
-        {"native index on both keys", e4, IFA + "[interface-name=Gi0/1][next-hop-address=10.0.0.1]/index = uplink", YFW_REQ_READ, false, "uplink", cfg("uplink", "10.0.0.1", "Gi0/1")},
-        {"metric and bfd", e4, A + "[next-hop-address=192.0.2.9]/metric = 5\n" + e4 + A + "[next-hop-address=192.0.2.9]/bfd-fast-detect = false", YFW_REQ_READ, false, a9,
-         cfg(a9, "192.0.2.9") + Lines{"config/metric = 5", "enable-bfd/config/enabled = false"}},
-        {"metric and bfd state", e4, A + "[next-hop-address=192.0.2.9]/metric = 5\n" + e4 + A + "[next-hop-address=192.0.2.9]/bfd-fast-detect = true", YFW_REQ_READ_STATE, false, a9,
-         cfg(a9, "192.0.2.9") + Lines{"config/metric = 5", "enable-bfd/config/enabled = true", "enable-bfd/state/enabled = true"}},
-        {"tag and description go to the route", e4, IF + "[interface-name=Null0]/tag = 0x2a\n" + e4 + IF + "[interface-name=Null0]/description = \"core\"", YFW_REQ_READ, false, "##DROP##",
-         cfg("##DROP##", "DROP") + Lines{"^config/description = \"core\"", "^config/set-tag = 0x2a"}},
-        /* two next hops of one route: each under its own index, the last tag the route's */
-        {"two tags, the last one stays", e4, A + "[next-hop-address=192.0.2.9]/tag = 10\n" + e4 + IFA + "[interface-name=Gi0/1][next-hop-address=192.0.2.1]/tag = 20", YFW_REQ_READ, false, a9,
-         cfg(a9, "192.0.2.9") + Lines{"^config/set-tag = 20", "^next-hops/next-hop[index=##Gi0/1##192.0.2.1##]/config/index = ##Gi0/1##192.0.2.1##",
-                                      "^next-hops/next-hop[index=##Gi0/1##192.0.2.1##]/config/next-hop = 192.0.2.1",
-                                      "^next-hops/next-hop[index=##Gi0/1##192.0.2.1##]/interface-ref/config/interface = Gi0/1",
-                                      "^next-hops/next-hop[index=##Gi0/1##192.0.2.1##]/interface-ref/config/subinterface = 0"}},
-        /* each interface-and-address entry starts a fresh route record: no key of the first survives */
-        {"two interface and address entries", e4, IFA + "[interface-name=Gi0/1][next-hop-address=192.0.2.1]\n" + e4 + IFA + "[interface-name=Gi0/2.7][next-hop-address=192.0.2.2]", YFW_REQ_READ, false,
-         "##Gi0/1##192.0.2.1##", cfg("##Gi0/1##192.0.2.1##", "192.0.2.1", "Gi0/1") +
-         Lines{"^next-hops/next-hop[index=##Gi0/2.7##192.0.2.2##]/config/index = ##Gi0/2.7##192.0.2.2##",
-               "^next-hops/next-hop[index=##Gi0/2.7##192.0.2.2##]/config/next-hop = 192.0.2.2",
-               "^next-hops/next-hop[index=##Gi0/2.7##192.0.2.2##]/interface-ref/config/interface = Gi0/2",
-               "^next-hops/next-hop[index=##Gi0/2.7##192.0.2.2##]/interface-ref/config/subinterface = 7"}},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.name);
-        request(r.op, r.withhold);
-        walk_text(r.entry + r.table);
-        EXPECT_EQ(failures(), "");
-        Lines got; /* below the static entries; the parents are checked above */
-        for (const std::string &l : h.out_lines())
-            if (l.find("/static-routes/static[") != std::string::npos && l.find("/config/prefix = ") == std::string::npos)
-                got.push_back(l);
-        const bool v4 = r.entry.find("vrfipv4") != std::string::npos;
-        const std::string s = st(r.entry.find("/vrfs/") != std::string::npos ? "red" : "default",
-                                 v4 ? "192.0.2.0/24" : "2001:db8::/64");
-        Lines want;
-        for (const std::string &l : r.leaves)
-            want.push_back(l[0] == '^' ? s + "/" + l.substr(1) : s + "/next-hops/next-hop[index=" + r.index + "]/" + l);
-        EXPECT_EQ(got, sorted(want));
-    }
-}
-
-/* Index, metric and bfd leaves written below their path, whether configuration is withheld or not. */
-TEST_F(ReadWalk, IndexMetricAndBfdLeavesFollowTheReadKind)
-{
-    const struct {
-        const char *cb, *value;
-        uint32_t op;
-        bool withhold;
-        Lines want; /* below "next-hop" */
-    } rows[] = {
-        {"leaf_routerstatic_index", "7", YFW_REQ_READ, true, {"[index=7]/index = 7"}},
-        {"leaf_routerstatic_index", "7", YFW_REQ_READ, false, {"[index=7]/config/index = 7", "[index=7]/index = 7"}},
-        {"leaf_routerstatic_metric", "5", YFW_REQ_READ_STATE, true, {}},
-        {"leaf_routerstatic_metric", "5", YFW_REQ_READ, false, {"/config/metric = 5"}},
-        {"leaf_routerstatic_bfd", "true", YFW_REQ_READ_STATE, true, {"/enable-bfd/state/enabled = true"}},
-        {"leaf_routerstatic_bfd", "false", YFW_REQ_READ, false, {"/enable-bfd/config/enabled = false"}},
-        {"leaf_routerstatic_bfd", "true", YFW_REQ_READ, true, {}},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(std::string(r.cb) + " " + r.value + (r.withhold ? " withheld" : ""));
-        request(r.op, r.withhold);
-        TreeBuilder b(OCNI_NS_NATIVE);
-        const std::string path = DEF4 + K4 + TBL + "vrf-next-hop-next-hop-address/leaf";
-        b.add(path, r.value);
-        EXPECT_EQ(h.call(native_cb(r.cb), b.node(path)), 0u);
-        Lines want;
-        for (const std::string &l : r.want)
-            want.push_back(NI + "/protocols/protocol/static-routes/static/next-hops/next-hop" + l);
-        EXPECT_EQ(h.out_lines(DumpOptions{true, false}), want);
     }
 }
 
@@ -310,33 +193,6 @@ TEST_F(ReadWalk, InterfaceSplitCutsTheInputOnlyWhereIntended)
         b.add(path, "Gi0/0/0/3.42");
         EXPECT_EQ(h.call(native_cb(r.cb), b.node(path)), 0u);
         EXPECT_STREQ(b.node(path)->value, r.cut ? "Gi0/0/0/3" : "Gi0/0/0/3.42");
-    }
-}
-
-TEST_F(ReadWalk, AddressKeyWithoutRouteRecordFailsWithoutErrorPath)
-{
-    request(YFW_REQ_READ);
-    h.logging(true, true);
-    TreeBuilder b(OCNI_NS_NATIVE);
-    const std::string path = DEF4 + K4 + TBL + "vrf-next-hop-interface-name-next-hop-address/next-hop-address";
-    b.add(path, "192.0.2.1");
-    const std::string name = "ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlan_routerstatic_"
-                             "vrfnexthopinterfacenamenexthopaddress_nexthopaddress";
-    EXPECT_EQ(h.call(callback<LeafCb>(name), b.node(path)), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(h.err_lines(), (Lines{"ERR: YFW: ctx=" + h.ctx_text() + "," + name + " : ctx->req_ctx->common_data_ptr is NULL"}));
-    EXPECT_TRUE(h.error_paths().empty());
-    EXPECT_TRUE(h.out_lines().empty());
-}
-
-TEST_F(ReadWalk, DeletedNativeEntryCarriesTheDeleteToOpenConfig)
-{
-    for (bool del : {true, false}) {
-        request(YFW_REQ_EDIT);
-        TreeBuilder b(OCNI_NS_NATIVE);
-        const std::string path = DEF4 + K4 + TBL + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]";
-        b.add(path, nullptr, del ? static_cast<int>(YFW_DT_OP_DELETE) : -1);
-        EXPECT_EQ(h.call(native_cb("man_list_lvln_routerstatic_vrfnexthoptable_vrfnexthopnexthopaddress"), b.node(path)), 0u);
-        EXPECT_EQ(h.out_lines(), del ? Lines{NI + "/protocols/protocol/static-routes/static/next-hops/next-hop (delete)"} : Lines{});
     }
 }
 
@@ -697,35 +553,5 @@ TEST_P(StateRead, MissingArgumentsAreRefused)
 
 INSTANTIATE_TEST_SUITE_P(BothFamilies, StateRead, ::testing::ValuesIn(FAMILIES),
                          [](const ::testing::TestParamInfo<FamilyCase> &i) { return std::string(i.param.name); });
-
-/* ------------------------------------------------------------------ */
-/* Generated indexes name the stored next hop in a later edit           */
-/* ------------------------------------------------------------------ */
-
-class IndexRoundTrip : public WalkerFixture {};
-
-TEST_F(IndexRoundTrip, EditByGeneratedIndexChangesTheStoredNextHop)
-{
-    const std::string n4 = DEF4 + K4 + TBL, n6 = DEF6 + K6 + TBL;
-    native_edit(n4 + "vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]/metric = 3\n" +
-                n4 + "vrf-next-hop-interface-name[interface-name=Null0]/metric = 3\n" +
-                n4 + "vrf-next-hop-interface-name-next-hop-address[interface-name=GigabitEthernet0/0/0/2][next-hop-address=192.0.2.1]/metric = 3\n" +
-                n4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/metric = 3\n" +
-                n6 + "vrf-next-hop-next-hop-address[next-hop-address=2001:db8::9]/metric = 3\n");
-    const Lines before = native();
-    std::string edits;
-    for (const std::string &l : read()) {
-        const size_t at = l.find("/config/index = ");
-        if (at != std::string::npos && l.find("[index=##") != std::string::npos)
-            edits += l.substr(0, at) + "/config/metric = 9\n";
-    }
-    EXPECT_EQ(std::count(edits.begin(), edits.end(), '\n'), 5);
-    const EditOutcome o = edit(edits);
-    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
-    Lines want;
-    for (const std::string &l : before)
-        want.push_back(subst(l, "/metric = 3", "/metric = 9"));
-    EXPECT_EQ(native(), want);
-}
 
 } // namespace
