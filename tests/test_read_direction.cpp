@@ -1,9 +1,9 @@
 /*
- * The read direction, callback by callback: native configuration and
- * operational answers mapped back into OpenConfig, walked as the framework
- * walks them (parents first, an entry's key leaves first, every bound node
- * called), and the native leaves an OpenConfig read asks for. Whole reads
- * through the host are in test_read_entries.cpp.
+ * The read direction, callback by callback: operational answers mapped back
+ * into OpenConfig state, walked as the framework walks them; the native
+ * leaves an OpenConfig read asks for; argument checks of both sides. Native
+ * configuration read back, and whole reads through the host, are in
+ * test_read_entries.cpp.
  */
 #include <dlfcn.h>
 
@@ -23,12 +23,7 @@ namespace {
 const std::string NI = "/network-instances/network-instance";
 const std::string PROTO = "/protocols/protocol[identifier=STATIC][name=DEFAULT]";
 const std::string VP = "/vrf-unicast/vrf-prefixes/vrf-prefix";
-const std::string DEF4 = "/router-static/default-vrf/address-family/vrfipv4" + VP;
-const std::string DEF6 = "/router-static/default-vrf/address-family/vrfipv6" + VP;
-const std::string RED4 = "/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv4" + VP;
-const std::string RED6 = "/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv6" + VP;
 const std::string TBL = "/vrf-route/vrf-next-hop-table/";
-const std::string K4 = "[prefix=192.0.2.0][prefix-length=24]", K6 = "[prefix=2001:db8::][prefix-length=64]";
 
 std::string proto(const std::string &vrf) { return NI + "[name=" + vrf + "]" + PROTO; }
 std::string st(const std::string &vrf, const std::string &prefix)
@@ -48,12 +43,6 @@ Lines sorted(Lines l)
     return l;
 }
 
-Lines operator+(Lines a, const Lines &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
 template <typename Fn> Fn callback(const std::string &name)
 {
     void *fn = dlsym(RTLD_DEFAULT, name.c_str());
@@ -63,41 +52,12 @@ template <typename Fn> Fn callback(const std::string &name)
 /* Native-side member "ymap_xo_ocni_velmarornqzipstaticcfg_<suffix>". */
 LeafCb native_cb(const std::string &suffix) { return callback<LeafCb>("ymap_xo_ocni_velmarornqzipstaticcfg_" + suffix); }
 
-/* Harness plus a walk calling every binding of `model` (of one family, or all) over an input tree. */
-class ReadWalk : public HostFixture {
+class ReadRequest : public HostFixture {
 protected:
-    explicit ReadWalk(Model model = Model::Native, const char *ns = OCNI_NS_NATIVE) : index_(model), ns_(ns) {}
-
-    /* New request; configuration withheld by the marker and mode 2. */
-    void request(uint32_t op_type, bool withhold = false)
-    {
-        h.reset(op_type);
-        calls.clear();
-        if (withhold) {
-            request_set_marker(h.req, Marker::B4DC);
-            request_set_mode(h.req, YFW_REQ_MODE_SELECTED);
-        }
-    }
-    void walk_text(const std::string &text, Family family = Family::Any)
-    {
-        input = build_tree(text, ns_);
-        family_ = family;
-        for (uint32_t i = 0; i < input->n_children && input->children[i].name != nullptr; ++i)
-            visit(&input->children[i]);
-    }
-    std::string failures() const
-    {
-        std::string f;
-        for (const auto &c : calls)
-            if (c.second != 0)
-                f += c.first + " ";
-        return f;
-    }
-    zidl_yfw_datatree *in(const std::string &path) const { return tree_find(input.get(), path.c_str()); }
     /* New request with a route record for 10.1.0.0/16 in the default VRF, as the route's callbacks leave it. */
     ocni_route_common_data *record(uint32_t op_type, const char *index)
     {
-        request(op_type);
+        h.reset(op_type);
         h.set_vrf("default");
         auto *rec = static_cast<ocni_route_common_data *>(calloc(1, sizeof(ocni_route_common_data)));
         h.rc->common_data_ptr = rec;
@@ -107,111 +67,13 @@ protected:
         rec->vrf_label = OCNI_VRF_LABEL_UNSET;
         return rec;
     }
-
-    TreePtr input;
-    std::vector<std::pair<std::string, cerrno>> calls;
-
-private:
-    void visit(const zidl_yfw_datatree *n)
-    {
-        if (const auto *bindings = index_.find(node_schema_path(n)))
-            for (const Binding *b : *bindings) {
-                if (b->family != family_ && b->family != Family::Any && family_ != Family::Any)
-                    continue;
-                cerrno rc = b->kind == CallbackKind::Container
-                                ? h.call(callback<ContainerCb>(b->callback), n, n->n_children != 0 ? 1u : 0u)
-                                : h.call(callback<LeafCb>(b->callback), n);
-                calls.emplace_back(b->callback, rc);
-            }
-        if (!(n->flags & YFW_DT_F_CHILDREN))
-            return;
-        const bool entry = (n->flags & YFW_DT_F_LIST) && n->value == nullptr;
-        for (int pass = entry ? 0 : 1; pass < 2; ++pass) /* an entry's key leaves first */
-            for (uint32_t i = 0; i < n->n_children && n->children[i].name != nullptr; ++i) {
-                const zidl_yfw_datatree *c = &n->children[i];
-                if (!entry || (pass == 0) == ((c->flags & YFW_DT_F_LIST) && c->value != nullptr))
-                    visit(c);
-            }
-    }
-
-    BindingIndex index_;
-    const char *ns_;
-    Family family_ = Family::Any;
 };
-
-/* ------------------------------------------------------------------ */
-/* Native configuration read as OpenConfig                              */
-/* ------------------------------------------------------------------ */
-
-/* Instance and protocol lines in state. */
-Lines state_parents(const std::string &vrf)
-{
-    const std::string type = vrf == "default" ? "DEFAULT_INSTANCE" : "L3VRF", i = NI + "[name=" + vrf + "]";
-    return {i + "/state/name = " + vrf, i + "/state/type = " + type, proto(vrf) + "/state/default-metric = 1",
-            proto(vrf) + "/state/enabled = true", proto(vrf) + "/state/identifier = STATIC", proto(vrf) + "/state/name = DEFAULT"};
-}
-
-/*
- * With configuration withheld (the marker and mode 2) a read builds entries
- * and state only: a named VRF's IPv4 prefix and IPv4 interface tables alone
- * still make their entries and index.
- */
-TEST_F(ReadWalk, ConfigurationWithheldBuildsEntriesAndStateOnly)
-{
-    const std::string gi = "##GigabitEthernet0/0/0/1.100##", s4 = "192.0.2.0/24";
-    const std::string ifgi = "/vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]";
-    const std::string addr = "/vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]";
-    const struct {
-        const char *name;
-        std::string native;
-        uint32_t op;
-        Lines want;
-    } rows[] = {
-        {"named v4 prefix", RED4 + K4 + "/prefix-length", YFW_REQ_READ_STATE, state_parents("red") + Lines{st("red", s4)}},
-        {"named v6 prefix", RED6 + K6 + "/prefix-length", YFW_REQ_READ, {proto("red")}},
-        {"default v4 prefix", DEF4 + K4 + "/prefix-length", YFW_REQ_READ, {proto("default")}},
-        {"default v6 prefix", DEF6 + K6 + "/prefix-length", YFW_REQ_READ_STATE, state_parents("default")},
-        {"named v4 interface", RED4 + K4 + TBL + ifgi, YFW_REQ_READ_STATE,
-         state_parents("red") + Lines{st("red", s4) + "/next-hops/next-hop[index=" + gi + "]/config/index = " + gi}},
-        {"v6 interface", DEF6 + K6 + TBL + ifgi, YFW_REQ_READ_STATE, state_parents("default")},
-        {"v4 address and metric", DEF4 + K4 + TBL + addr + "/metric = 5", YFW_REQ_READ_STATE, state_parents("default")},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.name);
-        request(r.op, true);
-        walk_text(r.native);
-        EXPECT_EQ(failures(), "");
-        EXPECT_EQ(h.out_lines(), sorted(r.want));
-    }
-}
-
-TEST_F(ReadWalk, InterfaceSplitCutsTheInputOnlyWhereIntended)
-{
-    const struct {
-        const char *cb, *table;
-        bool cut;
-    } rows[] = {
-        {"man_leaf_lvlan_routerstatic_vrfnexthopinterfacename_interfacename", "vrf-next-hop-interface-name", false},
-        {"man_leaf_lvlbf_routerstatic_vrfnexthopinterfacename_interfacename", "vrf-next-hop-interface-name", true},
-        {"man_leaf_lvlan_routerstatic_vrfnexthopinterfacenamenexthopaddress_interfacename", "vrf-next-hop-interface-name-next-hop-address", true},
-        {"man_leaf_lvlbf_routerstatic_vrfnexthopinterfacenamenexthopaddress_interfacename", "vrf-next-hop-interface-name-next-hop-address", true},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.cb);
-        request(YFW_REQ_READ);
-        TreeBuilder b(OCNI_NS_NATIVE);
-        const std::string path = DEF4 + K4 + TBL + r.table + "/interface-name";
-        b.add(path, "Gi0/0/0/3.42");
-        EXPECT_EQ(h.call(native_cb(r.cb), b.node(path)), 0u);
-        EXPECT_STREQ(b.node(path)->value, r.cut ? "Gi0/0/0/3" : "Gi0/0/0/3.42");
-    }
-}
 
 /* ------------------------------------------------------------------ */
 /* What an OpenConfig read of a next hop asks the native side for       */
 /* ------------------------------------------------------------------ */
 
-TEST_F(ReadWalk, NextHopLeafReadAsksForTheStoredEntrysNativeKey)
+TEST_F(ReadRequest, NextHopLeafReadAsksForTheStoredEntrysNativeKey)
 {
     const std::string t = "/router-static/default-vrf/address-family/vrfipv4" + VP + TBL;
     const struct {
@@ -243,7 +105,7 @@ TEST_F(ReadWalk, NextHopLeafReadAsksForTheStoredEntrysNativeKey)
 }
 
 /* A route description given with a next hop the store lacks: asked of every next-hop table, or written with the entry. */
-TEST_F(ReadWalk, RouteDescriptionFollowsANewNextHop)
+TEST_F(ReadRequest, RouteDescriptionFollowsANewNextHop)
 {
     for (uint32_t op : {YFW_REQ_READ, YFW_REQ_EDIT}) {
         ocni_route_common_data *rec = record(op, "x");
@@ -301,12 +163,13 @@ const std::string OC = NI + "[name=red]" + PROTO + "/static-routes/static[prefix
 const std::string OC_NH = OC + "/next-hops/next-hop[index=eth0/1]";
 const std::string OC_NH_LIST = NI + "/protocols/protocol/static-routes/static/next-hops/next-hop";
 
-class StateRead : public ReadWalk, public ::testing::WithParamInterface<FamilyCase> {
+/* Operational answers walked as the framework walks them: parents first, every binding of the family called. */
+class StateRead : public HostFixture, public ::testing::WithParamInterface<FamilyCase> {
 protected:
-    StateRead() : ReadWalk(Model::Operational, nullptr) {}
-    void SetUp() override
+    void SetUp() override { request(); }
+    void request()
     {
-        request(YFW_REQ_READ_STATE);
+        h.reset(YFW_REQ_READ_STATE);
         h.logging(true, true);
     }
     /* $AF, $P and $Q (prefix keys) of this family. */
@@ -321,12 +184,38 @@ protected:
         return sorted(lines);
     }
     std::string oc(const std::string &path) const { return expect({path})[0]; }
-    void walk(const std::string &text) { walk_text(answer(text), GetParam().family); }
+    void walk(const std::string &text)
+    {
+        input = build_tree(answer(text));
+        visit(input.get());
+    }
+    void visit(const zidl_yfw_datatree *n)
+    {
+        const auto *bindings = node_parent(n) != nullptr ? index_.find(node_schema_path(n)) : nullptr;
+        for (size_t i = 0; bindings != nullptr && i < bindings->size(); ++i) {
+            const Binding *b = (*bindings)[i];
+            if (b->family != GetParam().family && b->family != Family::Any)
+                continue;
+            cerrno rc = b->kind == CallbackKind::Container
+                            ? h.call(callback<ContainerCb>(b->callback), n, n->n_children != 0 ? 1u : 0u)
+                            : h.call(callback<LeafCb>(b->callback), n);
+            failed += rc != 0 ? b->callback + " " : "";
+            ++called;
+        }
+        for (uint32_t i = 0; i < n->n_children && n->children[i].name != nullptr; ++i)
+            visit(&n->children[i]);
+    }
+    zidl_yfw_datatree *in(const std::string &path) const { return tree_find(input.get(), path.c_str()); }
     /* Exported member of this family: "ymap_ocni_lr_<family>_<suffix>". */
     template <typename Fn = LeafCb> Fn member(const std::string &suffix) const
     {
         return callback<Fn>(std::string("ymap_ocni_lr_") + GetParam().name + "_" + suffix);
     }
+
+    TreePtr input;
+    std::string failed; /* callbacks of the walk that did not return 0 */
+    size_t called = 0;
+    BindingIndex index_{Model::Operational};
 };
 
 TEST_P(StateRead, FullAnswerBecomesOpenConfigState)
@@ -340,12 +229,12 @@ TEST_P(StateRead, FullAnswerBecomesOpenConfigState)
                                      OC_NH + "/state/index = eth0/1", OC_NH + "/state/next-hop = 192.0.2.1",
                                      OC_NH + "/state/metric = 5", OC_NH + "/interface-ref/state/interface = eth0/1/5",
                                      OC_NH + "/interface-ref/state/subinterface = 12", OC_NH + "/enable-bfd/state/enabled = true"}));
-    EXPECT_EQ(failures(), "");
-    EXPECT_EQ(calls.size(), 15u); /* 2 containers, 2 entries, 2 keys, 9 leaves */
+    EXPECT_EQ(failed, "");
+    EXPECT_EQ(called, 15u); /* 2 containers, 2 entries, 2 keys, 9 leaves */
     EXPECT_TRUE(h.err_lines().empty());
     /* the next-hop key is converted where it lies */
     EXPECT_STREQ(in(answer(NH + "/index"))->value, "eth0/1");
-    request(YFW_REQ_READ_STATE);
+    request();
     EXPECT_EQ(w.grown(), 0); /* value namespaces and trim paths go with the request */
 }
 
@@ -357,12 +246,12 @@ TEST_P(StateRead, EntryKeysComeFromTheAnswer)
          "/static-routes-state/set-tag = 9\n");
     EXPECT_EQ(h.out_lines(), expect({subst(OC, "red", "default") + "/state/set-tag = 9"}));
     /* the state prefix keys its entry by its own value */
-    request(YFW_REQ_READ_STATE);
+    request();
     input = build_tree(answer(RT + "/static-routes-state/prefix = $Q\n"));
     EXPECT_EQ(h.call(member("staticroutes_static_state_prefix_rev"), in(answer(RT + "/static-routes-state/prefix"))), 0u);
     EXPECT_EQ(h.out_lines(), expect({subst(OC, "$P", "$Q") + "/state/prefix = $Q"}));
     /* keys in the other family's branch are not this member's: no instance, no prefix */
-    request(YFW_REQ_READ_STATE);
+    request();
     const std::string other = GetParam().family == Family::IPv4 ? "vrfipv6" : "vrfipv4";
     input = build_tree(subst(answer(RT + "/static-routes-state/set-tag = 1\n"), GetParam().af, other));
     EXPECT_EQ(h.call(member("staticroutes_static_state_settag_rev"),
@@ -389,7 +278,7 @@ TEST_P(StateRead, ListContextPointsAtTheEntryWorkedOn)
     for (const char *value : {"DROP", "LOCAL_LINK", "drop", "192.0.2.9"}) {
         SCOPED_TRACE(value);
         const bool identity = std::string(value) == "DROP" || std::string(value) == "LOCAL_LINK";
-        request(YFW_REQ_READ_STATE);
+        request();
         input = build_tree(answer(NH + "/state/next-hop = " + value + "\n"));
         zidl_yfw_datatree marker{};
         h.rc->current_list = &marker;
@@ -401,7 +290,7 @@ TEST_P(StateRead, ListContextPointsAtTheEntryWorkedOn)
         EXPECT_EQ(h.rc->current_list, identity ? &marker : h.out_node(oc(OC_NH)));
         EXPECT_STREQ(h.rc->trim_path, identity ? nullptr : OC_NH_LIST.c_str());
     }
-    request(YFW_REQ_READ_STATE);
+    request();
     input = build_tree(answer(RT + "/static-routes-state/description = d\n" + NH + "/interface-ref/state/interface = \n"));
     ASSERT_EQ(h.call(member("staticroutes_static_state_description_rev"), in(answer(RT + "/static-routes-state/description"))), 0u);
     const zidl_yfw_datatree *desc = h.out_node(oc(OC + "/state/description"));
@@ -411,23 +300,6 @@ TEST_P(StateRead, ListContextPointsAtTheEntryWorkedOn)
     ASSERT_EQ(h.call(member("nexthops_nexthop_interfaceref_state_interface_rev"), in(answer(NH + "/interface-ref/state/interface"))), 0u);
     ASSERT_EQ(h.call(member("staticroutes_static_nexthops_nexthop_index_rev"), in(answer(NH + "/index"))), 0u);
     EXPECT_EQ(h.rc->current_list, desc);
-}
-
-TEST_P(StateRead, MappingTheSameLeafTwiceChangesNothing)
-{
-    input = build_tree(answer(NH + "/state/metric = 4\n" + RT + "/static-routes-state/set-tag = 2\n"));
-    auto metric = member("staticroutes_static_nexthops_nexthop_state_metric_rev");
-    auto tag = member("staticroutes_static_state_settag_rev");
-    ASSERT_EQ(h.call(metric, in(answer(NH + "/state/metric"))), 0u);
-    ASSERT_EQ(h.call(tag, in(answer(RT + "/static-routes-state/set-tag"))), 0u);
-    const Lines first = h.out_lines();
-    EXPECT_EQ(first, expect({OC_NH + "/state/metric = 4", OC + "/state/set-tag = 2"}));
-    EXPECT_EQ(h.call(metric, in(answer(NH + "/state/metric"))), 0u);
-    h.clear_traces();
-    EXPECT_EQ(h.call(tag, in(answer(RT + "/static-routes-state/set-tag"))), 0u);
-    const std::string c = "TRC: YFW: ctx=" + h.ctx_text() + ",";
-    EXPECT_EQ(h.log_lines(), (Lines{c + "Start", c + "default vrf already exists", c + "default vrf already exists", c + "End"}));
-    EXPECT_EQ(h.out_lines(), first);
 }
 
 /* Converted copies live in fixed buffers: over-long values are cut, never overrun. */
@@ -459,7 +331,7 @@ TEST_P(StateRead, ContainersAreAddedOnlyWithoutSubtrees)
     for (const auto &r : rows)
         for (unsigned subtrees : {1u, 0u}) {
             SCOPED_TRACE(::testing::PrintToString(r.added) + (subtrees ? " with subtrees" : ""));
-            request(YFW_REQ_READ_STATE);
+            request();
             h.logging(true, true);
             EXPECT_EQ(h.call(r.cb, r.node, subtrees), 0u);
             const std::string c = "TRC: YFW: ctx=" + h.ctx_text() + ",";
@@ -486,7 +358,7 @@ TEST_P(StateRead, MissingArgumentsAreRefused)
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.first);
-        request(YFW_REQ_READ_STATE);
+        request();
         h.logging(true, true);
         h.enter(leaf);
         const LeafCb cb = r.first[0] == '+' ? native_cb(r.first.substr(1)) : member(r.first);

@@ -160,18 +160,6 @@ const EntryCase CASES[] = {
 
 class StoredEntries : public WalkerFixture, public ::testing::WithParamInterface<EntryCase> {};
 
-/* Next hops of the read that carry their configuration (the entry paths). */
-Lines configured_next_hops(const Lines &lines)
-{
-    Lines out;
-    for (const std::string &l : lines) {
-        size_t at = l.find("/config/index = ");
-        if (at != std::string::npos && l.find("/next-hops/next-hop[") != std::string::npos)
-            out.push_back(l.substr(0, at + 1));
-    }
-    return out;
-}
-
 TEST_P(StoredEntries, ReadSucceedsAndEveryOtherRouteIsUnchanged)
 {
     const EntryCase &c = GetParam();
@@ -195,12 +183,12 @@ TEST_P(StoredEntries, ReadSucceedsAndEveryOtherRouteIsUnchanged)
             for (const std::string &l : lines)
                 EXPECT_EQ(l.find(a), std::string::npos) << l;
         /* State never makes a next hop of its own: its entry always carries configuration. */
-        const Lines cfg = configured_next_hops(lines);
         for (const std::string &l : lines) {
-            if (l.find("/next-hops/next-hop[") == std::string::npos || l.find("/state/") == std::string::npos)
+            const size_t at = l.find("/next-hops/next-hop[");
+            if (at == std::string::npos || l.find("/state/") == std::string::npos)
                 continue;
-            EXPECT_TRUE(std::any_of(cfg.begin(), cfg.end(),
-                                    [&](const std::string &e) { return l.compare(0, e.size(), e) == 0; }))
+            const std::string entry = l.substr(0, l.find("]/", at) + 2) + "config/index = ";
+            EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string &e) { return e.compare(0, entry.size(), entry) == 0; }))
                 << "state only: " << l;
         }
 
@@ -210,16 +198,13 @@ TEST_P(StoredEntries, ReadSucceedsAndEveryOtherRouteIsUnchanged)
                 warned.push_back(l);
         EXPECT_EQ(warned.size(), c.warnings.size()) << ::testing::PrintToString(warned);
         for (const std::string &w : c.warnings)
-            EXPECT_TRUE(std::any_of(warned.begin(), warned.end(),
-                                    [&](const std::string &l) { return l.find(w) != std::string::npos; }))
-                << w;
+            EXPECT_TRUE(std::any_of(warned.begin(), warned.end(), [&](const std::string &l) { return l.find(w) != std::string::npos; })) << w;
 
         /* Filters read the same store: each succeeds, and the plain route is where they select it. */
         const struct {
             const char *vrf, *prefix;
             bool plain;
-        } filters[] = {{"default", "", true}, {"", "10.9.0.0/16", true}, {"", "10.1.0.0/16", false},
-                       {"default", "2001:db8::/64", false}};
+        } filters[] = {{"default", "", true}, {"", "10.9.0.0/16", true}, {"", "10.1.0.0/16", false}, {"default", "2001:db8::/64", false}};
         for (const auto &f : filters) {
             SCOPED_TRACE(std::string(f.vrf) + " " + f.prefix);
             const Lines sel = read(state, f.vrf, f.prefix);
