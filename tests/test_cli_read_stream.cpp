@@ -1,14 +1,14 @@
 /*
  * Streamed reads: the document printed a batch of routes at a time is the
  * one printing the whole tree gives, wherever batch boundaries fall, and
- * the trees alive during a streamed read stay those of one batch.
+ * the trees alive during a streamed read stay those of one batch. Edits
+ * walked a part at a time store what the whole edit stores.
  */
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "host/tree.h"
 #include "input_checks.h"
@@ -215,13 +215,11 @@ TEST_F(ReadStream, EditsInPartsStoreWhatOneWholeEditStores)
         Outcome o = engine_->edit(tree, false, changes);
         ASSERT_EQ(o.status, Outcome::kOk) << part << ": " << o.message;
         const ocni::tool::EditReport &r = engine_->last_report();
-        std::string got = changes + std::to_string(r.routes_created) + "/" + std::to_string(r.routes_changed) + "/" +
-                          std::to_string(r.nh_created) + "\n" + whole(nullptr);
         EXPECT_EQ(r.routes_created, 20u) << part;
+        const std::string got = changes + std::to_string(r.routes_changed) + "/" + std::to_string(r.nh_created) + "\n" + whole(nullptr);
         if (first.empty())
             first = got;
-        else
-            EXPECT_EQ(got, first) << "parts of " << part;
+        EXPECT_EQ(got, first) << "parts of " << part;
         /* A refusal in the last part stores nothing of the parts before it. */
         const std::string stored = whole(nullptr);
         std::string late = doc;

@@ -43,44 +43,33 @@ std::string quote(const std::string &s)
 /* The longest interface the gate takes, with its subinterface. */
 const std::string LONG_IF = "Gi" + std::string(54, 'x') + "0/0/1";
 
-std::string nh_table(const std::string &body) { return R"("vrf-route": {"vrf-next-hop-table": {)" + body + "}}"; }
+/* One family's single prefix entry with its next-hop tables. */
+std::string af(const char *family, const std::string &prefix, int length, const std::string &tables)
+{
+    return std::string("\"") + family + R"(": {"vrf-unicast": {"vrf-prefixes": {"vrf-prefix": [{"prefix": ")" + prefix +
+           R"(", "prefix-length": )" + std::to_string(length) + R"(, "vrf-route": {"vrf-next-hop-table": {)" + tables + "}}}]}}}";
+}
+const std::string IF = "\"vrf-next-hop-interface-name\": ", IFA = "\"vrf-next-hop-interface-name-next-hop-address\": ",
+                  A = "\"vrf-next-hop-next-hop-address\": ";
 
 /* Every next-hop kind, both families, default and named instances. */
-const std::string SEED = R"({"Velmar-ORN-QZ-ip-static-cfg:router-static": {
- "default-vrf": {"address-family": {
-  "vrfipv4": {"vrf-unicast": {"vrf-prefixes": {"vrf-prefix": [{"prefix": "10.1.0.0", "prefix-length": 16, )" +
-    nh_table(R"(
-    "vrf-next-hop-interface-name": [
-      {"interface-name": "Gi0/0/0/1.100", "metric": 2, "bfd-fast-detect": true},
-      {"interface-name": "Null0", "index": "discard"},
-      {"interface-name": "tunnel-te1.2", "index": "my_idx"}],
-    "vrf-next-hop-interface-name-next-hop-address": [
-      {"interface-name": "Gi0/0/0/2", "next-hop-address": "192.0.2.2", "tag": 10, "description": "core"}],
-    "vrf-next-hop-next-hop-address": [
-      {"next-hop-address": "192.0.2.5", "index": "dup"},
-      {"next-hop-address": "192.0.2.7", "index": "core-7"}])") +
-    R"(}]}}},
-  "vrfipv6": {"vrf-unicast": {"vrf-prefixes": {"vrf-prefix": [{"prefix": "2001:db8::", "prefix-length": 64, )" +
-    nh_table(R"(
-    "vrf-next-hop-interface-name": [{"interface-name": "Gi0/0/0/4"}, {"interface-name": "Null0"}],
-    "vrf-next-hop-interface-name-next-hop-address": [
-      {"interface-name": ")" + LONG_IF + R"(.7", "next-hop-address": "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff"}],
-    "vrf-next-hop-next-hop-address": [{"next-hop-address": "2001:db8::1", "description": ""}])") +
-    R"(}]}}}}},
- "vrfs": {"vrf": [
-  {"vrf-name": "red", "address-family": {
-   "vrfipv4": {"vrf-unicast": {"vrf-prefixes": {"vrf-prefix": [{"prefix": "10.2.0.0", "prefix-length": 16, )" +
-    nh_table(R"(
-    "vrf-next-hop-interface-name": [{"interface-name": "Gi0/0/0/5.1"}],
-    "vrf-next-hop-next-hop-address": [{"next-hop-address": "192.0.2.9", "index": "x=y", "metric": 4}])") +
-    R"(}]}}},
-   "vrfipv6": {"vrf-unicast": {"vrf-prefixes": {"vrf-prefix": [{"prefix": "2001:db8:1::", "prefix-length": 48, )" +
-    nh_table(R"(
-    "vrf-next-hop-interface-name": [{"interface-name": "Null0"}],
-    "vrf-next-hop-interface-name-next-hop-address": [
-      {"interface-name": "Gi0/0/0/6.2", "next-hop-address": "2001:db8::6", "tag": 7}])") +
-    R"(}]}}}}}
-  ]}}})";
+const std::string SEED =
+    R"({"Velmar-ORN-QZ-ip-static-cfg:router-static": {"default-vrf": {"address-family": {)" +
+    af("vrfipv4", "10.1.0.0", 16,
+       IF + R"([{"interface-name": "Gi0/0/0/1.100", "metric": 2, "bfd-fast-detect": true}, {"interface-name": "Null0", "index": "discard"},
+                {"interface-name": "tunnel-te1.2", "index": "my_idx"}], )" +
+           IFA + R"([{"interface-name": "Gi0/0/0/2", "next-hop-address": "192.0.2.2", "tag": 10, "description": "core"}], )" +
+           A + R"([{"next-hop-address": "192.0.2.5", "index": "dup"}, {"next-hop-address": "192.0.2.7", "index": "core-7"}])") + ", " +
+    af("vrfipv6", "2001:db8::", 64,
+       IF + R"([{"interface-name": "Gi0/0/0/4"}, {"interface-name": "Null0"}], )" + IFA + R"([{"interface-name": ")" + LONG_IF +
+           R"(.7", "next-hop-address": "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff"}], )" + A +
+           R"([{"next-hop-address": "2001:db8::1", "description": ""}])") +
+    R"(}}, "vrfs": {"vrf": [{"vrf-name": "red", "address-family": {)" +
+    af("vrfipv4", "10.2.0.0", 16,
+       IF + R"([{"interface-name": "Gi0/0/0/5.1"}], )" + A + R"([{"next-hop-address": "192.0.2.9", "index": "x=y", "metric": 4}])") + ", " +
+    af("vrfipv6", "2001:db8:1::", 48,
+       IF + R"([{"interface-name": "Null0"}], )" + IFA + R"([{"interface-name": "Gi0/0/0/6.2", "next-hop-address": "2001:db8::6", "tag": 7}])") +
+    "}}]}}}";
 
 /* The published modules a validating client loads, in their own context (not the tool's). */
 class Published {
