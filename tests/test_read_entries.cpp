@@ -79,14 +79,12 @@ const EntryCase CASES[] = {
      {NID + "/config/name = default", NID + "/config/type = DEFAULT_INSTANCE", PR + "/config/identifier = STATIC",
       PR + "/config/name = DEFAULT", ST + "/config/prefix = 10.1.0.0/16"},
      {PR + "/state/default-metric = 1", PR + "/state/enabled = true"}, {}, {}},
-    {"InterfaceWithSubinterface", V4 + "vrf-next-hop-interface-name[interface-name=Gi0/0/0/1.100]/metric = 1\n",
-     cfg("##Gi0/0/0/1.100##", "LOCAL_LINK", "Gi0/0/0/1", "100"), {}, {}, {}},
-    {"DotAtTheEndIsSubinterfaceZero", V6 + "vrf-next-hop-interface-name[interface-name=Lag5.]/metric = 1\n",
-     cfg("##Lag5.##", "LOCAL_LINK", "Lag5", "0", ST6), {}, {}, {}},
-    {"Null0IsDrop", V4 + "vrf-next-hop-interface-name[interface-name=Null0]/metric = 1\n" + V6 + "vrf-next-hop-interface-name[interface-name=Null0]/metric = 1\n",
-     cfg("##DROP##", "DROP") + cfg("##DROP##", "DROP", nullptr, nullptr, ST6), {}, {}, {}},
-    {"OtherCaseOfNull0IsAnInterface", V4 + "vrf-next-hop-interface-name[interface-name=NULL0]/metric = 1\n",
-     cfg("##NULL0##", "LOCAL_LINK", "NULL0", "0"), {}, {"DROP"}, {}},
+    /* only Null0 is DROP; a dot at the end is subinterface 0 */
+    {"InterfaceNames", V4 + "vrf-next-hop-interface-name[interface-name=Gi0/0/0/1.100]/metric = 1\n" + V4 + "vrf-next-hop-interface-name[interface-name=Null0]/metric = 1\n" +
+         V4 + "vrf-next-hop-interface-name[interface-name=NULL0]/metric = 1\n" + V6 + "vrf-next-hop-interface-name[interface-name=Null0]/metric = 1\n" +
+         V6 + "vrf-next-hop-interface-name[interface-name=Lag5.]/metric = 1\n",
+     cfg("##Gi0/0/0/1.100##", "LOCAL_LINK", "Gi0/0/0/1", "100") + cfg("##DROP##", "DROP") + cfg("##NULL0##", "LOCAL_LINK", "NULL0", "0") +
+         cfg("##DROP##", "DROP", nullptr, nullptr, ST6) + cfg("##Lag5.##", "LOCAL_LINK", "Lag5", "0", ST6), {}, {"[index=##Null0", "[index=##NULL0##]/config/next-hop = DROP"}, {}},
     {"InterfaceAndAddress", V4 + "vrf-next-hop-interface-name-next-hop-address[interface-name=Gi0/0/0/1.5][next-hop-address=192.0.2.1]/metric = 1\n" +
          V6 + "vrf-next-hop-interface-name-next-hop-address[interface-name=Lag1][next-hop-address=2001:db8::1]/metric = 1\n",
      cfg("##Gi0/0/0/1.5##192.0.2.1##", "192.0.2.1", "Gi0/0/0/1", "5") + cfg("##Lag1##2001:db8::1##", "2001:db8::1", "Lag1", "0", ST6), {}, {}, {}},
