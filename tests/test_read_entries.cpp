@@ -4,7 +4,7 @@
  * same leaves in state. Entries the router accepted but OpenConfig finds odd
  * read too: every other route reads unchanged, an entry the model cannot
  * express is left out with a warning naming it, and state lands on the entry
- * its configuration reads back under.
+ * its configuration reads back under. A generated index edits its next hop.
  */
 #include <gtest/gtest.h>
 
