@@ -10,78 +10,50 @@
 #include <cstdlib>
 #include <string>
 
+#include "docs.h"
+#include "engine_fixture.h"
 #include "host/tree.h"
-#include "input_checks.h"
 #include "json_splice.h"
-#include "ocni_map_engine.h"
-#include "walker_fixture.h"
-#include "yang_context.h"
 
+using namespace ocni::test;
 using ocni::tool::Outcome;
 namespace yang = ocni::yang;
 
 namespace {
 
-/* Native document of routes 10.<i/250>.<i%250>.0/24 in `vrf`, every next hop with a tag. */
+/* Native document of `n` routes in `vrf`, every next hop with a tag. */
 std::string many_routes(const std::string &vrf, int n)
 {
-    std::string entries;
-    for (int i = 0; i < n; ++i)
-        entries += std::string(i ? "," : "") + R"({"prefix":"10.)" + std::to_string(i / 250) + "." +
-                   std::to_string(i % 250) + R"(.0","prefix-length":24,"vrf-route":{"vrf-next-hop-table":{)" +
-                   R"("vrf-next-hop-next-hop-address":[{"next-hop-address":"192.0.2.1","tag":5}]}}})";
-    return R"({"Velmar-ORN-QZ-ip-static-cfg:router-static":{"vrfs":{"vrf":[{"vrf-name":")" + vrf +
-           R"(","address-family":{"vrfipv4":{"vrf-unicast":{"vrf-prefixes":{"vrf-prefix":[)" + entries +
-           "]}}}}}]}}}";
+    return native_doc(vrf, 4, native_routes(n, ",\"tag\":5"));
 }
 
 /* OpenConfig document of one static route with one next hop. */
-std::string oc_route(const std::string &ni, const std::string &prefix, const std::string &hop,
-                     const std::string &config = "")
+std::string one_route(const std::string &ni, const std::string &prefix, const std::string &hop,
+                      const std::string &config = "")
 {
-    return R"({"openconfig-network-instance:network-instances":{"network-instance":[{"name":")" + ni +
-           R"(","protocols":{"protocol":[{"identifier":"openconfig-policy-types:STATIC","name":"DEFAULT",
-           "static-routes":{"static":[{"prefix":")" + prefix + R"(","config":{"prefix":")" + prefix + "\"" + config +
-           R"(},"next-hops":{"next-hop":[{"index":"1","config":{"index":"1","next-hop":")" + hop +
-           R"("}}]}}]}}]}}]}})";
+    return oc_doc(ni, oc_route(prefix, oc_hop("1", hop), config));
 }
 
-class ReadStream : public ::testing::Test {
+class ReadStream : public EngineFixture {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/dev/shm/ocni-stream-test.XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        ASSERT_FALSE(ctx_.open(yang::default_yang_dir()));
-        reopen(1024);
+        EngineFixture::SetUp();
         for (const char *v : {"a-vrf", "red", "zz"})
             ASSERT_EQ(engine_->vrf_add(v).status, Outcome::kOk);
     }
-    void TearDown() override
-    {
-        engine_.reset();
-        EXPECT_EQ(std::system(("rm -rf '" + dir_ + "'").c_str()), 0);
-    }
     void reopen(size_t batch, const std::string &dir = "", size_t edit_part = 1024)
     {
-        engine_.reset();
-        ocni::tool::EngineOptions opt;
-        opt.store_dir = dir.empty() ? dir_ : dir;
-        opt.plugin_path = ocni::test::plugin_library_path();
-        opt.read_batch = batch;
-        opt.edit_part = edit_part;
-        Outcome why;
-        engine_ = ocni::tool::make_engine(ctx_, opt, why);
-        ASSERT_NE(engine_, nullptr) << why.message;
+        EngineFixture::reopen([&](ocni::tool::EngineOptions &opt) {
+            if (!dir.empty())
+                opt.store_dir = dir;
+            opt.read_batch = batch;
+            opt.edit_part = edit_part;
+        });
     }
     void apply(const std::string &text, yang::Model model = yang::Model::kOpenConfig)
     {
-        yang::Tree tree;
-        ASSERT_FALSE(yang::read_edit(ctx_, text, yang::Format::kJson, model, tree)) << text;
-        std::string changes;
-        Outcome o = model == yang::Model::kNative ? engine_->native_edit(tree, false, changes)
-                                                  : engine_->edit(tree, false, changes);
+        Outcome o = EngineFixture::apply(text, model);
         ASSERT_EQ(o.status, Outcome::kOk) << o.message;
     }
 
@@ -124,10 +96,6 @@ protected:
         EXPECT_FALSE(yang::print_json(t, out));
         return out;
     }
-
-    std::string dir_;
-    yang::Context ctx_;
-    std::unique_ptr<ocni::tool::Engine> engine_;
 };
 
 TEST_F(ReadStream, BatchesPrintTheDocumentTheWholeTreePrints)
@@ -151,11 +119,11 @@ TEST_F(ReadStream, BatchesPrintTheDocumentTheWholeTreePrints)
         }
     };
     same(&rows[1].filter, "empty store");
-    apply(oc_route("default", "10.1.0.0/16", "192.0.2.1", R"(,"set-tag":100,"description":"east")"));
-    apply(oc_route("default", "2001:db8::/48", "openconfig-local-routing:DROP", R"(,"description":"hole")"));
+    apply(one_route("default", "10.1.0.0/16", "192.0.2.1", R"(,"set-tag":100,"description":"east")"));
+    apply(one_route("default", "2001:db8::/48", "openconfig-local-routing:DROP", R"(,"description":"hole")"));
     for (const char *ni : {"a-vrf", "red", "zz"}) {
-        apply(oc_route(ni, "10.1.0.0/16", "192.0.2.9", R"(,"set-tag":7)"));
-        apply(oc_route(ni, "2001:db8:1::/64", "2001:db8::1"));
+        apply(one_route(ni, "10.1.0.0/16", "192.0.2.9", R"(,"set-tag":7)"));
+        apply(one_route(ni, "2001:db8:1::/64", "2001:db8::1"));
     }
     apply(many_routes("red", 5), yang::Model::kNative);
     for (const auto &r : rows)
@@ -185,49 +153,51 @@ TEST_F(ReadStream, LiveTreesHoldOneBatchWhateverTheNumberOfRoutes)
 
 }  // namespace
 
-/* An edit walked a part of its routes at a time stores what the whole input stores, wherever parts end. */
-TEST_F(ReadStream, EditsInPartsStoreWhatOneWholeEditStores)
+/*
+ * An edit walked a part of its routes at a time, and a large input read a
+ * chunk of routes at a time, store what the whole input stores and report
+ * the same changes, wherever parts and chunks end.
+ */
+TEST_F(ReadStream, EditsInPartsAndChunksStoreWhatOneWholeEditStores)
 {
     std::string statics;
-    for (int i = 0; i < 7; ++i) {
-        std::string p = "10.9." + std::to_string(i) + ".0/24";
-        statics += std::string(i ? "," : "") + R"({"prefix":")" + p + R"(","config":{"prefix":")" + p +
-                   (i == 3 ? R"(","set-tag":77)" : "\"") + R"(},"next-hops":{"next-hop":[{"index":"1","config":)" +
-                   R"({"index":"1","next-hop":"192.0.2.)" + std::to_string(i + 1) + R"("}}]}})";
-    }
-    auto ni = [&](const std::string &name, const std::string &extra) {
-        return R"({"name":")" + name + "\"" + extra + R"(,"protocols":{"protocol":[{"identifier":)" +
-               R"("openconfig-policy-types:STATIC","name":"DEFAULT","static-routes":{"static":[)" + statics + "]}}]}}";
+    for (int i = 0; i < 7; ++i)
+        statics += std::string(i ? "," : "") + oc_route("10.9." + std::to_string(i) + ".0/24",
+                                                        oc_hop("1", "192.0.2." + std::to_string(i + 1)),
+                                                        i == 3 ? ",\"set-tag\":77" : "");
+    const std::string doc = oc_instances(oc_instance("default", statics) + "," + oc_instance("red", statics) + "," +
+                                         oc_instance("new", statics, ",\"config\":{\"name\":\"new\"}"));
+    auto edit = [&](const std::string &text, size_t chunk, std::string &changes) {
+        ocni::tool::EditInput input;
+        yang::Error e = input.read(ctx_, "-", text, yang::Format::kJson, chunk);
+        return e ? Outcome::fail(Outcome::kBadInput, e.message) : input.edit(*engine_, false, changes);
     };
-    const std::string doc = R"({"openconfig-network-instance:network-instances":{"network-instance":[)" +
-                            ni("default", "") + "," + ni("red", "") + "," + ni("new", R"(,"config":{"name":"new"})") +
-                            "]}}";
     std::string first;
-    for (size_t part : {size_t(1), size_t(3), size_t(1024)}) {
-        std::string dir = dir_ + "/p" + std::to_string(part);
+    const std::pair<size_t, size_t> runs[] = {{1, 0}, {3, 0}, {1024, 0}, {1024, 2}, {3, 5}, {1, 1}};
+    for (const auto &run : runs) {
+        SCOPED_TRACE("parts of " + std::to_string(run.first) + ", chunks of " + std::to_string(run.second));
+        std::string dir = dir_ + "/p" + std::to_string(run.first) + "c" + std::to_string(run.second);
         ASSERT_EQ(std::system(("mkdir -p '" + dir + "'").c_str()), 0);
-        reopen(1024, dir, part);
+        reopen(1024, dir, run.first);
         ASSERT_EQ(engine_->vrf_add("red").status, Outcome::kOk);
-        apply(oc_route("red", "10.9.5.0/24", "192.0.2.99", R"(,"set-tag":5)"));
-        yang::Tree tree;
-        ASSERT_FALSE(yang::read_edit(ctx_, doc, yang::Format::kJson, yang::Model::kOpenConfig, tree));
+        apply(one_route("red", "10.9.5.0/24", "192.0.2.99", R"(,"set-tag":5)"));
         std::string changes;
-        Outcome o = engine_->edit(tree, false, changes);
-        ASSERT_EQ(o.status, Outcome::kOk) << part << ": " << o.message;
+        Outcome o = edit(doc, run.second, changes);
+        ASSERT_EQ(o.status, Outcome::kOk) << o.message;
         const ocni::tool::EditReport &r = engine_->last_report();
-        EXPECT_EQ(r.routes_created, 20u) << part;
-        const std::string got = changes + std::to_string(r.routes_changed) + "/" + std::to_string(r.nh_created) + "\n" + whole(nullptr);
+        EXPECT_EQ(r.routes_created, 20u);
+        const std::string got = changes + std::to_string(r.routes_changed) + "/" + std::to_string(r.nh_created) + "/" +
+                                std::to_string(r.vrfs_created.size()) + "\n" + whole(nullptr);
         if (first.empty())
             first = got;
-        EXPECT_EQ(got, first) << "parts of " << part;
-        /* A refusal in the last part stores nothing of the parts before it. */
+        EXPECT_EQ(got, first);
+        /* A refusal in the last part or chunk stores nothing of those before it. */
         const std::string stored = whole(nullptr);
         std::string late = doc;
         late.replace(late.rfind("192.0.2.7"), 9, "openconfig-local-routing:LOCAL_LINK");
         for (size_t at; (at = late.find("10.9.")) != std::string::npos;)
             late.replace(at, 5, "10.8.");
-        ASSERT_FALSE(yang::read_edit(ctx_, late, yang::Format::kJson, yang::Model::kOpenConfig, tree));
-        EXPECT_EQ(engine_->edit(tree, false, changes).status, Outcome::kRefused) << part;
-        EXPECT_EQ(whole(nullptr), stored) << part;
+        EXPECT_EQ(edit(late, run.second, changes).status, Outcome::kRefused);
+        EXPECT_EQ(whole(nullptr), stored);
     }
 }
