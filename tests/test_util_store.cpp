@@ -65,6 +65,20 @@ protected:
     }
     std::string trc(const std::string &msg) const { return "TRC: YFW: ctx=" + h.ctx_text() + "," + msg; }
 
+    /* The stored next hop the record holds, as text. */
+    std::string loaded() const
+    {
+        const ocni_route_common_data &r = *rec;
+        char b[1024];
+        snprintf(b, sizeof b, "found=%u if=%u:%s addr=%u:%s third=%u:%s bfd=%u/%u/%u metric=%u tag=%u:%s perm=%u label=%u "
+                 "tunnel=%u obj=%s desc=%s load=%u",
+                 r.index_found, r.native_has_interface, r.native_interface, r.native_has_address, r.native_address,
+                 r.native_has_third_key, r.native_third_key, r.bfd_fast_detect, r.minimum_interval, r.detect_multiplier,
+                 r.route_metric, r.tag, r.set_tag, r.permanent, r.vrf_label, r.tunnel_id, r.object_name, r.description,
+                 r.load_metric);
+        return b;
+    }
+
     ocni_route_common_data *rec = nullptr;
 };
 
@@ -163,34 +177,16 @@ TEST_F(IndexLookup, OrdinaryIndexLoadsTheStoredEntryOfItsRoute)
     snprintf(rec->description_in, sizeof rec->description_in, "from-request"); /* the stored one wins */
 
     EXPECT_EQ(lookup("1"), 0u);
-    EXPECT_EQ(rec->index_found, 1u);
-    EXPECT_EQ(rec->native_has_interface + rec->native_has_address + rec->native_has_third_key, 3u);
-    EXPECT_STREQ(rec->native_interface, "GigabitEthernet0/0/0/0");
-    EXPECT_STREQ(rec->native_address, "10.0.0.1");
-    EXPECT_STREQ(rec->native_third_key, "x3");
-    EXPECT_EQ(rec->bfd_fast_detect, 1u);
-    EXPECT_EQ(rec->minimum_interval, 150u);
-    EXPECT_EQ(rec->detect_multiplier, 3u);
-    EXPECT_EQ(rec->route_metric, 5u);
-    EXPECT_EQ(rec->tag, 44u);
-    EXPECT_STREQ(rec->set_tag, "44");
-    EXPECT_EQ(rec->permanent, 1u);
-    EXPECT_EQ(rec->vrf_label, 16u);
-    EXPECT_EQ(rec->tunnel_id, 4u);
-    EXPECT_EQ(rec->load_metric, 2u);
-    EXPECT_STREQ(rec->object_name, "obj");
-    EXPECT_STREQ(rec->description, "stored");
+    EXPECT_EQ(loaded(), "found=1 if=1:GigabitEthernet0/0/0/0 addr=1:10.0.0.1 third=1:x3 bfd=1/150/3 metric=5 tag=44:44 "
+                        "perm=1 label=16 tunnel=4 obj=obj desc=stored load=2");
     EXPECT_EQ(h.log_lines().front(), trc("Start"));
     EXPECT_EQ(h.log_lines().back(), trc("End"));
     EXPECT_TRUE(h.out_lines().empty());
 
     clear();
     EXPECT_EQ(lookup("two"), 0u);
-    EXPECT_EQ(rec->native_has_interface + rec->native_has_third_key, 0u);
-    EXPECT_STREQ(rec->native_interface, "");
-    EXPECT_EQ(rec->native_has_address, 1u);
-    EXPECT_STREQ(rec->native_address, "10.0.0.2");
-    EXPECT_EQ(rec->vrf_label, OCNI_VRF_LABEL_UNSET);
+    EXPECT_EQ(loaded(), "found=1 if=0: addr=1:10.0.0.2 third=0: bfd=0/0/0 metric=0 tag=44:44 perm=0 label=" + /* route's tag */
+                            std::to_string(OCNI_VRF_LABEL_UNSET) + " tunnel=0 obj= desc= load=0");
 }
 
 TEST_F(IndexLookup, RequestValuesOverrideStoredOnesAndDeletedOnesAreLeftAlone)
@@ -359,6 +355,7 @@ TEST_F(IndexLookup, GeneratedIndexLoadsCliEntriesOrJudgesTheRequest)
         EXPECT_EQ(rec->native_has_interface, r.ifc[0] != '\0' ? 1u : 0u);
         EXPECT_EQ(rec->native_has_address, r.addr[0] != '\0' ? 1u : 0u);
         EXPECT_EQ(rec->route_metric, r.metric);
+        EXPECT_EQ(rec->vrf_label, r.outcome == LOADED ? OCNI_VRF_LABEL_UNSET : 0u);
         EXPECT_EQ(log_has(trc("Modification/Delete received for CLI entry")), r.outcome == LOADED);
         const std::string head = std::string("Create of index ") + r.index;
         if (r.outcome == ACCEPTED) {
