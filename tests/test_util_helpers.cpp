@@ -445,6 +445,19 @@ TEST_F(HostFixture, NextHopsContainerCountsAsRemovedByDeleteOrRemove)
                   r.second)
             << r.first;
     }
+    /* Nothing is looked at without an entry, a child array, or past an unnamed child. */
+    TreePtr t = build_tree("/static[prefix=10.0.0.0/24]/next-hops (delete)", OCNI_NS_OC_NI);
+    zidl_yfw_datatree *st = host::tree_find(t.get(), "/static[prefix=10.0.0.0/24]");
+    EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, nullptr), 0);
+    zidl_yfw_datatree *kids = st->children;
+    st->children = nullptr;
+    EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, st), 0);
+    st->children = kids;
+    char *first = kids[0].name;
+    kids[0].name = nullptr;
+    EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, st), 0);
+    kids[0].name = first;
+    EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, st), 1);
 }
 
 /* ------------------------------------------------------------------ */
