@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <regex>
 #include <set>
 #include <string>
 
@@ -43,20 +44,11 @@ struct LtLine {
 
 LtLine parse_lt(const std::string &s)
 {
-    LtLine out;
-    char kind[8] = "";
-    int head = 0;
-    const size_t sp = s.find(" ctx="), comma = s.find(',', sp == std::string::npos ? 0 : sp);
-    const size_t colon = sp == std::string::npos ? sp : s.rfind(':', sp);
-    if (std::sscanf(s.c_str(), "#%lu: %7[A-Z]: %n", &out.seq, kind, &head) != 2 || head == 0 ||
-        colon == std::string::npos || comma == std::string::npos || colon < size_t(head))
+    static const std::regex re("#([0-9]+): ([A-Z]+): ([^:]*):([0-9]+) ctx=([^,]*),(.*)");
+    std::smatch m;
+    if (!std::regex_match(s, m, re))
         return LtLine{};
-    out.kind = kind;
-    out.fn = s.substr(head, colon - head);
-    out.line = std::atoi(s.c_str() + colon + 1);
-    out.ctx = s.substr(sp + 5, comma - sp - 5);
-    out.msg = s.substr(comma + 1);
-    return out;
+    return LtLine{std::stoul(m[1]), std::stoi(m[4]), m[2], m[3], m[5], m[6]};
 }
 
 class FrameTest : public HostFixture {
