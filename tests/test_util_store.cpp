@@ -219,13 +219,10 @@ TEST_F(IndexLookup, RequestValuesOverrideStoredOnesAndDeletedOnesAreLeftAlone)
     EXPECT_STREQ(rec->set_tag, "");
 }
 
-TEST_F(IndexLookup, MissingIndexRouteOrVrfIsNotFound)
+TEST_F(IndexLookup, MissingIndexOrRouteIsNotFound)
 {
     seed(nh("10.0.0.0", 24, "Gi0", "", "1"));
     seed(nh("10.0.0.0", 24, "Gi1", "", "2", 31));
-    host::NativeNextHop v6 = nh("2001:db8::", 64, "", "2001:db8::1", "v6", 0, "red");
-    v6.ipv4 = false;
-    seed(v6);
     seed(nh("10.1.0.0", 16, "Gi2", "", "d"));
     seed_empty_route("10.8.0.0", 24);
 
@@ -241,16 +238,8 @@ TEST_F(IndexLookup, MissingIndexRouteOrVrfIsNotFound)
     EXPECT_EQ(lookup("1"), 0u);
     EXPECT_EQ(rec->index_found, 0u);
 
-    /* the VRF and the family choose the store path */
-    clear("2001:db8::/64", false);
-    h.set_vrf("red");
-    EXPECT_EQ(lookup("v6"), 0u);
-    EXPECT_STREQ(rec->native_address, "2001:db8::1");
-    clear("2001:db8::/64", false);
-    h.set_vrf("default");
-    EXPECT_EQ(lookup("v6"), SYSDB_RC_NOT_FOUND);
     clear("10.1.0.0/16");
-    h.set_vrf("DEFAULT");
+    h.set_vrf("DEFAULT"); /* the default VRF in any case */
     EXPECT_EQ(lookup("d"), 0u);
     EXPECT_STREQ(rec->native_interface, "Gi2");
 }
@@ -381,7 +370,6 @@ TEST_F(StoreFixture, RouteWideTagAndDescriptionGoToEveryStoredNextHopOfAnEdit)
     odd.third = "x";
     seed(odd);
     seed(nh("10.0.0.0", 25, "GigabitEthernet0/0/0/7", "", "5")); /* another route */
-    seed(nh("10.0.0.0", 24, "Gi0", "", "1", 0, "red"));
     seed_empty_route("10.6.0.0", 24);
     const std::string tbl = "/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table/";
     const std::string def = "/router-static/default-vrf" + tbl;
@@ -394,38 +382,29 @@ TEST_F(StoreFixture, RouteWideTagAndDescriptionGoToEveryStoredNextHopOfAnEdit)
     struct Row {
         const char *what;
         uint32_t kind;
-        const char *vrf, *prefix, *leaf, *value;
-        int op;
+        const char *prefix;
+        bool tag; /* set-tag, or else description */
         Lines want;
         cerrno rc = 0;
     } rows[] = {
-        {"tag", YFW_REQ_EDIT, "default", "10.0.0.0/24", "set-tag", "55", -1, all("tag = 55 (none)")},
-        {"tag deleted", YFW_REQ_EDIT, "default", "10.0.0.0/24", "set-tag", "55", YFW_DT_OP_DELETE, all("tag = 55 (delete)")},
-        {"description, converted", YFW_REQ_EDIT, "default", "10.0.0.0/24", "description", "&quot;core link&quot;", -1,
-         all("description = \"core link\" (none)")},
-        {"named VRF", YFW_REQ_EDIT, "red", "10.0.0.0/24", "set-tag", "55", -1,
-         {"/router-static/vrfs/vrf" + tbl + "vrf-next-hop-interface-name[interface-name=Gi0]/tag = 55 (none)"}},
-        {"read", YFW_REQ_READ, "default", "10.0.0.0/24", "set-tag", "55", -1, {}},
-        {"state read", YFW_REQ_READ_STATE, "default", "10.0.0.0/24", "set-tag", "55", -1, {}},
-        {"route stored empty", YFW_REQ_EDIT, "default", "10.6.0.0/24", "set-tag", "55", -1, {}},
-        {"route not stored", YFW_REQ_EDIT, "default", "10.5.0.0/24", "set-tag", "55", -1, {}, SYSDB_RC_NOT_FOUND},
-        {"prefix unreadable", YFW_REQ_EDIT, "default", "10.0.0.0.1/24", "set-tag", "55", -1, {}, OCNI_RC_ALL_ONES},
-        {"no prefix", YFW_REQ_EDIT, "default", nullptr, "set-tag", "55", -1, {}, YFW_RC_NO_COMMON_DATA},
+        {"tag", YFW_REQ_EDIT, "10.0.0.0/24", true, all("tag = 55 (none)")},
+        {"description, converted", YFW_REQ_EDIT, "10.0.0.0/24", false, all("description = \"core link\" (none)")},
+        {"read", YFW_REQ_READ, "10.0.0.0/24", true, {}},
+        {"state read", YFW_REQ_READ_STATE, "10.0.0.0/24", true, {}},
+        {"route stored empty", YFW_REQ_EDIT, "10.6.0.0/24", true, {}},
+        {"route not stored", YFW_REQ_EDIT, "10.5.0.0/24", true, {}, SYSDB_RC_NOT_FOUND},
+        {"prefix unreadable", YFW_REQ_EDIT, "10.0.0.0.1/24", true, {}, OCNI_RC_ALL_ONES},
+        {"no prefix", YFW_REQ_EDIT, nullptr, true, {}, YFW_RC_NO_COMMON_DATA},
     };
     for (const Row &r : rows) {
         SCOPED_TRACE(r.what);
-        fresh(r.kind, r.vrf);
+        fresh(r.kind, "default");
         route(r.prefix);
-        const bool tag = strcmp(r.leaf, "set-tag") == 0;
-        rec->tag_mode = tag;
-        if (tag)
-            snprintf(rec->set_tag, sizeof rec->set_tag, "55");
-        else
-            snprintf(rec->description_in, sizeof rec->description_in, "\"core link\"");
-        TreeBuilder b(OCNI_NS_OC_LR);
-        const std::string path = std::string("/static[prefix=10.0.0.0/24]/config/") + r.leaf;
-        b.add(path, r.value, r.op);
-        TreePtr t(b.release());
+        rec->tag_mode = r.tag;
+        snprintf(rec->set_tag, sizeof rec->set_tag, "%s", r.tag ? "55" : "");
+        snprintf(rec->description_in, sizeof rec->description_in, "%s", r.tag ? "" : "\"core link\"");
+        const std::string path = std::string("/static[prefix=10.0.0.0/24]/config/") + (r.tag ? "set-tag" : "description");
+        TreePtr t = build_tree(path + " = " + (r.tag ? "55" : "&quot;core link&quot;"), OCNI_NS_OC_LR);
         zidl_yfw_datatree *in = host::tree_find(t.get(), path.c_str());
         EXPECT_EQ(ocni_do_prefix_lookup_on_sysdb_and_set_tag(h.ctx, in, h.out), r.rc);
         Lines got = h.out_lines(), want = r.want;
@@ -433,12 +412,11 @@ TEST_F(StoreFixture, RouteWideTagAndDescriptionGoToEveryStoredNextHopOfAnEdit)
         std::sort(want.begin(), want.end());
         EXPECT_EQ(got, want);
         if (r.rc == 0u) {
-            EXPECT_EQ(rec->tag_given, tag ? 1u : 0u);
-            EXPECT_EQ(rec->description_given, tag ? 0u : 1u);
+            EXPECT_EQ(rec->tag_given, r.tag ? 1u : 0u);
+            EXPECT_EQ(rec->description_given, r.tag ? 0u : 1u);
         }
         if (!want.empty() || r.kind != YFW_REQ_EDIT) {
-            EXPECT_EQ(bool(in->flags & YFW_DT_F_OP), r.kind == YFW_REQ_EDIT);
-            EXPECT_EQ(in->op, r.op < 0 ? in->op : uint32_t(r.op));
+            EXPECT_EQ(bool(in->flags & YFW_DT_F_OP), r.kind == YFW_REQ_EDIT); /* the request leaf is marked */
         }
         if (r.rc == SYSDB_RC_NOT_FOUND) {
             EXPECT_TRUE(log_has(trc("sysdb_find_data failed for prefix 10.5.0.0 :(Not found)\n")));
