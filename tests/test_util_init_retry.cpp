@@ -25,11 +25,6 @@ namespace host = ocni::host;
 
 namespace {
 
-using InitFn = cerrno (*)();
-using VrfExistsFn = cerrno (*)(yfw_map_ctx *, uint8_t *);
-using LookupFn = cerrno (*)(yfw_map_ctx *, const zidl_yfw_datatree *, zidl_yfw_datatree *);
-using TagFn = cerrno (*)(yfw_map_ctx *);
-
 class InitRetry : public HostFixture {
 protected:
     void SetUp() override
@@ -40,40 +35,8 @@ protected:
         mkdir((std::string(bin) + "/localrouting/nostore").c_str(), 0755);
         std::remove(marker.c_str());
         ASSERT_NE(access(marker.c_str(), F_OK), 0);
-        const std::string lib = std::string(bin) + "/localrouting/libocni_localrouting_nostore.so";
-        dl = dlopen(lib.c_str(), RTLD_NOW | RTLD_LOCAL);
+        dl = dlopen((std::string(bin) + "/localrouting/libocni_localrouting_nostore.so").c_str(), RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(dl, nullptr) << dlerror();
-        init = sym<InitFn>("ocni_yfw_ipstatic_init");
-        vrf_exists = sym<VrfExistsFn>("ocni_yfw_ipstatic_vrf_exists");
-        index_lookup = sym<LookupFn>("ocni_do_index_lookup_on_sysdb");
-        fan_out = sym<LookupFn>("ocni_do_prefix_lookup_on_sysdb_and_set_tag");
-        get_tag = sym<TagFn>("ocni_do_sysdb_lookup_and_get_tag");
-        init_done = sym<uint32_t *>("ocni_ipstatic_init_done");
-        ASSERT_NE(init_done, &ocni_ipstatic_init_done) << "twin shares the main library's state";
-
-        host::store_reset();
-        host::NativeNextHop n;
-        n.prefix = "10.0.0.0";
-        n.prefix_length = 24;
-        n.interface = "Gi0";
-        n.tag = 9;
-        n.index = "1";
-        ASSERT_EQ(host::store_write_next_hop(n), 0u);
-        host::store_add_vrf("blue");
-
-        h.reset(YFW_REQ_EDIT);
-        h.set_vrf("blue");
-        h.logging(true, true);
-        rec = static_cast<ocni_route_common_data *>(
-            wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP));
-        ASSERT_NE(rec, nullptr);
-        h.rc->common_data_ptr = rec;
-        rec->prefix = prefix;
-        rec->is_ipv4 = 1;
-        rec->tag_mode = 1;
-        in = build_tree("/next-hops/next-hop[index=1]/config/index = 1\n", OCNI_NS_OC_NI);
-        entry = host::tree_find(in.get(), "/next-hops/next-hop[index=1]");
-        ASSERT_NE(entry, nullptr);
     }
     void TearDown() override
     {
@@ -87,44 +50,49 @@ protected:
         EXPECT_NE(p, nullptr) << name;
         return reinterpret_cast<T>(p);
     }
-    void create_marker()
-    {
-        FILE *f = std::fopen(marker.c_str(), "w");
-        ASSERT_NE(f, nullptr) << marker;
-        std::fclose(f);
-    }
-
     std::string marker;
     void *dl = nullptr;
-    InitFn init = nullptr;
-    VrfExistsFn vrf_exists = nullptr;
-    LookupFn index_lookup = nullptr, fan_out = nullptr;
-    TagFn get_tag = nullptr;
-    uint32_t *init_done = nullptr;
-    ocni_route_common_data *rec = nullptr;
-    char prefix[16] = "10.0.0.0/24";
-    TreePtr in;
-    zidl_yfw_datatree *entry = nullptr;
 };
 
 TEST_F(InitRetry, EveryStoreUserFailsUntilTheLibraryAppears)
 {
+    using LookupFn = cerrno (*)(yfw_map_ctx *, const zidl_yfw_datatree *, zidl_yfw_datatree *);
+    const auto init = sym<cerrno (*)()>("ocni_yfw_ipstatic_init");
+    const auto vrf_exists = sym<cerrno (*)(yfw_map_ctx *, uint8_t *)>("ocni_yfw_ipstatic_vrf_exists");
+    const auto index_lookup = sym<LookupFn>("ocni_do_index_lookup_on_sysdb");
+    const auto fan_out = sym<LookupFn>("ocni_do_prefix_lookup_on_sysdb_and_set_tag");
+    const auto get_tag = sym<cerrno (*)(yfw_map_ctx *)>("ocni_do_sysdb_lookup_and_get_tag");
+    const auto init_done = sym<uint32_t *>("ocni_ipstatic_init_done");
+    ASSERT_NE(init_done, &ocni_ipstatic_init_done) << "twin shares the main library's state";
+
+    host::store_reset();
+    host::NativeNextHop n;
+    n.prefix = "10.0.0.0", n.prefix_length = 24, n.interface = "Gi0", n.tag = 9, n.index = "1";
+    ASSERT_EQ(host::store_write_next_hop(n), 0u);
+    host::store_add_vrf("blue");
+    h.logging(true, true);
+    auto *rec = static_cast<ocni_route_common_data *>(wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP));
+    h.rc->common_data_ptr = rec;
+    char prefix[] = "10.0.0.0/24";
+    rec->prefix = prefix, rec->is_ipv4 = 1, rec->tag_mode = 1;
+    TreePtr in = build_tree("/next-hops/next-hop[index=1]/config/index = 1\n", OCNI_NS_OC_NI);
+    const zidl_yfw_datatree *entry = host::tree_find(in.get(), "/next-hops/next-hop[index=1]");
+
     const size_t binds = host::store_bind_count();
     for (int round = 0; round < 2; round++) {
         SCOPED_TRACE(round);
         EXPECT_EQ(init(), OCNI_RC_INIT_FAILED);
         uint8_t flag = 5;
+        h.set_vrf("blue");
         EXPECT_EQ(vrf_exists(h.ctx, &flag), OCNI_RC_INIT_FAILED);
         EXPECT_EQ(flag, 5);
         h.set_vrf("default");
         h.clear_traces();
         EXPECT_EQ(index_lookup(h.ctx, entry, h.out), OCNI_RC_INIT_FAILED);
-        EXPECT_EQ(h.log_lines().back(),
-                  "TRC: YFW: ctx=" + h.ctx_text() + ", ocni_yfw_ipstatic_init failed :(" +
-                      cerr_strerror(OCNI_RC_INIT_FAILED) + ")\n");
+        EXPECT_EQ(h.log_lines().back(), "TRC: YFW: ctx=" + h.ctx_text() + ", ocni_yfw_ipstatic_init failed :(" +
+                                            cerr_strerror(OCNI_RC_INIT_FAILED) + ")\n");
         EXPECT_EQ(fan_out(h.ctx, entry, h.out), OCNI_RC_INIT_FAILED);
         EXPECT_EQ(get_tag(h.ctx), OCNI_RC_INIT_FAILED);
-        h.set_vrf("blue");
         EXPECT_EQ(*init_done, 0u);
     }
     EXPECT_EQ(host::store_bind_count(), binds); /* nothing was bound */
@@ -132,8 +100,11 @@ TEST_F(InitRetry, EveryStoreUserFailsUntilTheLibraryAppears)
     EXPECT_STREQ(rec->set_tag, "");
     EXPECT_TRUE(h.out_lines().empty());
 
-    create_marker();
+    FILE *f = std::fopen(marker.c_str(), "w");
+    ASSERT_NE(f, nullptr) << marker;
+    std::fclose(f);
     uint8_t flag = 0;
+    h.set_vrf("blue");
     EXPECT_EQ(vrf_exists(h.ctx, &flag), 0u);
     EXPECT_EQ(flag, 1);
     EXPECT_EQ(*init_done, 1u);
