@@ -242,11 +242,6 @@ TEST_F(Cli, EditScenariosEndAsTheMappingDecides)
                                                                     oc_iface("GigabitEthernet0/0/0/1"))))},
          1, "Interface configuration is not allowed when next-hop is drop", "native", {"Null0"},
          {"GigabitEthernet0/0/0/1", "\"metric\""}},
-        {"set-tag on /26 beside /32",
-         {{"edit -", oc_doc("default", oc_route("10.0.0.0/32", oc_hop("1", "192.0.2.32")))},
-          {"edit -", oc_doc("default", oc_route("10.0.0.0/26", oc_hop("1", "192.0.2.200")))}},
-         {"edit -", oc_doc("default", oc_route("10.0.0.0/26", "", ",\"set-tag\":7"))}, 0, "", "get --prefix 10.0.0.0/26",
-         {"\"set-tag\": 7", "192.0.2.200"}, {"192.0.2.32"}},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
