@@ -14,6 +14,7 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "host/native_apply.h"
@@ -327,85 +328,48 @@ TEST(StoreLayout, PrefixLengthKeyAndRecordCheckValue)
     EXPECT_EQ(crc32c(nullptr, 0), 0u);
 }
 
-TEST_F(StoreClient, NextHopWrittenByTheHostRoundTripsThroughThePluginsLookup)
+/* Next hops the host writes list, sorted, where the plug-in's lookup looks; every key part and the tuple come back. */
+TEST_F(StoreClient, NextHopsWrittenByTheHostAreFoundByThePluginsLookup)
 {
     NativeNextHop nh;
     nh.prefix = "10.1.0.0";
     nh.prefix_length = 24;
-    nh.interface = "GigabitEthernet0/0/0/1";
-    nh.address = "10.1.0.254";
-    nh.bfd_fast_detect = 1;
-    nh.minimum_interval = 150;
-    nh.detect_multiplier = 3;
-    nh.metric = 20;
     nh.tag = 77;
-    nh.permanent = 1;
-    nh.vrf_label = 0;
-    nh.tunnel_id = 9;
-    nh.object_name = "track-1";
     nh.description = "uplink";
-    nh.load_metric = 5;
     nh.index = "my-index";
-    ASSERT_EQ(store_write_next_hop(nh), YFW_RC_OK);
+    for (const char *parts : {"GigabitEthernet0/0/0/1,10.1.0.254,", "Null0,,", ",10.1.0.1,x"}) {
+        std::stringstream s(parts);
+        std::getline(s, nh.interface, ',');
+        std::getline(s, nh.address, ',');
+        std::getline(s, nh.third, ',');
+        ASSERT_EQ(store_write_next_hop(nh), YFW_RC_OK) << parts;
+    }
     ASSERT_EQ(find(conn, V4, items, &count), YFW_RC_OK);
-    ASSERT_EQ(count, 1u);
-    ASSERT_EQ(items.size(), 1u);
-    EXPECT_EQ(items[0].path, V4_DIR + "GigabitEthernet0_0_0_1,0a0100fe,________,________");
-    int f[9];
-    memset(f, 0xff, sizeof f);
-    char obj[33], desc[31], index[129];
-    ASSERT_EQ(tuple_unpack(items[0].tuple.data(), uint32_t(items[0].tuple.size()), "%d%d%d%d%d%d%d%d%s%s%d%s", &f[0],
-                           &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], obj, sizeof obj, desc, sizeof desc, &f[8],
-                           index, sizeof index), YFW_RC_OK);
-    EXPECT_EQ(std::vector<int>(f, f + 9), (std::vector<int>{1, 150, 3, 20, 77, 1, 0, 9, 5}));
-    EXPECT_EQ(std::string(obj) + "," + desc + "," + index, "track-1,uplink,my-index");
+    EXPECT_EQ(count, 3u);
+    std::vector<std::string> paths;
+    for (const Listed &l : items)
+        paths.push_back(l.path);
+    EXPECT_EQ(paths, (std::vector<std::string>{V4_DIR + "GigabitEthernet0_0_0_1,0a0100fe,________,________",
+                                               V4_DIR + "Null0,________,________,________",
+                                               V4_DIR + "________,0a010001,x,________"}));
+    int f[5] = {};
+    ASSERT_EQ(tuple_unpack(items[0].tuple.data(), uint32_t(items[0].tuple.size()), "%d%d%d%d%d", &f[0], &f[1], &f[2],
+                           &f[3], &f[4]), YFW_RC_OK);
+    EXPECT_EQ(f[4], 77) << "the tag is the tuple's fifth field";
     /* The exact key, as the generated-index lookup appends it; a key part that differs finds nothing. */
-    EXPECT_EQ(find(conn, V4 + "GigabitEthernet0_0_0_1,0a0100fe,________,________", items), YFW_RC_OK);
+    EXPECT_EQ(find(conn, V4 + "Null0,________,________,________", items), YFW_RC_OK);
     EXPECT_EQ(items.size(), 1u);
     EXPECT_EQ(find(conn, V4 + "________,0a0100fe,________,________", items), SYSDB_RC_NOT_FOUND);
-    std::vector<NativeNextHop> back;
-    ASSERT_EQ(store_read_next_hops("DEFAULT", true, "10.1.0.0", 24, back), YFW_RC_OK);
-    ASSERT_EQ(back.size(), 1u);
-    EXPECT_EQ(back[0].interface + "," + back[0].address + "," + back[0].index + "," + back[0].description,
-              nh.interface + "," + nh.address + "," + nh.index + "," + nh.description);
-    EXPECT_EQ(back[0].prefix_length, 24);
-
-    /* Every key part comes back, a deleted next hop is gone, a second delete finds nothing. */
-    NativeNextHop x = nh;
-    x.interface = "Gi0/0/0/1";
-    x.address = "10.1.0.1";
-    x.third = "x";
-    x.index = "1";
-    ASSERT_EQ(store_write_next_hop(x), 0u);
+    nh.interface = "Null0";
+    nh.address = nh.third = "";
     ASSERT_EQ(store_delete_next_hop(nh), YFW_RC_OK);
     EXPECT_EQ(store_delete_next_hop(nh), SYSDB_RC_NOT_FOUND);
-    ASSERT_EQ(store_all_next_hops(back), 0u);
-    ASSERT_EQ(back.size(), 1u);
-    EXPECT_EQ(back[0].interface + "," + back[0].address + "," + back[0].third + "," + back[0].fourth + "," + back[0].index,
-              "Gi0/0/0/1,10.1.0.1,x,,1");
-}
-
-TEST_F(StoreClient, NamedVrfIpv6NextHopsListSortedWithEmptyParts)
-{
-    for (const char *a : {"2001:db8::2", "2001:db8::1", ""}) {
-        NativeNextHop nh;
-        nh.vrf = "red";
-        nh.ipv4 = false;
-        nh.prefix = "2001:db8::";
-        nh.prefix_length = 64;
-        nh.address = a;
-        nh.interface = *a ? "" : "Null0";
-        ASSERT_EQ(store_write_next_hop(nh), YFW_RC_OK);
-    }
-    ASSERT_EQ(find(conn, "ord_v/red/address/ipv6/unicast/ord_c/default/route/20010db8000000000000000000000000/0x40/.*,.*/nexthop/",
-                   items, &count), YFW_RC_OK);
-    EXPECT_EQ(count, 3u);
-    const std::string dir = "/cfg/gl/static/router/ord_v/red/address/ipv6/unicast/ord_c/default/route/"
-                            "20010db8000000000000000000000000/0x40/0,0/nexthop/";
-    ASSERT_EQ(items.size(), 3u);
-    EXPECT_EQ(items[0].path, dir + "Null0,________,________,________");
-    EXPECT_EQ(items[1].path, dir + "________,20010db8000000000000000000000001,________,________");
-    EXPECT_EQ(items[2].path, dir + "________,20010db8000000000000000000000002,________,________");
+    std::vector<NativeNextHop> back;
+    ASSERT_EQ(store_read_next_hops("DEFAULT", true, "10.1.0.0", 24, back), YFW_RC_OK);
+    ASSERT_EQ(back.size(), 2u);
+    EXPECT_EQ(back[1].interface + "," + back[1].address + "," + back[1].third + "," + back[1].fourth + "," +
+              std::to_string(back[1].prefix_length) + "," + back[1].index + "," + back[1].description,
+              ",10.1.0.1,x,,24,my-index,uplink");
 }
 
 TEST_F(StoreClient, PatternComponentsMatchWholeComponentsAndEmptyDirectoriesCountZero)

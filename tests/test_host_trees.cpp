@@ -313,49 +313,6 @@ TEST_F(TreeOps, UnterminatedXpathRecordFieldsAreReadWithinTheirSize)
     EXPECT_EQ(strlen(r.result->value), size_t(YFW_XPATH_VALUE_LEN));
 }
 
-/*
- * A lookup repeated with the same path answers as a fresh one would: after
- * the entry's key changed, after another entry became current, from
- * another root, and in another tree.
- */
-TEST_F(TreeOps, RepeatedLookupsFollowKeyAndCurrentEntryChanges)
-{
-    const std::string a = PROTO + "/static-routes/static[prefix=10.0.0.0/8]/";
-    const std::string b = PROTO + "/static-routes/static[prefix=11.0.0.0/8]/";
-    auto metric = [&](const std::string &entry) {
-        zidl_yfw_datatree *n = tree_find(h.out, (entry + "config/metric").c_str());
-        return n != nullptr && n->value != nullptr ? std::string(n->value) : std::string("-");
-    };
-    const std::string leaf = ST + "/config/metric";
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a), YFW_RC_OK);
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, b), YFW_RC_OK);
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a), YFW_RC_NODE_EXISTS);
-    zidl_yfw_datatree *entry_a = last.result;
-    ASSERT_EQ(add(leaf, "1"), YFW_RC_OK); /* lands in the entry looked up last */
-    EXPECT_EQ(metric(a), "1");
-    ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, b), YFW_RC_OK);
-    ASSERT_EQ(add(leaf, "2"), YFW_RC_OK);
-    EXPECT_EQ(metric(b), "2");
-    EXPECT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, a), YFW_RC_OK);
-    ASSERT_EQ(add(leaf, "3"), YFW_RC_OK);
-    EXPECT_EQ(metric(a), "3");
-    /* The plug-in makes b current; looking a up again makes a current again. */
-    h.rc->current_list = tree_find(h.out, b.c_str());
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a), YFW_RC_NODE_EXISTS);
-    ASSERT_EQ(add(leaf, "4"), YFW_RC_OK);
-    EXPECT_EQ(metric(a), "4");
-    EXPECT_EQ(metric(b), "2");
-    /* Entry a now carries another key: its old path finds nothing. */
-    NodeRef ref = node_ref(entry_a);
-    ASSERT_TRUE(node_set_value(node_child(entry_a, "prefix"), "12.0.0.0/8"));
-    EXPECT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, a), YFW_RC_MAP_FAILED);
-    xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, PROTO + "/static-routes/static[prefix=12.0.0.0/8]/");
-    EXPECT_EQ(last.result, node_get(ref));
-    TreePtr other(tree_new());
-    EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, other.get(), b), YFW_RC_OK); /* made there, not found here */
-    EXPECT_EQ(node_root(last.result), other.get());
-}
-
 TEST_F(TreeOps, PlacementPutsValueNamespaceAndSourceOperationOnTheLastNode)
 {
     TreePtr in = build_tree("/x = 1 (delete)");
@@ -459,43 +416,57 @@ TEST_F(TreeOps, PlacementFollowsTheInputEntriesAndStitchedLists)
 }
 
 /*
- * Consecutive placements sharing a leading path resume where the previous
- * one stopped; each way the current entry can change in between must be
- * seen: an xpath walk through another entry, the plug-in's current_list,
- * a new entry, and another output tree.
+ * Lookups and placements resume where the previous one stopped; each way
+ * the current entry can change in between must be seen: an xpath lookup
+ * (also one repeating the same path), the plug-in's current_list, a new
+ * entry, a changed key, another tree, and the entry's array moving.
  */
-TEST_F(TreeOps, PlacementsFollowEveryChangeOfTheCurrentEntry)
+TEST_F(TreeOps, LookupsAndPlacementsFollowEveryChangeOfTheCurrentEntry)
 {
-    const std::string leaf = ST + "/config/metric";
-    auto metric = [&](const char *prefix) {
-        zidl_yfw_datatree *m = h.out_node(ROUTES + "/static[prefix=" + prefix + "]/config/metric");
+    auto entry = [&](const char *p) { return PROTO + "/static-routes/static[prefix=" + p + "]"; };
+    auto metric = [&](const char *p) {
+        zidl_yfw_datatree *m = h.out_node(entry(p) + "/config/metric");
         return m != nullptr && m->value != nullptr ? std::string(m->value) : std::string("-");
     };
-    for (const char *p : {"10.0.0.0/8", "11.0.0.0/8"}) {
-        ASSERT_EQ(add(ST, nullptr, 1), YFW_RC_OK);
-        ASSERT_EQ(add(ST + "/prefix", p), YFW_RC_OK);
-    }
-    ASSERT_EQ(add(leaf, "1"), YFW_RC_OK); /* the newest entry is current */
-    EXPECT_EQ(metric("11.0.0.0/8"), "1");
-    ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, ROUTES + "/static[prefix=10.0.0.0/8]"), YFW_RC_OK);
-    ASSERT_EQ(add(leaf, "2"), YFW_RC_OK);
-    EXPECT_EQ(metric("10.0.0.0/8"), "2");
-    h.rc->current_list = h.out_node(ROUTES + "/static[prefix=11.0.0.0/8]");
-    ASSERT_EQ(add(leaf, "3"), YFW_RC_OK);
-    EXPECT_EQ(metric("11.0.0.0/8"), "3");
-    EXPECT_EQ(metric("10.0.0.0/8"), "2");
-    ASSERT_EQ(add(ST, nullptr, 1), YFW_RC_OK);
+    auto place = [&](const char *v) { return add(ST + "/config/metric", v); };
+    const std::string a = entry("10.0.0.0/8"), b = entry("11.0.0.0/8");
+    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_OK);
+    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, b + "/"), YFW_RC_OK);
+    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_NODE_EXISTS);
+    NodeRef ref = node_ref(last.result);
+    ASSERT_EQ(place("1"), YFW_RC_OK); /* lands in the entry looked up last */
+    EXPECT_EQ(metric("10.0.0.0/8"), "1");
+    ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, b + "/"), YFW_RC_OK);
+    ASSERT_EQ(place("2"), YFW_RC_OK);
+    EXPECT_EQ(metric("11.0.0.0/8"), "2");
+    ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_OK);
+    ASSERT_EQ(place("3"), YFW_RC_OK);
+    EXPECT_EQ(metric("10.0.0.0/8"), "3");
+    h.rc->current_list = h.out_node(b); /* the plug-in's choice is used ... */
+    ASSERT_EQ(place("4"), YFW_RC_OK);
+    EXPECT_EQ(metric("11.0.0.0/8"), "4");
+    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_NODE_EXISTS); /* ... until a lookup */
+    ASSERT_EQ(place("5"), YFW_RC_OK);
+    EXPECT_EQ(metric("10.0.0.0/8"), "5");
+    EXPECT_EQ(metric("11.0.0.0/8"), "4");
+    ASSERT_EQ(add(ST, nullptr, 1), YFW_RC_OK); /* a new entry becomes current */
     ASSERT_EQ(add(ST + "/prefix", "12.0.0.0/8"), YFW_RC_OK);
-    ASSERT_EQ(add(leaf, "4"), YFW_RC_OK);
-    EXPECT_EQ(metric("12.0.0.0/8"), "4");
-    EXPECT_EQ(metric("11.0.0.0/8"), "3");
-    TreePtr other(tree_new());
-    ASSERT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, other.get(), leaf.c_str(), NS, "5", nullptr, nullptr, 0, 0),
-              YFW_RC_OK);
-    EXPECT_EQ(tree_lines(other.get()), (Lines{ROUTES + "/static/config/metric = 5"}));
-    EXPECT_EQ(metric("12.0.0.0/8"), "4");
+    ASSERT_EQ(place("6"), YFW_RC_OK);
+    EXPECT_EQ(metric("12.0.0.0/8"), "6");
+    EXPECT_EQ(metric("10.0.0.0/8"), "5");
+    /* Entry a now carries another key: its old path finds nothing, its new one finds it. */
+    ASSERT_TRUE(node_set_value(node_child(node_get(ref), "prefix"), "13.0.0.0/8"));
+    EXPECT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_MAP_FAILED);
+    xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, entry("13.0.0.0/8") + "/");
+    EXPECT_EQ(last.result, node_get(ref));
+    TreePtr other(tree_new()), third(tree_new());
+    ASSERT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, other.get(), (ST + "/config/metric").c_str(), NS, "7", nullptr,
+                                                nullptr, 0, 0), YFW_RC_OK);
+    EXPECT_EQ(tree_lines(other.get()), (Lines{ROUTES + "/static/config/metric = 7"}));
+    EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, third.get(), b + "/"), YFW_RC_OK); /* made there, not found here */
+    EXPECT_EQ(node_root(last.result), third.get());
+    EXPECT_EQ(metric("12.0.0.0/8"), "6");
     /* The current entry is followed when its array moves. */
-    NodeRef ref = node_ref(h.out_node(ROUTES + "/static[prefix=10.0.0.0/8]"));
     h.rc->current_list = node_get(ref);
     for (int i = 0; i < 40; ++i)
         ASSERT_EQ(add(ST, nullptr, 1), YFW_RC_OK);
