@@ -198,7 +198,7 @@ TEST_F(FrameworkOps, NamesMatchExactlyAndLastTokenOfAPath)
     EXPECT_EQ(yfw_map_get_last_token_from_path(nullptr, &tok), YFW_RC_MAP_FAILED);
 }
 
-TEST_F(FrameworkOps, RequestStateTrimPathVrfDeleteAndCleanup)
+TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
 {
     const char *tag = "YFW MAP trim list ctx";
     size_t base = alloc_live(tag);
@@ -211,25 +211,16 @@ TEST_F(FrameworkOps, RequestStateTrimPathVrfDeleteAndCleanup)
     EXPECT_EQ(alloc_live(tag), base);
     EXPECT_EQ(yfw_map_copy_trim_path_list_ctx(h.ctx, nullptr), YFW_RC_MAP_FAILED);
 
-    EXPECT_EQ(ymap_oc_ni_get_vrf_name(h.ctx), nullptr);
-    h.set_vrf("red");
-    EXPECT_STREQ(ymap_oc_ni_get_vrf_name(h.ctx), "red");
-    h.set_vrf(nullptr);
-    EXPECT_EQ(ymap_oc_ni_get_vrf_name(h.ctx), nullptr);
-
-    TreePtr in = build_tree("/a = 1 (delete)\n/b = 2 (remove)\n/c = 3");
+    TreePtr in = build_tree("/a = 1 (delete)\n/b = 2 (remove)");
     EXPECT_TRUE(yfw_map_is_request_delete(tree_find(in.get(), "/a")));
     EXPECT_FALSE(yfw_map_is_request_delete(tree_find(in.get(), "/b")));
-    EXPECT_FALSE(yfw_map_is_request_delete(tree_find(in.get(), "/c")));
     EXPECT_FALSE(yfw_map_is_request_delete(nullptr));
-
     /* The error path names the current input node, "" before there is one. */
     yfw_oc_error_path(h.ctx);
-    h.enter(tree_find(in.get(), "/c"));
+    h.enter(tree_find(in.get(), "/b"));
     yfw_oc_error_path(h.ctx);
     yfw_oc_error_path(nullptr);
-    EXPECT_EQ(h.error_paths(), (Lines{"", "/c"}));
-
+    EXPECT_EQ(h.error_paths(), (Lines{"", "/b"}));
     /* The framework frees what the plug-in left on the request. */
     AllocWatch watch;
     h.rc->user_error_msg = yfw_strdup("refused", "YFW MAP");

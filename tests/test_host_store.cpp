@@ -143,41 +143,6 @@ TEST_F(StoreDir, EnginesShareOneTransactionContract)
     EXPECT_FALSE(err.empty());
 }
 
-/* The native configuration through the engine: what one process commits, the next one reads. */
-TEST_F(StoreDir, NativeConfigurationSurvivesARestart)
-{
-    const std::string e =
-        "/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv6/vrf-unicast/vrf-prefixes/"
-        "vrf-prefix[prefix=2001:db8::][prefix-length=64]/vrf-route/vrf-next-hop-table/"
-        "vrf-next-hop-interface-name-next-hop-address[interface-name=Gi0/0/0/1.5][next-hop-address=2001:db8::1]";
-    std::vector<std::string> before;
-    std::string err;
-    {
-        store_use_engine(open());
-        NativeConfig c;
-        ASSERT_TRUE(c.open(err)) << err;
-        std::vector<std::string> changes;
-        ASSERT_TRUE(c.add_vrf("red", changes));
-        TreePtr in = build_tree(e + "/metric = 4\n" + e + "/description = \"a b\"\n" + e + "/index = ##x##\n",
-                                OCNI_NS_NATIVE);
-        ASSERT_TRUE(c.apply(in.get(), changes, err)) << err;
-        ASSERT_TRUE(c.commit(err)) << err;
-        TreePtr t(c.to_tree());
-        before = tree_lines(t.get());
-        store_reset();
-    }
-    store_use_engine(open());
-    NativeConfig c;
-    ASSERT_TRUE(c.open(err)) << err;
-    TreePtr t(c.to_tree());
-    EXPECT_EQ(tree_lines(t.get()), before);
-    EXPECT_TRUE(c.vrf_known("red"));
-    /* And in the layout the plug-in's lookups read. */
-    KV m = dump(*store_engine(), "/cfg/gl/static/router/", prefix_end("/cfg/gl/static/router/"));
-    ASSERT_EQ(m.size(), 1u);
-    EXPECT_NE(m.begin()->first.find("ord_v/red/address/ipv6/"), std::string::npos) << m.begin()->first;
-}
-
 /*
  * A process killed while committing an edit leaves the store as before or
  * after it, never between: a child rewrites every route's metric in one

@@ -21,20 +21,6 @@ const std::string NH = ST + "/next-hops/next-hop";
 const std::string ROUTES = "/network-instances/network-instance/protocols/protocol/static-routes";
 const std::string PROTO = "/network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]";
 
-TEST(Trees, HandlesOutliveSiblingAdditionsAndDieWithTheTree)
-{
-    zidl_yfw_datatree *root = tree_new();
-    NodeRef ref = node_ref(node_add_child(root, "a", NodeKind::Leaf, "1"));
-    for (int i = 0; i < 100; ++i)
-        node_add_child(root, "b", NodeKind::Leaf, "2");
-    ASSERT_NE(node_get(ref), nullptr);
-    EXPECT_STREQ(node_get(ref)->value, "1");
-    EXPECT_EQ(node_parent(node_get(ref)), root);
-    EXPECT_EQ(root->children[root->n_children].name, nullptr); /* a NULL name ends every array */
-    tree_free(root);
-    EXPECT_EQ(node_get(ref), nullptr);
-}
-
 TEST(Trees, KeylessStepsFindTheOldestEntryWithoutScanning)
 {
     TreePtr t = build_tree("/routes");
@@ -191,27 +177,6 @@ protected:
     yfw_map_xpath_op last;
 };
 
-TEST_F(TreeOps, XpathAddMakesEntriesWithKeyLeavesOnceAndUpdatesLeaves)
-{
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_CONTAINER, h.out, PROTO + "/"), YFW_RC_OK);
-    const zidl_yfw_datatree *proto = last.result;
-    ASSERT_NE(proto, nullptr);
-    EXPECT_EQ(proto->flags & YFW_DT_F_LIST, YFW_DT_F_LIST);
-    EXPECT_EQ(proto->children[1].flags & (YFW_DT_F_LIST | YFW_DT_F_VALUE), YFW_DT_F_LIST | YFW_DT_F_VALUE);
-    EXPECT_EQ(h.out_lines(DumpOptions{true, false}),
-              (Lines{"/network-instances/network-instance[name=red]/name = red", PROTO + "/identifier = STATIC",
-                     PROTO + "/name = DEFAULT"}));
-    EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_CONTAINER, h.out, PROTO), YFW_RC_NODE_EXISTS);
-    EXPECT_EQ(last.result, proto);
-    EXPECT_EQ(tree_size(h.out), 8u); /* root and seven nodes: nothing added twice */
-    NodeRef ni = node_ref(tree_find(h.out, "/network-instances/network-instance[name=red]"));
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LEAF, node_get(ni), "/config/name", "red"), YFW_RC_OK);
-    const zidl_yfw_datatree *leaf = last.result;
-    EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LEAF, node_get(ni), "/config/name", "blue"), YFW_RC_NODE_EXISTS);
-    EXPECT_EQ(last.result, leaf);
-    EXPECT_STREQ(leaf->value, "blue");
-}
-
 TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
 {
     TreePtr in = build_tree(R"(
@@ -294,63 +259,6 @@ TEST_F(TreeOps, UnterminatedXpathRecordFieldsAreReadWithinTheirSize)
     ASSERT_NE(r.result, nullptr);
     EXPECT_EQ(strlen(r.result->name), YFW_XPATH_PATH_LEN - 3);
     EXPECT_EQ(strlen(r.result->value), size_t(YFW_XPATH_VALUE_LEN));
-}
-
-TEST_F(TreeOps, PlacementPutsValueNamespaceAndSourceOperationOnTheLastNode)
-{
-    TreePtr in = build_tree("/x = 1 (delete)");
-    zidl_yfw_datatree *created = nullptr;
-    ASSERT_EQ(add("//router-static//default-vrf/address-family/vrfipv4/vrf-unicast/", nullptr, 0,
-                  tree_find(in.get(), "/x"), &created), YFW_RC_OK); /* empty tokens are skipped */
-    ASSERT_NE(created, nullptr);
-    EXPECT_STREQ(created->name, "vrf-unicast");
-    EXPECT_EQ(created->op, YFW_DT_OP_DELETE);
-    EXPECT_EQ(created->flags & YFW_DT_F_OP, YFW_DT_F_OP);
-    EXPECT_STREQ(created->ns, NS);
-    EXPECT_EQ(node_parent(created)->flags & YFW_DT_F_OP, 0); /* only the last node takes the operation */
-    EXPECT_EQ(h.out_lines(), (Lines{"/router-static/default-vrf/address-family/vrfipv4/vrf-unicast (delete)"}));
-    /* A leaf added twice is one leaf with the newer value. */
-    zidl_yfw_datatree *a = nullptr, *b = nullptr;
-    ASSERT_EQ(add("/c/leaf", "1", 0, nullptr, &a), YFW_RC_OK);
-    ASSERT_EQ(add("/c/leaf", "2", 0, nullptr, &b), YFW_RC_OK);
-    EXPECT_EQ(a, b);
-    EXPECT_STREQ(b->value, "2");
-    EXPECT_EQ(b->flags & YFW_DT_F_VALUE, YFW_DT_F_VALUE);
-    /* Suppressed additions are dropped. */
-    h.rc->suppress_flag = 1;
-    size_t size = tree_size(h.out);
-    EXPECT_EQ(add("/router-static/other", nullptr, 0, nullptr, &created), YFW_RC_OK);
-    EXPECT_EQ(created, nullptr);
-    EXPECT_EQ(tree_size(h.out), size);
-}
-
-TEST_F(TreeOps, FlagOneMakesANewEntryWhoseKeyLeavesIndexIt)
-{
-    for (const char *vrf : {"red", "blue"}) {
-        ASSERT_EQ(add("/router-static/vrfs/vrf", nullptr, 1), YFW_RC_OK);
-        ASSERT_EQ(add("/router-static/vrfs/vrf/vrf-name", vrf), YFW_RC_OK);
-    }
-    ASSERT_EQ(add("/box", nullptr, 1), YFW_RC_OK);
-    ASSERT_EQ(add("/box", nullptr, 1), YFW_RC_OK);
-    EXPECT_EQ(h.out_lines(), (Lines{"/box", "/box", "/router-static/vrfs/vrf[vrf-name=blue]",
-                                    "/router-static/vrfs/vrf[vrf-name=red]"}));
-    zidl_yfw_datatree *red = h.out_node("/router-static/vrfs/vrf[vrf-name=red]");
-    ASSERT_NE(red, nullptr);
-    EXPECT_EQ(red->flags & YFW_DT_F_LIST, YFW_DT_F_LIST);
-    EXPECT_EQ(red->children[0].flags & YFW_DT_F_LIST, YFW_DT_F_LIST);
-    /* A key changed in the current entry re-indexes it. */
-    ASSERT_EQ(add("/router-static/vrfs/vrf/vrf-name", "green"), YFW_RC_OK);
-    EXPECT_EQ(h.out_node("/router-static/vrfs/vrf[vrf-name=blue]"), nullptr);
-    EXPECT_NE(h.out_node("/router-static/vrfs/vrf[vrf-name=green]"), nullptr);
-    /* List names below config or state are leaves. */
-    ASSERT_EQ(add(NH, nullptr, 1), YFW_RC_OK);
-    ASSERT_EQ(add(NH + "/index", "1"), YFW_RC_OK);
-    zidl_yfw_datatree *leaf = nullptr;
-    ASSERT_EQ(add(NH + "/config/next-hop", "DROP", 0, nullptr, &leaf), YFW_RC_OK);
-    EXPECT_EQ(leaf->flags & YFW_DT_F_LIST, 0);
-    ASSERT_EQ(add(NH + "/state/next-hop", "DROP", 0, nullptr, &leaf), YFW_RC_OK);
-    EXPECT_EQ(leaf->flags & YFW_DT_F_LIST, 0);
-    EXPECT_NE(h.out_node(ROUTES + "/static/next-hops/next-hop[index=1]/state/next-hop"), nullptr);
 }
 
 /*

@@ -168,35 +168,6 @@ TEST_F(WalkerOrder, BelowADeletedEntryOnlyItsKeysAreMapped)
     EXPECT_EQ(called(), ROUTE_KEYS);
 }
 
-TEST_F(WalkerOrder, DeleteOfANamedInstanceIsOnePrefixlessStaticDeleteUnderSuppression)
-{
-    std::vector<std::string> changes;
-    config_.add_vrf("red", changes);
-    TreePtr native = build_tree("/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv4/vrf-unicast/"
-                                "vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]\n", OCNI_NS_NATIVE);
-    ASSERT_TRUE(walker_->native_edit(native.get(), false, true).result.ok());
-    ASSERT_TRUE(edit("/network-instances/network-instance[name=red] (delete)\n").result.ok());
-    const Call *st = find("_staticroutes_static");
-    ASSERT_NE(st, nullptr);
-    EXPECT_EQ(st->suppress, 1u);
-    EXPECT_EQ(st->vrf, "red");
-    EXPECT_EQ(find("_static_prefix"), nullptr) << "no prefix: every route of the instance";
-    EXPECT_EQ(find("_staticroutes")->suppress, 0u);
-}
-
-TEST_F(WalkerOrder, FilteredReadAsksTheEditCallbacksInReadMode)
-{
-    ReadRequest rq;
-    rq.vrf = "red";
-    rq.prefix = "10.0.0.0/24";
-    zidl_yfw_datatree *out = nullptr;
-    WalkResult r = walker_->read(rq, &out);
-    tree_free(out);
-    ASSERT_TRUE(r.ok());
-    EXPECT_EQ(called(), ROUTE_KEYS);
-    EXPECT_EQ(g_calls[0].vrf, "red");
-}
-
 /* A stored route whose record is damaged: the edit's native result cannot be applied, and nothing is stored. */
 class WalkerStore : public WalkerFixture {};
 

@@ -105,29 +105,6 @@ protected:
 };
 y::Context *Yang::ctx_ = nullptr;
 
-TEST_F(Yang, NativeModuleHoldsEveryTableAndAttributeInBothFamiliesAndVrfKinds)
-{
-    const std::pair<const char *, const char *> tables[] = {
-        {"vrf-next-hop-interface-name", "interface-name"},
-        {"vrf-next-hop-interface-name-next-hop-address", "interface-name next-hop-address"},
-        {"vrf-next-hop-next-hop-address", "next-hop-address"}};
-    const char *attributes[] = {"index", "metric", "tag", "description", "bfd-fast-detect", "detect-multiplier",
-                                "minimum-interval", "permanent", "vrf-lable", "tunnel-id", "load-metric", "object-name"};
-    EXPECT_EQ(keys_of(resolve(*ctx_, y::kNativeModule, "/router-static/vrfs/vrf")), "vrf-name");
-    for (const char *af : {"vrfipv4", "vrfipv6"}) {
-        for (const char *root : {"/router-static/default-vrf", "/router-static/vrfs/vrf"}) {
-            const std::string prefix = std::string(root) + "/address-family/" + af + "/vrf-unicast/vrf-prefixes/vrf-prefix";
-            EXPECT_EQ(keys_of(resolve(*ctx_, y::kNativeModule, prefix)), "prefix prefix-length") << prefix;
-            for (const auto &[name, keys] : tables) {
-                const std::string table = prefix + "/vrf-route/vrf-next-hop-table/" + name;
-                EXPECT_EQ(keys_of(resolve(*ctx_, y::kNativeModule, table)), keys) << table;
-                for (const char *a : attributes)
-                    EXPECT_NE(resolve(*ctx_, y::kNativeModule, table + "/" + a), nullptr) << table << "/" << a;
-            }
-        }
-    }
-}
-
 /* Every node of the project's OpenConfig subset, with its path. */
 void collect(const lysc_node *node, const std::string &parent, std::vector<std::pair<std::string, const lysc_node *>> &out)
 {
@@ -321,34 +298,6 @@ TEST_F(Yang, InstancePathsNameAndDeleteTheirTargetOrSayWhyNot)
     }
 }
 
-TEST_F(Yang, HostTreeCarriesKeysAndIdentitiesAsBareNamesWithTheirModuleNamespace)
-{
-    y::Tree tree;
-    ASSERT_FALSE(parse(*ctx_, oc_doc("\"prefix\":\"10.1.0.0/16\",\"config\":{\"set-tag\":\"0x1f\"},\"next-hops\":{\"next-hop\":["
-                                     "{\"index\":\"d\",\"config\":{\"next-hop\":\"openconfig-local-routing:DROP\"}},"
-                                     "{\"index\":\"a\",\"config\":{\"next-hop\":\"192.0.2.1\",\"metric\":7}}]}"), tree));
-    HostTree ht;
-    y::HostTreeSink sink;
-    y::Error e = y::to_datatree(tree, sink, ht.root);
-    ASSERT_FALSE(e) << e.message;
-    h::DumpOptions opt;
-    opt.key_leaves = true;
-    opt.ns = true;
-    const std::string dump = h::tree_dump(ht.root, opt);
-    const std::string st = kProto + "/static-routes/static[prefix=10.1.0.0/16]";
-    const std::string ni = " {http://openconfig.net/yang/network-instance}";
-    for (const std::string &line : {kProto + "/identifier = STATIC" + ni + " {http://openconfig.net/yang/policy-types}",
-             st + "/next-hops/next-hop[index=d]/config/next-hop = DROP" + ni + " {http://openconfig.net/yang/local-routing}",
-             st + "/next-hops/next-hop[index=a]/config/next-hop = 192.0.2.1" + ni,
-             st + "/next-hops/next-hop[index=a]/config/metric = 7" + ni, st + "/config/set-tag = 0x1f" + ni})
-        EXPECT_NE(dump.find(line + "\n"), std::string::npos) << "missing: " << line << "\nin:\n" << dump;
-    zidl_yfw_datatree *nh = h::tree_find(ht.root, (st + "/next-hops/next-hop[index=a]").c_str());
-    ASSERT_NE(nh, nullptr);
-    EXPECT_TRUE(nh->flags & YFW_DT_F_LIST);
-    EXPECT_EQ(h::node_child(nh, "index")->flags & (YFW_DT_F_LIST | YFW_DT_F_VALUE), YFW_DT_F_LIST | YFW_DT_F_VALUE);
-    EXPECT_FALSE(h::node_child(h::node_child(nh, "config"), "metric")->flags & YFW_DT_F_LIST);
-}
-
 TEST_F(Yang, RoundTripThroughTheHostTreePrintsTheSameDocument)
 {
     for (const std::string &route : {
@@ -425,23 +374,6 @@ TEST_F(Yang, HostTreeTheSchemaRefusesIsAnInternalErrorNamingThePath)
         EXPECT_NE(e.message.find(mentions), std::string::npos) << e.message;
         EXPECT_TRUE(out == nullptr);
     }
-}
-
-TEST_F(Yang, ReadNetworkInstancesGetTheirConfigNameOnce)
-{
-    y::Tree tree, empty;
-    ASSERT_FALSE(parse(*ctx_, "{\"openconfig-network-instance:network-instances\":{\"network-instance\":[{\"name\":\"red\"},"
-                              "{\"name\":\"default\",\"config\":{\"name\":\"default\"}},{\"name\":\"blue\",\"protocols\":{}}]}}", tree));
-    ASSERT_FALSE(y::complete_network_instance_names(tree));
-    const std::string text = json(tree);
-    for (const char *name : {"red", "default", "blue"}) {
-        const std::string want = std::string("\"config\": {\n          \"name\": \"") + name + "\"";
-        const size_t at = text.find(want);
-        EXPECT_NE(at, std::string::npos) << name << " in\n" << text;
-        EXPECT_EQ(text.find(want, at + 1), std::string::npos) << name << " twice in\n" << text;
-    }
-    EXPECT_FALSE(y::complete_network_instance_names(empty));
-    EXPECT_TRUE(empty == nullptr);
 }
 
 } // namespace
