@@ -67,7 +67,7 @@ TEST(Addresses, GetaddrinfoNeverResolvesNames)
     freeaddrinfo_qz(nullptr);
 }
 
-TEST(Allocation, LiveCountsPerTagAndRefusalOnDemand)
+TEST(Allocation, LiveCountsPerTag)
 {
     const std::string tag = "TEST live counts";
     size_t base = alloc_live(tag);
@@ -84,14 +84,6 @@ TEST(Allocation, LiveCountsPerTagAndRefusalOnDemand)
     wos_named_free(malloc(10)); /* plain blocks are accepted */
     EXPECT_EQ(yfw_strdup(nullptr, tag.c_str()), nullptr);
     EXPECT_EQ(wos_named_calloc_(SIZE_MAX / 2, 4, tag.c_str()), nullptr);
-
-    alloc_fail_nth("TEST refuse", 2); /* only the second block of that tag */
-    void *got[4] = {wos_named_calloc_(1, 1, "TEST refuse"), wos_named_calloc_(1, 1, "TEST other tag"),
-                    wos_named_calloc_(1, 1, "TEST refuse"), wos_named_calloc_(1, 1, "TEST refuse")};
-    EXPECT_TRUE(got[0] != nullptr && got[1] != nullptr && got[2] == nullptr && got[3] != nullptr);
-    for (void *p : got)
-        wos_named_free(p);
-    EXPECT_EQ(alloc_live("TEST refuse"), 0u);
 }
 
 TEST(BoundedStrings, CutNeverOverflow)

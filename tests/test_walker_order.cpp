@@ -1,8 +1,9 @@
 /*
  * The walker's framework duties, seen from small fake callbacks registered
  * under the plug-in's names: walk order, the subtrees argument, request
- * state around each call (VRF, ancestors, input list stack, suppression),
- * refusals that abort the whole edit, and deletes below a deleted entry.
+ * state around each call (VRF, ancestors, input list stack), refusals
+ * that abort the whole edit and free the request, deletes below a deleted
+ * entry; and an edit whose native result cannot be applied.
  */
 #include <gtest/gtest.h>
 
@@ -34,7 +35,6 @@ struct Call {
     int depth;            /* ancestors table depth */
     std::string vrf;
     size_t entries; /* input list entries on the stack */
-    uint32_t suppress;
 };
 
 std::vector<std::string> g_names;
@@ -46,7 +46,7 @@ cerrno fake(int i, yfw_map_ctx *ctx, const zidl_yfw_datatree *in, unsigned subtr
 {
     const char *vrf = ymap_oc_ni_get_vrf_name(ctx);
     g_calls.push_back(Call{g_names[i], std::string(in->name) + (in->value ? std::string("=") + in->value : ""), subtrees,
-                           ctx->req_ctx->depth, vrf ? vrf : "", req_input_depth(ctx->req_ctx), ctx->req_ctx->suppress_flag});
+                           ctx->req_ctx->depth, vrf ? vrf : "", req_input_depth(ctx->req_ctx)});
     if (g_names[i] != g_fail_on)
         return 0;
     if (g_fail_rc == YFW_RC_INVALID_REQUEST)
