@@ -7,6 +7,7 @@
 # CI does not run it.
 #   bash scripts/mutation.sh            # both samples
 #   OCNI_MUT_ONLY=host bash scripts/mutation.sh
+#   OCNI_MUT_CASES=1 bash scripts/mutation.sh   # records which test cases catch each mutant
 set -euo pipefail
 cd "$(dirname "$0")/.."
 MUTATE=${OCNI_MUTATE:-../shared/tools/mutate.py}
@@ -16,7 +17,8 @@ ONLY=${OCNI_MUT_ONLY:-}
 [ -f "$MUTATE" ] || { echo "mutation runner not found: $MUTATE (set OCNI_MUTATE)" >&2; exit 1; }
 launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
-cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=Debug -DOCNI_BUILD_BENCH=OFF "${launcher[@]}" >/dev/null
+cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=Debug -DOCNI_BUILD_BENCH=OFF -DOCNI_TEST_CASES="${OCNI_MUT_CASES:-OFF}" \
+  "${launcher[@]}" >/dev/null
 # The NETCONF server's test (a Python client, ~45 s) drives the same engine the other suites
 # cover; left out here it would triple the run. Kill rates are measured without it.
 echo 'set(CTEST_CUSTOM_TESTS_IGNORE netconf_server)' >"$BUILD/CTestCustom.cmake"
