@@ -22,6 +22,7 @@ cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=Debug -DOCNI_BUILD_BENCH=OFF -DOCNI_TE
 # The NETCONF server's test (a Python client, ~45 s) drives the same engine the other suites
 # cover; left out here it would triple the run. Kill rates are measured without it.
 echo 'set(CTEST_CUSTOM_TESTS_IGNORE netconf_server)' >"$BUILD/CTestCustom.cmake"
+export OCNI_SOURCE_DIR="$PWD" OCNI_BINARY_DIR="$PWD/$BUILD"   # what ctest sets per test otherwise
 run() {  # name glob count
   nice -n 10 python3 "$MUTATE" --src . --build "$BUILD" --files "$2" --count "$3" \
     --seed "$SEED" --out "$BUILD/mutants-$1.jsonl" >"$BUILD/mutants-$1.log" 2>&1 ||
