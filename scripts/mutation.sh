@@ -2,12 +2,13 @@
 # Mutation testing: seeds faults into a fixed sample of the plug-in (100 mutants over
 # localrouting/src) and of the host (50 over host/), rebuilds and runs ctest for each, and prints
 # both kill rates. Uses its own build without sanitizers (faster); mutants are written into the
-# source tree one at a time and put back, so leave the tree alone while it runs (20 to 40
+# source tree one at a time and put back, so leave the tree alone while it runs (about 20
 # minutes on two cores).
 # CI does not run it.
 #   bash scripts/mutation.sh            # both samples
 #   OCNI_MUT_ONLY=host bash scripts/mutation.sh
-#   OCNI_MUT_CASES=1 bash scripts/mutation.sh   # records which test cases catch each mutant
+# Every test case runs as a ctest test of its own (the slow suites spread over both cores, and
+# each record names the cases that caught the mutant); OCNI_MUT_CASES=0 runs whole suites.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 MUTATE=${OCNI_MUTATE:-../shared/tools/mutate.py}
@@ -17,7 +18,7 @@ ONLY=${OCNI_MUT_ONLY:-}
 [ -f "$MUTATE" ] || { echo "mutation runner not found: $MUTATE (set OCNI_MUTATE)" >&2; exit 1; }
 launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
-cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=Debug -DOCNI_BUILD_BENCH=OFF -DOCNI_TEST_CASES="${OCNI_MUT_CASES:-OFF}" \
+cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=Debug -DOCNI_BUILD_BENCH=OFF -DOCNI_TEST_CASES="${OCNI_MUT_CASES:-1}" \
   "${launcher[@]}" >/dev/null
 # The NETCONF server's test (a Python client, ~45 s) drives the same engine the other suites
 # cover; left out here it would triple the run. Kill rates are measured without it.
