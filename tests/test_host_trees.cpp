@@ -21,6 +21,33 @@ const std::string NH = ST + "/next-hops/next-hop";
 const std::string ROUTES = "/network-instances/network-instance/protocols/protocol/static-routes";
 const std::string PROTO = "/network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]";
 
+TEST(Trees, InstancePathsParseToStepsOrSayWhatIsWrong)
+{
+    const struct {
+        const char *path, *why; /* why: "" when the path parses */
+    } rows[] = {
+        {"/a[k='x]y'][n=2]/b", ""},
+        {"/a[k=1]x", "text after ']'"},
+        {"/a['k'=1]", ""},
+        {"/a[k='1'x]", "text after a quoted key value"},
+        {"/a[k='1", "unterminated quoted key value"},
+        {"/a[k=1", "unterminated '['"},
+        {"/a[k]", "key without '='"},
+        {"/[k=1]", "key without a node name"},
+    };
+    for (const auto &r : rows) {
+        std::vector<PathStep> steps;
+        std::string why;
+        EXPECT_EQ(parse_instance_path(r.path, steps, &why), *r.why == '\0') << r.path;
+        EXPECT_EQ(why, r.why) << r.path;
+    }
+    std::vector<PathStep> steps;
+    ASSERT_TRUE(parse_instance_path("/a[k='x]y'][n=2]/b", steps));
+    ASSERT_EQ(steps.size(), 2u);
+    EXPECT_EQ(steps[0].keys, (std::vector<std::pair<std::string, std::string>>{{"k", "x]y"}, {"n", "2"}}));
+    EXPECT_EQ(steps[1].name, "b");
+}
+
 TEST(Trees, KeylessStepsFindTheOldestEntryWithoutScanning)
 {
     TreePtr t = build_tree("/routes");
