@@ -156,73 +156,6 @@ protected:
 /* New next hops                                                       */
 /* ------------------------------------------------------------------ */
 
-struct NewCase {
-    const char *name;
-    std::string vrf;
-    std::string prefix;
-    Lines leaves;   /* below the next-hop entry of index 7 */
-    Lines expected; /* below the route's next-hop table */
-};
-
-std::vector<NewCase> new_cases()
-{
-    return {
-        {"AddressDefaultV4", "default", "10.1.0.0/16",
-         {"/config/next-hop = 10.0.0.1"},
-         {addr_entry("10.0.0.1") + "/index = 7"}},
-        {"InterfaceDefaultV4", "default", "10.1.0.0/16",
-         {"/interface-ref/config/interface = GigabitEthernet0/0/0/0"},
-         {if_entry("GigabitEthernet0/0/0/0") + "/index = 7"}},
-        {"AddressAndInterfaceNamedV4", "red", "10.1.0.0/16",
-         {"/config/next-hop = 10.0.0.1", "/interface-ref/config/interface = GigabitEthernet0/0/0/0",
-          "/config/metric = 20"},
-         {both_entry("GigabitEthernet0/0/0/0", "10.0.0.1") + "/index = 7",
-          both_entry("GigabitEthernet0/0/0/0", "10.0.0.1") + "/metric = 20"}},
-        {"DropNamedV4", "red", "10.1.0.0/16",
-         {"/config/next-hop = DROP"},
-         {if_entry("Null0") + "/index = 7"}},
-        {"LocalLinkDefaultV6", "default", "2001:db8::/64",
-         {"/config/next-hop = LOCAL_LINK", "/interface-ref/config/interface = GigabitEthernet0/0/0/2"},
-         {if_entry("GigabitEthernet0/0/0/2") + "/index = 7"}},
-        {"AddressNamedV6", "red", "2001:db8::/64",
-         {"/config/next-hop = 2001:db8::1"},
-         {addr_entry("2001:db8::1") + "/index = 7"}},
-        {"InterfaceAndAddressDefaultV6", "default", "2001:db8::/64",
-         {"/config/next-hop = 2001:db8::1", "/interface-ref/config/interface = Bundle-Ether1"},
-         {both_entry("Bundle-Ether1", "2001:db8::1") + "/index = 7"}},
-        {"SubinterfaceJoinsTheName", "default", "10.1.0.0/16",
-         {"/interface-ref/config/interface = Bundle1", "/interface-ref/config/subinterface = 5"},
-         {if_entry("Bundle1.5") + "/index = 7"}},
-        {"SubinterfaceZeroIsNoSuffix", "red", "10.1.0.0/16",
-         {"/interface-ref/config/interface = Bundle1", "/interface-ref/config/subinterface = 0"},
-         {if_entry("Bundle1") + "/index = 7"}},
-        {"DropDefaultV6", "default", "2001:db8::/64",
-         {"/config/next-hop = DROP"},
-         {if_entry("Null0") + "/index = 7"}},
-        {"LargestMetric", "default", "10.1.0.0/16",
-         {"/config/next-hop = 10.0.0.1", "/config/metric = 4294967294"},
-         {addr_entry("10.0.0.1") + "/index = 7", addr_entry("10.0.0.1") + "/metric = 4294967294"}},
-    };
-}
-
-TEST_F(EditWalk, NewNextHopBecomesOneEntryOfItsTable)
-{
-    for (const NewCase &c : new_cases()) {
-        SCOPED_TRACE(c.name);
-        fresh();
-        Lines in = {oc_static(c.vrf, c.prefix) + "/config/prefix = " + c.prefix,
-                    oc_nh(c.vrf, c.prefix, "7") + "/config/index = 7"};
-        for (const std::string &l : c.leaves)
-            in.push_back(oc_nh(c.vrf, c.prefix, "7") + l);
-
-        EditOutcome o = edit(in);
-        ASSERT_EQ(o.result.rc, 0u) << o.result.message << " at " << o.result.path;
-        EXPECT_EQ(o.result.message, "");
-        EXPECT_EQ(next_hops(), under(table(c.vrf, c.prefix), c.expected));
-        EXPECT_EQ(output_with("remove"), Lines{});
-        EXPECT_EQ(stored().size(), 1u);
-    }
-}
 
 /* ------------------------------------------------------------------ */
 /* Changes of a stored next hop                                        */
@@ -409,26 +342,6 @@ TEST_F(EditWalk, RefusalReportsAndLeavesTheStoreAlone)
 /* ------------------------------------------------------------------ */
 
 
-TEST_F(EditWalk, GeneratedIndexMatchingTheNextHopCreatesItWithoutIndexLeaf)
-{
-    EditOutcome o = edit({oc_nh("red", P4, "##GigabitEthernet0/0/0/3##10.0.0.7##") + "/config/next-hop = 10.0.0.7",
-                          oc_nh("red", P4, "##GigabitEthernet0/0/0/3##10.0.0.7##") +
-                              "/interface-ref/config/interface = GigabitEthernet0/0/0/3",
-                          oc_nh("red", P4, "##GigabitEthernet0/0/0/3##10.0.0.7##") + "/config/metric = 4"});
-    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
-    EXPECT_EQ(next_hops(),
-              (Lines{table("red", P4) + both_entry("GigabitEthernet0/0/0/3", "10.0.0.7") + "/metric = 4"}));
-}
-
-TEST_F(EditWalk, GeneratedIndexOfACommandLineEntryChangesIt)
-{
-    const std::string t = table("default", P4);
-    seed({t + if_entry("GigabitEthernet0/0/0/3") + "/metric = 2"});
-    EditOutcome o = edit({oc_nh("default", P4, "##GigabitEthernet0/0/0/3##") + "/config/next-hop = 10.0.0.3"});
-    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
-    EXPECT_EQ(next_hops(), (Lines{t + both_entry("GigabitEthernet0/0/0/3", "10.0.0.3") + "/metric = 2"}));
-}
-
 /* ------------------------------------------------------------------ */
 /* Route-wide set-tag and description                                  */
 /* ------------------------------------------------------------------ */
@@ -456,19 +369,6 @@ protected:
     const std::string st = oc_static("red", P4);
 };
 
-TEST_F(RouteWide, SetTagReachesEveryStoredNextHopAndGoesAgain)
-{
-    seed_three();
-    for (const char *tag : {"0x1F", "1f", "31"}) {
-        EditOutcome o = edit({st + "/config/set-tag = " + tag});
-        ASSERT_EQ(o.result.rc, 0u) << tag << ": " << o.result.message;
-        EXPECT_EQ(next_hops(), three_with("/tag = 31")) << tag;
-    }
-    EditOutcome o = edit({st + "/config/set-tag (delete)"});
-    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
-    EXPECT_EQ(next_hops(), three_with(""));
-}
-
 TEST_F(RouteWide, DescriptionReachesEveryStoredNextHopAndGoesAgain)
 {
     seed_three();
@@ -478,25 +378,6 @@ TEST_F(RouteWide, DescriptionReachesEveryStoredNextHopAndGoesAgain)
     o = edit({st + "/config/description (delete)"});
     ASSERT_EQ(o.result.rc, 0u) << o.result.message;
     EXPECT_EQ(next_hops(), three_with(""));
-}
-
-/* Stored next hops and a new one of the same edit end with the same tag. */
-TEST_F(RouteWide, TagAndDescriptionGivenWithANewNextHopReachIt)
-{
-    const std::pair<const char *, const char *> tags[] = {{"0xff", "255"}, {"0", "0"}};
-    const std::string e = t + addr_entry("10.0.0.5");
-    const std::string old = t + addr_entry("10.0.0.1");
-    for (const auto &tag : tags) {
-        SCOPED_TRACE(tag.first);
-        fresh();
-        seed({old + "/index = 1"});
-        EditOutcome o = edit({st + "/config/set-tag = " + tag.first, st + "/config/description = uplink",
-                              oc_nh("red", P4, "5") + "/config/next-hop = 10.0.0.5"});
-        ASSERT_EQ(o.result.rc, 0u) << o.result.message;
-        const std::string tl = std::string("/tag = ") + tag.second;
-        EXPECT_EQ(next_hops(), (Lines{old + "/description = uplink", old + "/index = 1", old + tl,
-                                      e + "/description = uplink", e + "/index = 5", e + tl}));
-    }
 }
 
 struct DescriptionCase {
@@ -564,90 +445,6 @@ namespace {
 /* ------------------------------------------------------------------ */
 /* Whole routes, combined deletes, reads                               */
 /* ------------------------------------------------------------------ */
-
-TEST_F(EditWalk, DeletingAddressAndInterfaceTogetherRemovesTheEntry)
-{
-    const std::string t = table("default", P4);
-    seed({t + both_entry("GigabitEthernet0/0/0/1", "10.0.0.1") + "/index = 1",
-          t + addr_entry("10.0.0.2") + "/index = 2"});
-    EditOutcome o = edit({oc_nh("default", P4, "1") + "/config/next-hop (delete)",
-                          oc_nh("default", P4, "1") + "/interface-ref/config/interface (delete)"});
-    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
-    EXPECT_EQ(next_hops(), (Lines{t + addr_entry("10.0.0.2") + "/index = 2"}));
-    EXPECT_FALSE(output_with("delete").empty());
-}
-
-/* Routes stored in an instance the VRF list does not hold: each delete passes and removes what it names; a create is refused. */
-TEST_F(EditWalk, DeletesPassInAnInstanceTheVrfListDoesNotHold)
-{
-    const std::string t1 = table("green", P4);
-    const std::string t2 = table("green", "10.2.0.0/16");
-    const std::string nh1 = t1 + addr_entry("10.0.0.1") + "/index = 1";
-    const std::string nh2 = t1 + if_entry("Loopback1") + "/index = 2";
-    const std::string other = t2 + addr_entry("10.0.0.2") + "/index = 1";
-    const std::string instance = "/network-instances/network-instance[name=green]";
-    const std::string routes = instance + "/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes";
-    const struct {
-        const char *name;
-        Lines input;
-        Lines left;
-        std::string message;
-    } rows[] = {
-        {"NextHop", {oc_nh("green", P4, "1") + " (delete)"}, {nh2, other}, ""},
-        {"NextHopLeaf", {oc_nh("green", P4, "2") + "/interface-ref/config/interface (delete)"}, {nh1, other},
-         ""},
-        {"Route", {oc_static("green", P4) + " (delete)"}, {other}, ""},
-        {"StaticRoutes", {routes + " (delete)"}, {}, ""},
-        {"Instance", {instance + " (delete)"}, {}, ""},
-        {"DeleteBesideACreate",
-         {oc_static("green", P4) + " (delete)", oc_nh("green", "10.3.0.0/16", "1") + "/config/next-hop = 10.0.0.3"},
-         {nh1, nh2, other},
-         "Static route configuration is not allowed as network-instance green is not configured yet"},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.name);
-        fresh();
-        seed({nh1, nh2, other});
-        EditOutcome o = edit(r.input);
-        EXPECT_EQ(o.result.message, r.message);
-        EXPECT_EQ(o.result.rc, r.message.empty() ? 0u : YFW_RC_INVALID_REQUEST);
-        EXPECT_EQ(next_hops(), under("", r.left));
-    }
-}
-
-/* Lengths whose hexadecimal digits read alike as decimal (26 and 32) are separate routes in the store. */
-TEST_F(EditWalk, LengthsWithLookalikeDigitsStaySeparateRoutes)
-{
-    const struct {
-        std::string edited, other, addr, other_addr;
-    } rows[] = {
-        /* the other route's next hop sorts first in the store */
-        {"10.0.0.0/26", "10.0.0.0/32", "192.0.2.200", "192.0.2.32"},
-        {"10.0.0.0/10", "10.0.0.0/16", "192.0.2.100", "192.0.2.16"},
-        {"2001:db8::/58", "2001:db8::/64", "2001:db8::ff", "2001:db8::64"},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.edited);
-        fresh();
-        const std::string a = table("default", r.edited) + addr_entry(r.addr);
-        const std::string b = table("default", r.other) + addr_entry(r.other_addr);
-        seed({a + "/index = 1", b + "/index = 1"});
-        for (const std::string &line : {oc_static("default", r.edited) + "/config/set-tag = 7",
-                                        oc_nh("default", r.edited, "1") + "/config/metric = 3"}) {
-            EditOutcome o = edit({line});
-            ASSERT_EQ(o.result.rc, 0u) << o.result.message;
-        }
-        EXPECT_EQ(next_hops(), under("", {a + "/index = 1", a + "/metric = 3", a + "/tag = 7", b + "/index = 1"}));
-    }
-}
-
-TEST_F(EditWalk, SubinterfaceWithoutInterfaceIsRefused)
-{
-    EditOutcome o = edit({oc_nh("default", P4, "3") + "/interface-ref/config/subinterface = 4"});
-    EXPECT_EQ(o.result.rc, YFW_RC_INVALID_REQUEST);
-    EXPECT_EQ(o.result.message, "Invalid request");
-    EXPECT_EQ(next_hops(), Lines{});
-}
 
 
 } // namespace

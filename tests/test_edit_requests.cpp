@@ -42,13 +42,6 @@ Lines starting(const Lines &all, const std::string &head)
 /* State reads                                                         */
 /* ------------------------------------------------------------------ */
 
-const std::string OPER_ROUTE = "/network-instances/network-instance[name=default]/protocols/protocol/"
-                               "static-routes/static-route";
-
-std::string oper(const char *af, const std::string &rest)
-{
-    return std::string("/ocni/") + af + OPER_ROUTE + rest;
-}
 
 class StateRead : public HostFixture {
 protected:
@@ -78,49 +71,6 @@ protected:
     const zidl_yfw_datatree *st_ = nullptr;
 };
 
-TEST_F(StateRead, PrefixRequestsTheOperationalRouteOfItsFamilyOnly)
-{
-    struct Case {
-        const char *prefix, *af, *native;
-    } cases[] = {
-        {"10.1.0.0/16", "vrfipv4", "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.1.0.0][prefix-length=16]"},
-        {"2001:db8::/64", "vrfipv6", "/router-static/default-vrf/address-family/vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=2001:db8::][prefix-length=64]"},
-    };
-    for (const Case &c : cases) {
-        open_static(c.prefix);
-        const std::string key = "[prefix=" + std::string(c.prefix) + "]";
-        EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix,
-                         node(oc_static("default", c.prefix) + "/prefix")),
-                  0u);
-        EXPECT_EQ(h.out_lines(), (Lines{oper(c.af, key + "/static-routes-state/description"),
-                                        oper(c.af, key + "/static-routes-state/prefix"),
-                                        oper(c.af, key + "/static-routes-state/set-tag"), c.native}))
-            << c.prefix;
-    }
-}
-
-TEST_F(StateRead, PrefixWithoutValueRequestsBothFamilies)
-{
-    TreeBuilder b(OCNI_NS_OC_NI);
-    open_static("");
-    const std::string st = "/network-instances/network-instance[name=default]" + PROTO + "/static-routes/static";
-    TreePtr leaf = build_tree(st + "/prefix", OCNI_NS_OC_NI);
-    h.rc->vrf_path_flag = 1; /* the framework is adding the VRF entry */
-    EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix,
-                     tree_find(leaf.get(), (st + "/prefix").c_str())),
-              0u);
-    Lines expected;
-    for (const char *af : {"vrfipv4", "vrfipv6"}) {
-        for (const char *l : {"/prefix", "/static-routes-state/description", "/static-routes-state/prefix",
-                              "/static-routes-state/set-tag"})
-            expected.push_back(oper(af, l));
-        expected.push_back(std::string("/router-static/default-vrf/address-family/") + af +
-                           "/vrf-unicast/vrf-prefixes");
-    }
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(h.out_lines(), expected);
-}
-
 TEST_F(StateRead, NextHopIndexRequestsTheOperationalNextHopOfItsFamily)
 {
     for (const char *prefix : {"10.1.0.0/16", "2001:db8::/64"}) {
@@ -145,43 +95,6 @@ TEST_F(StateRead, NextHopIndexRequestsTheOperationalNextHopOfItsFamily)
 /* ------------------------------------------------------------------ */
 /* Read-path rule and protocol filter of the static-routes container    */
 /* ------------------------------------------------------------------ */
-
-TEST_F(HostFixture, StaticRoutesContainerFollowsTheReadPathRuleAndTheProtocol)
-{
-    struct Case {
-        const char *name;
-        const char *identifier;
-        bool marker;
-        uint32_t mode;
-        cerrno rc;
-        Lines out;
-    } cases[] = {
-        {"NoMarker", "STATIC", false, 2, 0, {"/router-static (none)"}},
-        {"MarkerModeTwo", "STATIC", true, 2, 0, {}},
-        {"MarkerOtherMode", "static", true, 1, 0, {"/router-static (none)"}},
-        {"OtherProtocol", "BGP", false, 0, YFW_RC_NOT_APPLICABLE, {}},
-    };
-    for (const Case &c : cases) {
-        h.reset(YFW_REQ_READ);
-        h.set_vrf("default");
-        h.logging(false, true);
-        request_set_marker(h.req, Marker::B570, c.marker);
-        request_set_mode(h.req, c.mode);
-        const std::string sr = "/network-instances/network-instance[name=default]/protocols/protocol[identifier=" +
-                               std::string(c.identifier) + "][name=DEFAULT]/static-routes";
-        TreePtr in = build_tree(sr, OCNI_NS_OC_NI);
-        const zidl_yfw_datatree *n = tree_find(in.get(), sr.c_str());
-        ASSERT_NE(n, nullptr);
-        EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes, n, 0u), c.rc)
-            << c.name;
-        EXPECT_EQ(starting(h.out_lines(), "/router-static"), c.out) << c.name;
-        const Lines trc = h.trc_lines();
-        const bool filtered =
-            std::find(trc.begin(), trc.end(), "TRC: YFW: ctx=" + h.ctx_text() +
-                                                  ",Returing from here, as key is not STATIC") != trc.end();
-        EXPECT_EQ(filtered, c.rc == YFW_RC_NOT_APPLICABLE) << c.name;
-    }
-}
 
 /* ------------------------------------------------------------------ */
 /* Argument checks                                                     */
@@ -298,37 +211,6 @@ protected:
     }
 };
 
-TEST_F(Conditions, MetricRowFollowsTheMergedNextHop)
-{
-    struct Case {
-        const char *name;
-        NhFacts f;
-        std::vector<int> rows;
-        cerrno rc;
-    } cases[] = {
-        {"StoredAddressOnly", {true, nullptr, nullptr, "10.0.0.1", nullptr}, {2}, 0},
-        {"StoredBoth", {true, nullptr, nullptr, "10.0.0.1", "Gi0"}, {1}, 0},
-        {"StoredInterfaceOnly", {true, nullptr, nullptr, nullptr, "Gi0"}, {0}, 0},
-        {"NothingAnywhere", {true, nullptr, nullptr, nullptr, nullptr}, {}, YFW_RC_INVALID_REQUEST},
-        {"InterfaceOnStoredAddress", {true, nullptr, "Gi1", "10.0.0.1", nullptr}, {1}, 0},
-        {"InterfaceAlone", {true, nullptr, "Gi1", nullptr, nullptr}, {0}, 0},
-        {"AddressAndInterface", {true, "10.0.0.2", "Gi1", nullptr, nullptr}, {1}, 0},
-        {"AddressOnStoredInterface", {true, "10.0.0.2", nullptr, nullptr, "Gi0"}, {1}, 0},
-        {"AddressOnStoredDrop", {true, "10.0.0.2", nullptr, nullptr, "Null0"}, {2}, 0},
-        {"AddressAlone", {true, "10.0.0.2", nullptr, nullptr, nullptr}, {2}, 0},
-        {"Drop", {true, "DROP", nullptr, nullptr, nullptr}, {0}, 0},
-        {"AddressAloneV6", {false, "2001:db8::2", nullptr, nullptr, nullptr}, {5}, 0},
-        {"InterfaceAloneV6", {false, nullptr, "Gi1", nullptr, nullptr}, {3}, 0},
-    };
-    for (const Case &c : cases) {
-        record(YFW_REQ_EDIT, c.f);
-        std::vector<xpath_list_type_t> t = six_rows("metric");
-        EXPECT_EQ(ocni_metric_cond_manual_callback(h.ctx, 6, t.data()), c.rc) << c.name;
-        EXPECT_EQ(selected(t), c.rows) << c.name;
-        EXPECT_EQ(h.user_msg(), c.rc != 0 ? "Invalid request" : "") << c.name;
-    }
-}
-
 TEST_F(Conditions, IndexRowFollowsTheRequestOrTheStoredEntry)
 {
     struct Case {
@@ -359,15 +241,6 @@ TEST_F(Conditions, IndexRowFollowsTheRequestOrTheStoredEntry)
         EXPECT_EQ(ocni_index_cond_manual_callback(h.ctx, 6, t.data()), 0u) << c.name;
         EXPECT_EQ(selected(t), c.rows) << c.name;
     }
-}
-
-TEST_F(Conditions, ReadOfARouteWithoutPrefixSelectsEveryRow)
-{
-    ocni_route_common_data *rec = record(YFW_REQ_READ, NhFacts{false});
-    rec->prefix = nullptr;
-    std::vector<xpath_list_type_t> t = six_rows("metric");
-    EXPECT_EQ(ocni_metric_cond_manual_callback(h.ctx, 6, t.data()), 0u);
-    EXPECT_EQ(selected(t), (std::vector<int>{0, 1, 2, 3, 4, 5}));
 }
 
 TEST_F(Conditions, NextHopsContainerAddsTheTableOfItsVrfAndFamily)

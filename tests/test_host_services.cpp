@@ -15,43 +15,6 @@ using namespace ocni::test;
 
 namespace {
 
-TEST(Addresses, TextHexAndBackOrRefused)
-{
-    struct Row {
-        int af;
-        const char *text, *hex; /* hex nullptr: the text is refused */
-    } rows[] = {
-        {QZ_AF_INET, "10.1.0.254", "0a0100fe"},  {QZ_AF_INET, "0.0.0.0", "00000000"},
-        {QZ_AF_INET, "255.255.255.255", "ffffffff"},
-        {QZ_AF_INET6, "2001:db8::1", "20010db8000000000000000000000001"},
-        {QZ_AF_INET6, "::", "00000000000000000000000000000000"},
-        {QZ_AF_INET6, "fe80::a:B:c", "fe800000000000000000000a000b000c"},
-        {QZ_AF_INET, "10.0.0.0/24", nullptr},    {QZ_AF_INET, "2001:db8::1", nullptr},
-        {QZ_AF_INET6, "10.0.0.1", nullptr},      {QZ_AF_INET, "localhost", nullptr},
-    };
-    for (const Row &r : rows) {
-        SCOPED_TRACE(r.text);
-        ip_addr_t a, back;
-        ASSERT_EQ(qz_inet_pton(r.af, r.text, &a), r.hex != nullptr ? 1 : 0);
-        if (r.hex == nullptr)
-            continue;
-        char hex[QZ_HEX_ADDR_LEN];
-        ASSERT_EQ(ip_addr2hex_string(&a, hex, sizeof hex), 0);
-        EXPECT_STREQ(hex, r.hex);
-        ASSERT_EQ(hex_string2ip_addr(hex, &back), 0);
-        EXPECT_EQ(back.af, uint32_t(r.af));
-        EXPECT_EQ(memcmp(back.addr, a.addr, sizeof a.addr), 0);
-    }
-    ip_addr_t a;
-    EXPECT_EQ(qz_inet_pton(7, "10.0.0.1", &a), -1);
-    ASSERT_EQ(qz_inet_pton(QZ_AF_INET6, "2001:db8::1", &a), 1);
-    char small[32];
-    EXPECT_NE(ip_addr2hex_string(&a, small, sizeof small), 0); /* 32 digits need 33 bytes */
-    EXPECT_NE(hex_string2ip_addr("0a01", &a), 0);
-    EXPECT_NE(hex_string2ip_addr("0a0100fg", &a), 0);
-
-}
-
 TEST(Addresses, GetaddrinfoNeverResolvesNames)
 {
     const std::pair<const char *, int> rows[] = { /* family 0: must fail */
@@ -65,25 +28,6 @@ TEST(Addresses, GetaddrinfoNeverResolvesNames)
         freeaddrinfo_qz(res);
     }
     freeaddrinfo_qz(nullptr);
-}
-
-TEST(Allocation, LiveCountsPerTag)
-{
-    const std::string tag = "TEST live counts";
-    size_t base = alloc_live(tag);
-    void *a = wos_named_calloc_(4, 8, tag.c_str());
-    char *s = yfw_strdup("text", tag.c_str());
-    ASSERT_TRUE(a != nullptr && s != nullptr);
-    EXPECT_EQ(static_cast<unsigned char *>(a)[31], 0);
-    EXPECT_EQ(alloc_live(tag), base + 2);
-    EXPECT_EQ(alloc_tag_of(s), tag);
-    wos_named_free(a);
-    wos_named_free(s);
-    EXPECT_EQ(alloc_live(tag), base);
-    wos_named_free(nullptr);
-    wos_named_free(malloc(10)); /* plain blocks are accepted */
-    EXPECT_EQ(yfw_strdup(nullptr, tag.c_str()), nullptr);
-    EXPECT_EQ(wos_named_calloc_(SIZE_MAX / 2, 4, tag.c_str()), nullptr);
 }
 
 TEST(BoundedStrings, CutNeverOverflow)
@@ -150,45 +94,7 @@ TEST(Trace, LevelsSlotsSequenceCutResultTextsAndSystemLog)
     syslog_clear();
 }
 
-TEST(InterfaceManager, FindsWhatTheTableHolds)
-{
-    imc_clear();
-    imc_add_interface("GigabitEthernet0/0/0/1", 7);
-    imc_if_req_t req[2] = {};
-    strcpy(req[0].name, "GigabitEthernet0/0/0/1");
-    strcpy(req[1].name, "GigabitEthernet0/0/0/2");
-    imc_if_resp_t resp[2];
-    ASSERT_EQ(imc_interface_find(yfw_ocifmgr_im_conn, 2, req, nullptr, resp), YFW_RC_OK);
-    EXPECT_EQ(resp[0].status, 0);
-    EXPECT_EQ(resp[0].ifindex, 7u);
-    EXPECT_NE(resp[1].status, 0);
-    imc_fail_calls(YFW_RC_MAP_FAILED);
-    EXPECT_EQ(imc_interface_find(yfw_ocifmgr_im_conn, 1, req, nullptr, resp), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(imc_interface_find(nullptr, 1, req, nullptr, resp), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(imc_call_count(), 2u);
-    imc_clear();
-}
-
 class FrameworkOps : public HostFixture {};
-
-TEST_F(FrameworkOps, NamesMatchExactlyAndLastTokenOfAPath)
-{
-    EXPECT_TRUE(yfw_map_do_these_match("/network-instances", "/network-instances"));
-    EXPECT_FALSE(yfw_map_do_these_match("/network-instances", "/network-instances/"));
-    EXPECT_FALSE(yfw_map_do_these_match("Config", "config"));
-    EXPECT_FALSE(yfw_map_do_these_match(nullptr, "a"));
-    EXPECT_FALSE(yfw_map_do_these_match(nullptr, nullptr));
-    const std::pair<const char *, const char *> rows[] = {{"/a/b/c", "c"}, {"c", "c"}, {"/a/b/", "b"}, {"/", ""}, {"", ""}};
-    for (const auto &[path, token] : rows) {
-        char buf[32];
-        strcpy(buf, path);
-        char *tok = nullptr;
-        ASSERT_EQ(yfw_map_get_last_token_from_path(buf, &tok), YFW_RC_OK) << path;
-        EXPECT_STREQ(tok, token) << path;
-    }
-    char *tok = nullptr;
-    EXPECT_EQ(yfw_map_get_last_token_from_path(nullptr, &tok), YFW_RC_MAP_FAILED);
-}
 
 TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
 {
@@ -222,32 +128,6 @@ TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
     EXPECT_EQ(watch.grown(), 3);
     h.reset();
     EXPECT_EQ(watch.grown(), 0);
-}
-
-TEST_F(FrameworkOps, GetListFindsTheEntryAtOrBelowANode)
-{
-    const std::string pfx = "/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv4/vrf-unicast/vrf-prefixes/"
-                            "vrf-prefix[prefix=10.0.0.0][prefix-length=8]";
-    TreePtr in = build_tree(pfx + "/prefix-length = 8");
-    const std::string list = "/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix/prefix";
-    zidl_yfw_datatree *vrf = tree_find(in.get(), "/router-static/vrfs/vrf[vrf-name=red]");
-    zidl_yfw_datatree *leaf = tree_find(in.get(), (pfx + "/prefix-length").c_str());
-    zidl_yfw_datatree *entry = nullptr;
-    for (zidl_yfw_datatree *from : {vrf, leaf}) {
-        ASSERT_EQ(yfw_map_get_list(h.ctx, from, list.c_str(), nullptr, &entry), YFW_RC_OK);
-        EXPECT_EQ(entry, tree_find(in.get(), pfx.c_str()));
-    }
-    ASSERT_EQ(yfw_map_get_list(h.ctx, leaf, "/router-static/vrfs/vrf/vrf-name", nullptr, &entry), YFW_RC_OK);
-    EXPECT_EQ(entry, vrf);
-    EXPECT_EQ(yfw_map_get_list(h.ctx, vrf, "/other/list/key", nullptr, &entry), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(entry, nullptr);
-    /* A top-level list: two steps, the list and its key. */
-    TreePtr top = build_tree("/widget[id=1]/colour = red");
-    list_keys_register("widget", {"id"});
-    ASSERT_EQ(yfw_map_get_list(h.ctx, tree_find(top.get(), "/widget[id=1]/colour"), "/widget/id", nullptr, &entry),
-              YFW_RC_OK);
-    EXPECT_EQ(entry, tree_find(top.get(), "/widget[id=1]"));
-    EXPECT_EQ(yfw_map_get_list(h.ctx, vrf, "/id", nullptr, &entry), YFW_RC_MAP_FAILED);
 }
 
 } // namespace

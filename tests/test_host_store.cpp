@@ -289,61 +289,6 @@ protected:
 const std::string V4 = "ord_d/default/address/ipv4/unicast/ord_c/default/route/0a010000/0x18/.*,.*/nexthop/";
 const std::string V4_DIR = "/cfg/gl/static/router/ord_d/default/address/ipv4/unicast/ord_c/default/route/0a010000/0x18/0,0/nexthop/";
 
-TEST(StoreLayout, PrefixLengthKeyAndRecordCheckValue)
-{
-    const std::pair<int, const char *> rows[] = {{24, "0x18"}, {32, "0x20"}, {26, "0x1a"}, {64, "0x40"},
-                                                 {8, "0x8"},   {0, "0x0"},   {128, "0x80"}, {127, "0x7f"}};
-    for (const auto &r : rows)
-        EXPECT_EQ(prefix_length_key(r.first), r.second) << r.first;
-    /* The standard CRC-32C: a store written here reads anywhere. */
-    EXPECT_EQ(crc32c(reinterpret_cast<const unsigned char *>("123456789"), 9), 0xE3069283u);
-    EXPECT_EQ(crc32c(nullptr, 0), 0u);
-}
-
-/* Next hops the host writes list, sorted, where the plug-in's lookup looks; every key part and the tuple come back. */
-TEST_F(StoreClient, NextHopsWrittenByTheHostAreFoundByThePluginsLookup)
-{
-    NativeNextHop nh;
-    nh.prefix = "10.1.0.0";
-    nh.prefix_length = 24;
-    nh.tag = 77;
-    nh.description = "uplink";
-    nh.index = "my-index";
-    for (const char *parts : {"GigabitEthernet0/0/0/1,10.1.0.254,", "Null0,,", ",10.1.0.1,x"}) {
-        std::stringstream s(parts);
-        std::getline(s, nh.interface, ',');
-        std::getline(s, nh.address, ',');
-        std::getline(s, nh.third, ',');
-        ASSERT_EQ(store_write_next_hop(nh), YFW_RC_OK) << parts;
-    }
-    ASSERT_EQ(find(conn, V4, items, &count), YFW_RC_OK);
-    EXPECT_EQ(count, 3u);
-    std::vector<std::string> paths;
-    for (const Listed &l : items)
-        paths.push_back(l.path);
-    EXPECT_EQ(paths, (std::vector<std::string>{V4_DIR + "GigabitEthernet0_0_0_1,0a0100fe,________,________",
-                                               V4_DIR + "Null0,________,________,________",
-                                               V4_DIR + "________,0a010001,x,________"}));
-    int f[5] = {};
-    ASSERT_EQ(tuple_unpack(items[0].tuple.data(), uint32_t(items[0].tuple.size()), "%d%d%d%d%d", &f[0], &f[1], &f[2],
-                           &f[3], &f[4]), YFW_RC_OK);
-    EXPECT_EQ(f[4], 77) << "the tag is the tuple's fifth field";
-    /* The exact key, as the generated-index lookup appends it; a key part that differs finds nothing. */
-    EXPECT_EQ(find(conn, V4 + "Null0,________,________,________", items), YFW_RC_OK);
-    EXPECT_EQ(items.size(), 1u);
-    EXPECT_EQ(find(conn, V4 + "________,0a0100fe,________,________", items), SYSDB_RC_NOT_FOUND);
-    nh.interface = "Null0";
-    nh.address = nh.third = "";
-    ASSERT_EQ(store_delete_next_hop(nh), YFW_RC_OK);
-    EXPECT_EQ(store_delete_next_hop(nh), SYSDB_RC_NOT_FOUND);
-    std::vector<NativeNextHop> back;
-    ASSERT_EQ(store_read_next_hops("DEFAULT", true, "10.1.0.0", 24, back), YFW_RC_OK);
-    ASSERT_EQ(back.size(), 2u);
-    EXPECT_EQ(back[1].interface + "," + back[1].address + "," + back[1].third + "," + back[1].fourth + "," +
-              std::to_string(back[1].prefix_length) + "," + back[1].index + "," + back[1].description,
-              ",10.1.0.1,x,,24,my-index,uplink");
-}
-
 TEST_F(StoreClient, PatternComponentsMatchWholeComponents)
 {
     auto engine = store_engine();
@@ -358,36 +303,6 @@ TEST_F(StoreClient, PatternComponentsMatchWholeComponents)
     EXPECT_EQ(count, 1u);
     EXPECT_EQ(items.size(), 1u);
     EXPECT_EQ(find(conn, "ord_d/(/x", items), SYSDB_RC_NOT_FOUND);
-}
-
-TEST_F(StoreClient, VrfListingTellsPresentEmptyAndAbsent)
-{
-    ASSERT_EQ(store_add_vrf("red"), YFW_RC_OK);
-    ASSERT_EQ(store_add_empty_vrf("hollow"), YFW_RC_OK);
-    struct Row {
-        const char *path, *filter;
-        cerrno rc;
-        uint32_t count;
-        std::vector<std::string> items;
-    } rows[] = {{"vrf/red/", "", YFW_RC_OK, 1, {"/cfg/gl/rsi/vrf/red/name"}},
-                {"vrf/hollow/", "", YFW_RC_OK, 0, {}},
-                {"vrf/blue/", "", SYSDB_RC_NOT_FOUND, 0xFFFFFFFF, {}},
-                {"vrf/", "", YFW_RC_OK, 2, {"/cfg/gl/rsi/vrf/hollow/", "/cfg/gl/rsi/vrf/red/"}},
-                {"vrf/", "r.*", YFW_RC_OK, 1, {"/cfg/gl/rsi/vrf/red/"}}};
-    for (const Row &r : rows) {
-        SCOPED_TRACE(std::string(r.path) + r.filter);
-        uint32_t n = 0xFFFFFFFF;
-        sysdb_datalist_t *list = nullptr;
-        EXPECT_EQ(sysdb_datalist(rsi, r.path, r.filter, &n, &list, 0), r.rc);
-        EXPECT_EQ(n, r.count);
-        std::vector<std::string> got;
-        for (const Listed &l : drain(list))
-            got.push_back(l.path);
-        EXPECT_EQ(got, r.items);
-    }
-    ASSERT_EQ(store_remove_vrf("red"), YFW_RC_OK);
-    EXPECT_FALSE(store_has_vrf("red"));
-    EXPECT_EQ(store_remove_vrf("red"), SYSDB_RC_NOT_FOUND);
 }
 
 TEST_F(StoreClient, OnePrefixLookupVisitsOnlyItsRoute)

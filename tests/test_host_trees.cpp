@@ -17,9 +17,7 @@ namespace {
 
 const char NS[] = "urn:test:ni";
 const std::string ST = "/network-instances/network-instance/protocols/protocol/static-routes/static";
-const std::string NH = ST + "/next-hops/next-hop";
 const std::string ROUTES = "/network-instances/network-instance/protocols/protocol/static-routes";
-const std::string PROTO = "/network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]";
 
 TEST(Trees, InstancePathsParseToStepsOrSayWhatIsWrong)
 {
@@ -85,81 +83,6 @@ TEST(Trees, LeafValuesSurviveRewritesAndReplacedNamespacesAreFreed)
     leaf->data_ns = yfw_strdup("urn:plugin", "TEST NS");
     root.reset();
     EXPECT_EQ(alloc_live("TEST NS"), base);
-}
-
-/* Siblings sharing keys are found oldest first, also after re-keying, with and without a sibling index. */
-TEST(Trees, EntriesSharingKeysAreFoundOldestFirstAcrossRekeys)
-{
-    for (int fillers : {0, 20}) {
-        SCOPED_TRACE(fillers);
-        TreePtr t = build_tree("/routes");
-        zidl_yfw_datatree *routes = tree_find(t.get(), "/routes");
-        for (int i = 0; i < fillers; ++i)
-            node_add_entry(routes, "other", {{"id", std::to_string(i)}});
-        std::vector<NodeRef> e; /* three entries, each first added with keys of its own */
-        for (const char *k : {"a", "b", "c"})
-            e.push_back(node_ref(node_add_entry(routes, "static", {{"prefix", k}})));
-        auto rekey = [&](int i, const char *k) { ASSERT_TRUE(node_set_value(node_child(node_get(e[i]), "prefix"), k)); };
-        auto found = [&](const char *k) { return node_find_entry(routes, "static", {{"prefix", k}}); };
-        for (int i : {2, 0, 1}) /* re-keyed out of sibling order */
-            rekey(i, "1");
-        EXPECT_EQ(found("1"), node_get(e[0]));
-        rekey(0, "9");
-        EXPECT_EQ(found("1"), node_get(e[1]));
-        EXPECT_EQ(found("9"), node_get(e[0]));
-        rekey(1, "9");
-        EXPECT_EQ(found("1"), node_get(e[2]));
-        EXPECT_EQ(found("9"), node_get(e[0]));
-        rekey(0, "1");
-        EXPECT_EQ(found("1"), node_get(e[0]));
-        EXPECT_EQ(found("9"), node_get(e[1]));
-        EXPECT_EQ(node_child(routes, "static"), node_get(e[0])); /* oldest of the list, whatever its keys */
-    }
-}
-
-/* Arrays one parent outgrew are handed to others: each parent keeps its own children, cleanly ended. */
-TEST(Trees, OutgrownChildArraysServeOtherParentsIntact)
-{
-    TreePtr t = build_tree("/a\n/b\n/c");
-    const std::vector<NodeRef> parents = {node_ref(tree_find(t.get(), "/a")), node_ref(tree_find(t.get(), "/b")),
-                                          node_ref(tree_find(t.get(), "/c"))};
-    const uint32_t counts[] = {12, 3, 7};
-    for (uint32_t round = 0; round < 12; ++round) /* a passes 2, 4 and 8 slots while b and c pick up its arrays */
-        for (size_t p = 0; p < parents.size(); ++p) {
-            if (round >= counts[p])
-                continue;
-            const std::string value = std::to_string(p) + "." + std::to_string(round);
-            ASSERT_NE(node_add_child(node_get(parents[p]), "n", NodeKind::Leaf, value.c_str()), nullptr);
-            const zidl_yfw_datatree *n = node_get(parents[p]);
-            ASSERT_EQ(n->children[n->n_children].name, nullptr) << "after " << value;
-        }
-    for (size_t p = 0; p < parents.size(); ++p) {
-        const zidl_yfw_datatree *n = node_get(parents[p]);
-        ASSERT_EQ(n->n_children, counts[p]);
-        for (uint32_t i = 0; i < counts[p]; ++i)
-            EXPECT_EQ(std::string(n->children[i].value), std::to_string(p) + "." + std::to_string(i));
-        EXPECT_EQ(n->children[counts[p]].name, nullptr); /* the spare slot is zeroed */
-        EXPECT_EQ(n->children[counts[p]].fw, nullptr);
-    }
-}
-
-/* Nodes the host did not build are searched child by child; a path parse starts from no steps. */
-TEST(Trees, HandMadeNodesAndReusedStepLists)
-{
-    char a[] = "a", b[] = "b";
-    zidl_yfw_datatree kids[2] = {};
-    kids[0].name = a;
-    kids[1].name = b;
-    zidl_yfw_datatree parent = {};
-    parent.children = kids;
-    parent.n_children = 2;
-    EXPECT_EQ(node_child(&parent, "b"), &kids[1]);
-    EXPECT_EQ(node_child(&parent, "c"), nullptr);
-    std::vector<PathStep> steps;
-    ASSERT_TRUE(parse_instance_path("/x/y[k=1]", steps));
-    ASSERT_TRUE(parse_instance_path("/z", steps));
-    ASSERT_EQ(steps.size(), 1u);
-    EXPECT_EQ(steps[0].name, "z");
 }
 
 class TreeOps : public HostFixture {
@@ -260,100 +183,6 @@ TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
     EXPECT_EQ(yfw_map_get_node_info(h.ctx, nullptr, "name", &v), YFW_RC_MAP_FAILED);
     EXPECT_EQ(yfw_map_get_node_info(h.ctx, "/network-instances/network-instance", nullptr, &v), YFW_RC_MAP_FAILED);
     EXPECT_EQ(tree_size(h.out), 1u);
-}
-
-TEST_F(TreeOps, UnterminatedXpathRecordFieldsAreReadWithinTheirSize)
-{
-    yfw_map_xpath_op r;
-    memset(&r, 'x', sizeof r);
-    r.root = h.out;
-    r.op = YFW_XPATH_OP_ADD;
-    r.node_type = YFW_XPATH_NODE_LEAF;
-    memcpy(r.path, "/a/", 3); /* path is "/a/xxxx..." without a terminator */
-    ASSERT_EQ(yfw_map_tree_xpath_operations(h.ctx, &r), YFW_RC_OK);
-    ASSERT_NE(r.result, nullptr);
-    EXPECT_EQ(strlen(r.result->name), YFW_XPATH_PATH_LEN - 3);
-    EXPECT_EQ(strlen(r.result->value), size_t(YFW_XPATH_VALUE_LEN));
-}
-
-/*
- * Lookups and placements resume where the previous one stopped; each way
- * the current entry can change in between must be seen: an xpath lookup
- * (also one repeating the same path), the plug-in's current_list, a new
- * entry, a changed key, another tree, and the entry's array moving.
- */
-TEST_F(TreeOps, LookupsAndPlacementsFollowEveryChangeOfTheCurrentEntry)
-{
-    auto entry = [&](const char *p) { return PROTO + "/static-routes/static[prefix=" + p + "]"; };
-    auto metric = [&](const char *p) {
-        zidl_yfw_datatree *m = h.out_node(entry(p) + "/config/metric");
-        return m != nullptr && m->value != nullptr ? std::string(m->value) : std::string("-");
-    };
-    auto place = [&](const char *v) { return add(ST + "/config/metric", v); };
-    const std::string a = entry("10.0.0.0/8"), b = entry("11.0.0.0/8");
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_OK);
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, b + "/"), YFW_RC_OK);
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_NODE_EXISTS);
-    NodeRef ref = node_ref(last.result);
-    ASSERT_EQ(place("1"), YFW_RC_OK); /* lands in the entry looked up last */
-    EXPECT_EQ(metric("10.0.0.0/8"), "1");
-    ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, b + "/"), YFW_RC_OK);
-    ASSERT_EQ(place("2"), YFW_RC_OK);
-    EXPECT_EQ(metric("11.0.0.0/8"), "2");
-    ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_OK);
-    ASSERT_EQ(place("3"), YFW_RC_OK);
-    EXPECT_EQ(metric("10.0.0.0/8"), "3");
-    h.rc->current_list = h.out_node(b); /* the plug-in's choice is used ... */
-    ASSERT_EQ(place("4"), YFW_RC_OK);
-    EXPECT_EQ(metric("11.0.0.0/8"), "4");
-    ASSERT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_NODE_EXISTS); /* ... until a lookup */
-    ASSERT_EQ(place("5"), YFW_RC_OK);
-    EXPECT_EQ(metric("10.0.0.0/8"), "5");
-    EXPECT_EQ(metric("11.0.0.0/8"), "4");
-    ASSERT_EQ(add(ST, nullptr, 1), YFW_RC_OK); /* a new entry becomes current */
-    ASSERT_EQ(add(ST + "/prefix", "12.0.0.0/8"), YFW_RC_OK);
-    ASSERT_EQ(place("6"), YFW_RC_OK);
-    EXPECT_EQ(metric("12.0.0.0/8"), "6");
-    EXPECT_EQ(metric("10.0.0.0/8"), "5");
-    /* Entry a now carries another key: its old path finds nothing, its new one finds it. */
-    ASSERT_TRUE(node_set_value(node_child(node_get(ref), "prefix"), "13.0.0.0/8"));
-    EXPECT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, a + "/"), YFW_RC_MAP_FAILED);
-    xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_LIST, h.out, entry("13.0.0.0/8") + "/");
-    EXPECT_EQ(last.result, node_get(ref));
-    TreePtr other(tree_new()), third(tree_new());
-    ASSERT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, other.get(), (ST + "/config/metric").c_str(), NS, "7", nullptr,
-                                                nullptr, 0, 0), YFW_RC_OK);
-    EXPECT_EQ(tree_lines(other.get()), (Lines{ROUTES + "/static/config/metric = 7"}));
-    EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, third.get(), b + "/"), YFW_RC_OK); /* made there, not found here */
-    EXPECT_EQ(node_root(last.result), third.get());
-    EXPECT_EQ(metric("12.0.0.0/8"), "6");
-    /* The current entry is followed when its array moves. */
-    h.rc->current_list = node_get(ref);
-    for (int i = 0; i < 40; ++i)
-        ASSERT_EQ(add(ST, nullptr, 1), YFW_RC_OK);
-    EXPECT_EQ(h.rc->current_list, node_get(ref));
-}
-
-TEST_F(TreeOps, NodeInfoAndErrorPathFollowTheInputEntry)
-{
-    const std::string nh = "/ocni/vrfipv4/network-instances/network-instance[name=red]/protocols/protocol/"
-                           "static-routes/static-route[prefix=10.0.0.0_24]/next-hops/next-hop[index=5]";
-    TreePtr in = build_tree(nh + "/metric = 3");
-    h.enter(tree_find(in.get(), (nh + "/metric").c_str()));
-    char *v = nullptr;
-    EXPECT_EQ(yfw_map_get_node_info(h.ctx, "/ocni/vrfipv4/network-instances/network-instance", "name", &v), YFW_RC_OK);
-    EXPECT_STREQ(v, "red");
-    EXPECT_EQ(yfw_map_get_node_info(h.ctx, "/ocni/vrfipv4/network-instances/network-instance/protocols/protocol/"
-                                           "static-routes/static-route/next-hops/next-hop/", "index", &v), YFW_RC_OK);
-    EXPECT_STREQ(v, "5");
-    EXPECT_EQ(yfw_map_get_node_info(h.ctx, "/ocni/vrfipv6/network-instances/network-instance", "name", &v),
-              YFW_RC_MAP_FAILED);
-    EXPECT_EQ(v, nullptr);
-    yfw_oc_error_path(h.ctx);
-    EXPECT_EQ(h.error_paths(), (Lines{nh + "/metric"}));
-    EXPECT_EQ(h.rc->depth, 10); /* ocni .. next-hop */
-    EXPECT_STREQ(h.rc->ancestors[0].path, "/ocni");
-    EXPECT_EQ(req_input_depth(h.rc), 4u); /* network-instance, protocol, static-route, next-hop */
 }
 
 /* Sibling visits per operation stay bounded: quadratic scans would need n*n/2. */

@@ -38,12 +38,6 @@ protected:
                                        "][name=" + name + "]").c_str());
     }
     /* A tree whose list /a/item holds k=1 in OCNI_NS_OC_NI's module and k=2 in `other_ns`, or the reverse. */
-    static TreePtr two_modules(bool first_in_oc)
-    {
-        TreePtr t = build_tree("/a/item[k=1]/v = one", first_in_oc ? OCNI_NS_OC_NI : OTHER_NS);
-        node_add_entry(tree_find(t.get(), "/a"), "item", {{"k", "2"}}, first_in_oc ? OTHER_NS : OCNI_NS_OC_NI);
-        return t;
-    }
 
     TreePtr tree_;
     zidl_yfw_datatree *found = nullptr;
@@ -82,45 +76,6 @@ TEST_F(ListUtil, SearchFindsTheEntryWhoseKeysAllMatch)
     EXPECT_EQ(alloc_live(OCNI_TAG_MAP_US), 0u);
 }
 
-TEST_F(ListUtil, SearchWithNamespaceRefusesAnEntryOfAnotherModule)
-{
-    TreePtr t = two_modules(true); /* the list's first entry is in the wanted module, the matching one is not */
-    const char *values[] = {"2"}, *names[] = {"k"};
-    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, t.get(), &found, "/a/item", 1, values, names,
-                                                               OCNI_NS_OC_NI),
-              YFW_RC_NO_MEMORY);
-    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, t.get(), &found, "/a/item", 1, values, names,
-                                                               nullptr),
-              YFW_RC_OK);
-    EXPECT_STREQ(found->ns, OTHER_NS);
-    EXPECT_EQ(ni_static_yfw_map_search_subtree_list(h.ctx, t.get(), &found, "/a/item", "1", "k", OCNI_NS_OC_NI),
-              YFW_RC_OK);
-    EXPECT_EQ(found, tree_find(t.get(), "/a/item[k=1]"));
-}
-
-TEST_F(ListUtil, ElevenKeysAreRefusedBeforeTheTreeIsTouched)
-{
-    const char *values[11] = {};
-    const char *names[11] = {"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"};
-    const size_t before = tree_size(tree_.get());
-    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 11, values, names,
-                                                       nullptr),
-              YFW_RC_NO_MEMORY);
-    EXPECT_EQ(ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 11, values,
-                                                               names, nullptr),
-              YFW_RC_NO_MEMORY);
-    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, h.out, &found, nullptr, PROTO_LIST, 11,
-                                                                      values, names, OCNI_NS_OC_NI),
-              YFW_RC_NO_MEMORY);
-    EXPECT_EQ(found, nullptr);
-    EXPECT_EQ(tree_size(tree_.get()), before);
-    EXPECT_TRUE(h.out_lines().empty());
-    EXPECT_TRUE(h.error_paths().empty());
-    EXPECT_EQ(ni_static_yfw_map_search_list_multi_keys(h.ctx, tree_.get(), &found, PROTO_LIST, 10, values, names,
-                                                       nullptr),
-              YFW_RC_MAP_FAILED); /* ten are searched */
-}
-
 /* A hand-made entry with key leaves, for shapes the host never builds. */
 struct RawEntry {
     zidl_yfw_datatree kids[3] = {};
@@ -136,41 +91,6 @@ struct RawEntry {
         entry = {n_proto, nullptr, 0, 3, kids, ns, nullptr, YFW_DT_F_LIST | YFW_DT_F_CHILDREN, 0, 0, 0, nullptr};
     }
 };
-
-TEST(ListUtilMatch, KeyMatchResultCodes)
-{
-    const char *names[] = {"identifier", "name"}, *values[] = {"STATIC", "DEFAULT"}, *wild[] = {nullptr, nullptr};
-    struct Row {
-        const char *what;
-        void (*shape)(RawEntry &);
-        int8_t nkeys;
-        const char **values;
-        const char *ns;
-        cerrno rc;
-    } rows[] = {
-        {"all keys", [](RawEntry &) {}, 2, values, nullptr, YFW_RC_OK},
-        {"wildcards", [](RawEntry &) {}, 2, wild, nullptr, YFW_RC_OK},
-        {"wildcards in the module", [](RawEntry &) {}, 2, wild, OCNI_NS_OC_NI, YFW_RC_OK},
-        {"wildcard of another module", [](RawEntry &) {}, 2, wild, OTHER_NS, YFW_RC_MAP_FAILED},
-        {"no keys", [](RawEntry &) {}, 0, values, nullptr, YFW_RC_MAP_FAILED},
-        {"no children bit", [](RawEntry &e) { e.entry.flags = YFW_DT_F_LIST; }, 2, values, nullptr, YFW_RC_MAP_FAILED},
-        {"children missing", [](RawEntry &e) { e.entry.children = nullptr; }, 2, values, nullptr, YFW_RC_NO_MEMORY},
-        {"no children", [](RawEntry &e) { e.entry.n_children = 0; }, 1, values, nullptr, YFW_RC_MAP_FAILED},
-        {"fewer children than keys", [](RawEntry &e) { e.entry.n_children = 1; }, 2, values, nullptr, YFW_RC_MAP_FAILED},
-        {"unnamed child ends the scan", [](RawEntry &e) { e.kids[1].name = nullptr; }, 2, values, nullptr,
-         YFW_RC_MAP_FAILED},
-        {"key without value bit", [](RawEntry &e) { e.kids[1].flags = YFW_DT_F_LIST; }, 2, values, nullptr,
-         YFW_RC_MAP_FAILED},
-    };
-    for (const Row &r : rows) {
-        SCOPED_TRACE(r.what);
-        RawEntry e;
-        r.shape(e);
-        zidl_yfw_datatree *match = nullptr;
-        EXPECT_EQ(ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &match, r.nkeys, names, r.values, r.ns), r.rc);
-        EXPECT_EQ(match, r.rc == YFW_RC_OK ? &e.kids[1] : nullptr); /* the last matching key leaf */
-    }
-}
 
 TEST(ListUtilMatch, ChildByNameAndKeyData)
 {
@@ -194,23 +114,6 @@ TEST(ListUtilMatch, ChildByNameAndKeyData)
     e.entry.children = e.kids;
     e.entry.n_children = 0;
     EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &value), YFW_RC_MAP_FAILED);
-}
-
-TEST_F(ListUtil, BrokenChildArrayIsRefusedWithAClientMessage)
-{
-    h.logging(true, true);
-    RawEntry e;
-    zidl_yfw_datatree parent = e.entry;
-    parent.children = nullptr; /* count 3, no array */
-    zidl_yfw_datatree *p = &parent;
-    const char *names[] = {"identifier"}, *values[] = {"STATIC"};
-    EXPECT_EQ(ni_static_yfw_map_iterate_list_multi_keys(h.ctx, &p, 1, names, values, PROTO_LIST, nullptr),
-              YFW_RC_INVALID_REQUEST);
-    EXPECT_EQ(p, &parent);
-    EXPECT_EQ(h.user_msg(), "Failed to get subtrees");
-    EXPECT_EQ(alloc_tag_of(h.rc->user_error_msg), OCNI_TAG_MAP);
-    const std::string c = "ctx=" + h.ctx_text() + ",";
-    EXPECT_EQ(h.log_lines(), (Lines{"ERR: YFW: " + c + "Failed to get subtrees!", "TRC: YFW: " + c + "End"}));
 }
 
 TEST_F(ListUtil, FindOrCreateAddsKeysConfigAndStateOnce)
@@ -255,27 +158,6 @@ TEST_F(ListUtil, FindOrCreateAddsKeysConfigAndStateOnce)
         EXPECT_EQ(alloc_live(OCNI_TAG_SEARCH) + alloc_live(OCNI_TAG_MAP_US), 0u);
         EXPECT_EQ(h.rc->trim_path, nullptr);
     }
-}
-
-TEST_F(ListUtil, FindOrCreateOneKeyRefusesAnotherModuleAndARefusedAllocation)
-{
-    alloc_fail_nth(OCNI_TAG_SEARCH, 1);
-    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, h.out, &found, nullptr, NI_LIST, "blue", "name",
-                                                           OCNI_NS_OC_NI),
-              YFW_RC_NO_MEMORY);
-    alloc_fail_nth("", 0);
-    EXPECT_TRUE(h.out_lines().empty());
-    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, h.out, &found, nullptr, NI_LIST, "blue", "name",
-                                                           OCNI_NS_OC_NI),
-              YFW_RC_OK);
-    ASSERT_NE(found, nullptr);
-    EXPECT_EQ(h.out_lines(), (Lines{"/network-instances/network-instance[name=blue]/config/name = blue"}));
-    /* Found, but asked for in another module: refused, nothing added. */
-    TreePtr t = two_modules(false);
-    const size_t before = tree_size(t.get());
-    EXPECT_EQ(ni_static_yfw_map_search_or_add_subtree_list(h.ctx, t.get(), &found, nullptr, "/a/item", "2", "k", OTHER_NS),
-              YFW_RC_NO_MEMORY);
-    EXPECT_EQ(tree_size(t.get()), before);
 }
 
 TEST_F(ListUtil, AncestorsByLevel)

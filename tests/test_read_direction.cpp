@@ -49,8 +49,6 @@ template <typename Fn> Fn callback(const std::string &name)
     EXPECT_NE(fn, nullptr) << name;
     return reinterpret_cast<Fn>(fn);
 }
-/* Native-side member "ymap_xo_ocni_velmarornqzipstaticcfg_<suffix>". */
-LeafCb native_cb(const std::string &suffix) { return callback<LeafCb>("ymap_xo_ocni_velmarornqzipstaticcfg_" + suffix); }
 
 class ReadRequest : public HostFixture {
 protected:
@@ -156,7 +154,6 @@ const std::string RT = ONI + "/static-route[prefix=$P]";
 const std::string NH = RT + "/next-hops/next-hop[index=eth0_1]";
 const std::string OC = NI + "[name=red]" + PROTO + "/static-routes/static[prefix=$P]";
 const std::string OC_NH = OC + "/next-hops/next-hop[index=eth0/1]";
-const std::string OC_NH_LIST = NI + "/protocols/protocol/static-routes/static/next-hops/next-hop";
 
 /* Operational answers walked as the framework walks them: parents first, every binding of the family called. */
 class StateRead : public HostFixture, public ::testing::WithParamInterface<FamilyCase> {
@@ -213,78 +210,12 @@ protected:
     BindingIndex index_{Model::Operational};
 };
 
-TEST_P(StateRead, FullAnswerBecomesOpenConfigState)
-{
-    AllocWatch w;
-    walk(RT + "/static-routes-state/prefix = $P\n" + RT + "/static-routes-state/set-tag = 7\n" + RT +
-         "/static-routes-state/description = to core\n" + NH + "/state/index = eth0_1\n" + NH +
-         "/state/next-hop = 192.0.2.1\n" + NH + "/state/metric = 5\n" + NH + "/interface-ref/state/interface = eth0_1_5\n" +
-         NH + "/interface-ref/state/subinterface = 12\n" + NH + "/enable-bfd/state/enabled = true\n");
-    EXPECT_EQ(h.out_lines(), expect({OC + "/state/prefix = $P", OC + "/state/set-tag = 7", OC + "/state/description = to core",
-                                     OC_NH + "/state/index = eth0/1", OC_NH + "/state/next-hop = 192.0.2.1",
-                                     OC_NH + "/state/metric = 5", OC_NH + "/interface-ref/state/interface = eth0/1/5",
-                                     OC_NH + "/interface-ref/state/subinterface = 12", OC_NH + "/enable-bfd/state/enabled = true"}));
-    EXPECT_EQ(failed, "");
-    EXPECT_EQ(called, 15u); /* 2 containers, 2 entries, 2 keys, 9 leaves */
-    EXPECT_TRUE(h.err_lines().empty());
-    /* the next-hop key is converted where it lies */
-    EXPECT_STREQ(in(answer(NH + "/index"))->value, "eth0/1");
-    request();
-    EXPECT_EQ(w.grown(), 0); /* value namespaces and trim paths go with the request */
-}
-
-/* Which entry a leaf lands in follows the keys of the answer. */
-TEST_P(StateRead, EntryKeysComeFromTheAnswer)
-{
-    /* an instance without a name is the default one */
-    walk("/ocni/$AF/network-instances/network-instance/protocols/protocol/static-routes/static-route[prefix=$P]"
-         "/static-routes-state/set-tag = 9\n");
-    EXPECT_EQ(h.out_lines(), expect({subst(OC, "red", "default") + "/state/set-tag = 9"}));
-    /* the state prefix keys its entry by its own value */
-    request();
-    input = build_tree(answer(RT + "/static-routes-state/prefix = $Q\n"));
-    EXPECT_EQ(h.call(member("staticroutes_static_state_prefix_rev"), in(answer(RT + "/static-routes-state/prefix"))), 0u);
-    EXPECT_EQ(h.out_lines(), expect({subst(OC, "$P", "$Q") + "/state/prefix = $Q"}));
-}
-
 /* Empty set-tag and description write an empty leaf; empty interface and bfd write nothing. */
 TEST_P(StateRead, EmptyValues)
 {
     walk(RT + "/static-routes-state/set-tag = \n" + RT + "/static-routes-state/description = \n" + NH +
          "/interface-ref/state/interface = \n" + NH + "/interface-ref/state/subinterface = \n" + NH + "/enable-bfd/state/enabled = \n");
     EXPECT_EQ(h.out_lines(), expect({OC + "/state/description = ", OC + "/state/set-tag = ", OC_NH}));
-}
-
-/*
- * Which entry each member leaves as the framework's current list entry: an
- * identity next hop (written by schema path in the local-routing value
- * namespace) and members writing no leaf leave it alone.
- */
-TEST_P(StateRead, ListContextPointsAtTheEntryWorkedOn)
-{
-    for (const std::string value : {"DROP", "LOCAL_LINK", "drop", "192.0.2.9"}) {
-        SCOPED_TRACE(value);
-        const bool identity = value == "DROP" || value == "LOCAL_LINK";
-        request();
-        input = build_tree(answer(NH + "/state/next-hop = " + value + "\n"));
-        zidl_yfw_datatree marker{};
-        h.rc->current_list = &marker;
-        EXPECT_EQ(h.call(member("staticroutes_static_nexthops_nexthop_state_nexthop_rev"), in(answer(NH + "/state/next-hop"))), 0u);
-        ASSERT_EQ(h.out_lines(), expect({OC_NH + "/state/next-hop = " + value}));
-        EXPECT_STREQ(h.out_node(oc(OC_NH + "/state/next-hop"))->data_ns, identity ? OCNI_NS_OC_LR : nullptr);
-        EXPECT_EQ(h.rc->current_list, identity ? &marker : h.out_node(oc(OC_NH)));
-        EXPECT_STREQ(h.rc->trim_path, identity ? nullptr : OC_NH_LIST.c_str());
-    }
-    request();
-    input = build_tree(answer(RT + "/static-routes-state/description = d\n" + NH + "/interface-ref/state/interface = \n"));
-    ASSERT_EQ(h.call(member("staticroutes_static_state_description_rev"), in(answer(RT + "/static-routes-state/description"))), 0u);
-    const zidl_yfw_datatree *desc = h.out_node(oc(OC + "/state/description"));
-    ASSERT_NE(desc, nullptr);
-    EXPECT_EQ(h.rc->current_list, desc); /* the node the addition gave back, not the entry */
-    EXPECT_STREQ(h.rc->trim_path, (NI + "/protocols/protocol/static-routes/static").c_str());
-    ASSERT_EQ(h.call(member("nexthops_nexthop_interfaceref_state_interface_rev"), in(answer(NH + "/interface-ref/state/interface"))), 0u);
-    ASSERT_EQ(h.call(member("staticroutes_static_nexthops_nexthop_index_rev"), in(answer(NH + "/index"))), 0u);
-    EXPECT_EQ(h.rc->current_list, desc);
 }
 
 /* Converted copies live in fixed buffers: over-long values are cut, never overrun. */
@@ -297,62 +228,6 @@ TEST_P(StateRead, OverlongValuesAreCut)
     EXPECT_EQ(count(out, "/state/index = " + repeat("a/", 150).substr(0, 255)), 1u);
     EXPECT_EQ(count(out, "/interface-ref/state/interface = " + repeat("e/", 60).substr(0, 99)), 1u);
     EXPECT_EQ(count(out, "/static[prefix=" + repeat("1/", 100).substr(0, 127) + "]/"), 2u);
-}
-
-/* Containers map nothing when subtrees follow; without, the state containers add themselves. */
-TEST_P(StateRead, ContainersAreAddedOnlyWithoutSubtrees)
-{
-    input = build_tree(answer(ONI + "\n" + RT + "/next-hops\n"));
-    TreePtr native = build_tree("/router-static/default-vrf", OCNI_NS_NATIVE);
-    const struct {
-        ContainerCb cb;
-        const zidl_yfw_datatree *node;
-        Lines added; /* without subtrees, by schema path */
-    } rows[] = {
-        {member<ContainerCb>("staticroutes_rev"), in(answer(ONI)), {NI + "/protocols/protocol/static-routes"}},
-        {member<ContainerCb>("staticroutes_static_nexthops_rev"), in(answer(RT + "/next-hops")), {NI + "/protocols/protocol/static-routes/static/next-hops"}},
-        {callback<ContainerCb>("ymap_xo_ocni_velmarornqzipstaticcfg_man_cont_lvla_routerstatic"), tree_find(native.get(), "/router-static"), {}},
-    };
-    for (const auto &r : rows)
-        for (unsigned subtrees : {1u, 0u}) {
-            SCOPED_TRACE(::testing::PrintToString(r.added) + (subtrees ? " with subtrees" : ""));
-            request();
-            h.logging(true, true);
-            EXPECT_EQ(h.call(r.cb, r.node, subtrees), 0u);
-            const std::string c = "TRC: YFW: ctx=" + h.ctx_text() + ",";
-            EXPECT_EQ(h.log_lines(), (Lines{c + "Start", c + (subtrees ? "No mapping done for this node" : "No subtrees"), c + "End"}));
-            EXPECT_EQ(h.out_lines(), subtrees ? Lines{} : r.added);
-        }
-}
-
-/* Missing arguments: error line, error path, no End trace, YFW_RC_MAP_FAILED, nothing added. */
-TEST_P(StateRead, MissingArgumentsAreRefused)
-{
-    input = build_tree(answer(NH + "/state/metric = 1\n"));
-    const zidl_yfw_datatree *leaf = in(answer(NH + "/state/metric"));
-    /* "+" marks a native-side member; null input, else null output */
-    const std::pair<std::string, bool> rows[] = {
-        {"staticroutes_static_nexthops_nexthop_state_metric_rev", true}, {"staticroutes_static_state_settag_rev", false},
-        {"staticroutes_static_prefix_rev", true},
-        /* these convert the value before anything else: without it they refuse too */
-        {"nexthops_nexthop_interfaceref_state_interface_rev", true}, {"staticroutes_static_nexthops_nexthop_index_rev", true},
-        {"staticroutes_static_nexthops_nexthop_state_index_rev", false}, {"+man_leaf_lvle_routerstatic_vrfprefix_prefix", true},
-        {"+man_list_lvlt_routerstatic_vrfnexthoptable_vrfnexthopnexthopaddress", false},
-        {"+man_leaf_lvlbf_routerstatic_vrfnexthopinterfacenamenexthopaddress_nexthopaddress", true},
-        {"+leaf_routerstatic_bfd", false},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.first);
-        request();
-        h.logging(true, true);
-        h.enter(leaf);
-        const LeafCb cb = r.first[0] == '+' ? native_cb(r.first.substr(1)) : member(r.first);
-        EXPECT_EQ(cb(h.ctx, r.second ? nullptr : leaf, r.second ? h.out : nullptr), YFW_RC_MAP_FAILED);
-        const std::string c = "ctx=" + h.ctx_text() + ",";
-        EXPECT_EQ(h.log_lines(), (Lines{"TRC: YFW: " + c + "Start", "ERR: YFW: " + c + "Invalid arguments passed!"}));
-        EXPECT_EQ(h.error_paths().size(), 1u);
-        EXPECT_TRUE(h.out_lines().empty());
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(BothFamilies, StateRead, ::testing::ValuesIn(FAMILIES),

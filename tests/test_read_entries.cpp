@@ -214,28 +214,4 @@ TEST_P(StoredEntries, ReadSucceedsAndEveryOtherRouteIsUnchanged)
 INSTANTIATE_TEST_SUITE_P(Store, StoredEntries, ::testing::ValuesIn(CASES),
                          [](const ::testing::TestParamInfo<EntryCase> &i) { return std::string(i.param.name); });
 
-/* An edit naming a next hop by the index a read generated for it changes that stored next hop. */
-TEST_F(WalkerFixture, EditByGeneratedIndexChangesTheStoredNextHop)
-{
-    std::string seed, edits;
-    for (const char *e : {"vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/1.100]", "vrf-next-hop-interface-name[interface-name=Null0]",
-                          "vrf-next-hop-interface-name-next-hop-address[interface-name=Gi0/0/0/2][next-hop-address=192.0.2.1]",
-                          "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]"})
-        seed += V4 + e + "/metric = 3\n";
-    native_edit(seed + V6 + "vrf-next-hop-next-hop-address[next-hop-address=2001:db8::9]/metric = 3\n");
-    const Lines before = native();
-    for (const std::string &l : read()) {
-        const size_t at = l.find("/config/index = ##");
-        if (at != std::string::npos)
-            edits += l.substr(0, at) + "/config/metric = 9\n";
-    }
-    EXPECT_EQ(std::count(edits.begin(), edits.end(), '\n'), 5);
-    const EditOutcome o = edit(edits);
-    ASSERT_EQ(o.result.rc, 0u) << o.result.message;
-    Lines want;
-    for (std::string l : before)
-        want.push_back(l.find("/metric = 3") != std::string::npos ? l.replace(l.find("/metric = 3"), 11, "/metric = 9") : l);
-    EXPECT_EQ(native(), want);
-}
-
 } // namespace

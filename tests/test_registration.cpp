@@ -20,14 +20,6 @@ using namespace ocni::host;
 
 namespace {
 
-TEST(Registration, EveryNodeIsServedOncePerFamily)
-{
-    std::set<std::tuple<int, std::string, int, int>> seen;
-    for (const Binding &b : registration_table())
-        EXPECT_TRUE(seen.insert({int(b.model), b.schema_path, int(b.family), int(b.kind == CallbackKind::Condition)}).second)
-            << "second binding for " << b.schema_path << ": " << b.callback;
-}
-
 /* Every mapping callback the plug-in exports is bound, except those the plug-in calls itself. */
 TEST(Registration, EveryExportedMappingCallbackIsBound)
 {
@@ -71,35 +63,6 @@ TEST(PluginLoader, LoadsTheBuiltPluginAndRefusesOneLackingASymbolNamingIt)
     err.clear();
     EXPECT_EQ(Plugin::load("/nonexistent/libnothing.so", err), nullptr);
     EXPECT_NE(err.find("/nonexistent/libnothing.so"), std::string::npos) << err;
-}
-
-TEST(BindingIndex, PrunesSubtreesWithoutBindingsAndNamesEachSchemaNodeOnce)
-{
-    BindingIndex oc(Model::OpenConfigEdit);
-    const std::string nh = "/network-instances/network-instance/protocols/protocol/static-routes/static/next-hops/next-hop";
-    EXPECT_TRUE(oc.has_bindings_below("/network-instances"));
-    EXPECT_TRUE(oc.has_bindings_below("/network-instances/network-instance/protocols/protocol/static-routes"));
-    EXPECT_FALSE(oc.has_bindings_below("/network-instances/network-instance/config"));
-    EXPECT_FALSE(oc.has_bindings_below("/router-static"));
-    const auto *idx = oc.find(nh + "/index");
-    ASSERT_NE(idx, nullptr);
-    ASSERT_EQ(idx->size(), 2u); /* the key leaf callback and its condition table */
-    EXPECT_EQ((*idx)[0]->kind, CallbackKind::Leaf);
-    EXPECT_EQ((*idx)[1]->kind, CallbackKind::Condition);
-    /* The same bindings down the node tree, one node per path segment, found by names not interned. */
-    const BindingIndex::Node *n = oc.root();
-    for (size_t pos = 1, next; pos < nh.size() + 1; pos = next + 1) {
-        next = std::min(nh.find('/', pos), nh.size());
-        const std::string seg = nh.substr(pos, next - pos);
-        ASSERT_NE(n, nullptr) << seg;
-        EXPECT_EQ(n->child("state-x"), nullptr) << seg;
-        n = n->child(seg.c_str());
-    }
-    ASSERT_NE(n, nullptr);
-    EXPECT_EQ(n->name, "next-hop");
-    ASSERT_NE(n->child("index"), nullptr);
-    EXPECT_EQ(n->child("index")->bindings, *idx);
-    EXPECT_EQ(oc.root()->children.size(), 1u);
 }
 
 } // namespace

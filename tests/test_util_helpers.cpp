@@ -36,50 +36,6 @@ ocni_route_common_data *new_record(HostHarness &h)
 /* Names, numbers and texts                                            */
 /* ------------------------------------------------------------------ */
 
-TEST(UtilNames, InterfaceNamesConvertBothWaysInPlaceAndTheInternalCopyIsBounded)
-{
-    const std::pair<const char *, const char *> rows[] = {{"GigabitEthernet0/0/0/1", "GigabitEthernet0_0_0_1"},
-                                                          {"Bundle-Ether1.100", "Bundle-Ether1.100"},
-                                                          {"a/b/c/", "a_b_c_"}, {"", ""}};
-    for (const auto &r : rows) {
-        char buf[100];
-        snprintf(buf, sizeof buf, "%s", r.first);
-        ocni_get_external_ifname_reverse(buf);
-        EXPECT_STREQ(buf, r.second) << r.first;
-        ocni_get_external_ifname(buf);
-        EXPECT_STREQ(buf, r.first) << r.first;
-    }
-    ocni_get_external_ifname(nullptr);
-    ocni_get_external_ifname_reverse(nullptr);
-
-    char dst[65 + 8];
-    memset(dst, 'Z', sizeof dst);
-    std::string longname(80, 'x');
-    longname[3] = '/';
-    ocni_lr_convert_to_internal_ifname(dst, longname.c_str());
-    EXPECT_EQ(strlen(dst), 64u);
-    EXPECT_EQ(dst[3], '_');
-    EXPECT_EQ(std::string(dst + 65, sizeof dst - 65), std::string(sizeof dst - 65, 'Z')) << "written beyond 65 bytes";
-    ocni_lr_convert_to_internal_ifname(dst, "Gi0/1");
-    EXPECT_STREQ(dst, "Gi0_1");
-    ocni_lr_convert_to_internal_ifname(nullptr, "x");
-    ocni_lr_convert_to_internal_ifname(dst, nullptr);
-    EXPECT_STREQ(dst, "Gi0_1");
-}
-
-TEST(UtilNames, StoreKeyBecomesPrefixAndIsCut)
-{
-    char dst[128 + 8];
-    formatting_prefix("10.1.1.0_24", dst);
-    EXPECT_STREQ(dst, "10.1.1.0/24");
-    formatting_prefix("2001:db8::_64", dst);
-    EXPECT_STREQ(dst, "2001:db8::/64");
-    memset(dst, 'Z', sizeof dst);
-    formatting_prefix(std::string(300, '1').c_str(), dst);
-    EXPECT_LT(strlen(dst), 128u);
-    EXPECT_EQ(std::string(dst + 128, 8), std::string(8, 'Z'));
-}
-
 TEST(UtilTexts, NumbersAddressesDescriptionsAndLengths)
 {
     const std::pair<int32_t, uint32_t> hex[] = {{1, 1},   {16, 10}, {0, 0},     {-5, 0},   {0x12, 12}, {0x1A, 20},
@@ -138,58 +94,12 @@ TEST(UtilNames, OnlyAKnownInterfaceIsValidAndFailuresGoToTheSystemLog)
 /* Per-next-hop reset                                                  */
 /* ------------------------------------------------------------------ */
 
-TEST(UtilRecordReset, ClearsNextHopFieldsAndKeepsRouteFields)
-{
-    ocni_route_common_data rec;
-    memset(&rec, 0xA5, sizeof rec);
-    char prefix[] = "10.0.0.0/24", index[] = "1", nh[] = "10.0.0.1", ifc[] = "Gi0", m[] = "5", sub[] = "3";
-    rec.prefix = prefix, rec.index = index, rec.next_hop = nh, rec.interface = ifc, rec.metric = m, rec.subinterface = sub;
-    ocni_route_common_data before;
-    memcpy(&before, &rec, sizeof rec);
-
-    ocni_lr_init_prefix_type(&rec);
-    ocni_lr_init_prefix_type(nullptr);
-
-    const uint32_t cleared[] = {rec.has_interface, rec.has_next_hop, rec.is_drop, rec.is_local_link, rec.next_hop_touched,
-                                rec.index_found, rec.metric_deleted, rec.next_hop_deleted, rec.interface_deleted,
-                                rec.subinterface_deleted, rec.metric_flag, rec.native_has_address,
-                                rec.native_has_interface, rec.native_has_third_key, rec.bfd_fast_detect, rec.permanent,
-                                rec.detect_multiplier, rec.minimum_interval, rec.route_metric, rec.load_metric, rec.tag,
-                                rec.vrf_label, rec.tunnel_id};
-    for (size_t i = 0; i < sizeof cleared / sizeof cleared[0]; i++)
-        EXPECT_EQ(cleared[i], 0u) << "cleared field #" << i;
-    EXPECT_EQ(rec.metric, nullptr);
-    EXPECT_EQ(rec.subinterface, nullptr);
-    EXPECT_EQ(std::string(rec.auto_index, 129), std::string(129, '\0'));
-    EXPECT_EQ(0, memcmp(rec.auto_index + 129, before.auto_index + 129, sizeof rec.auto_index - 129)) << "kept";
-    const auto zero = [](const char *p, size_t n) { return std::string(p, n) == std::string(n, '\0'); };
-    EXPECT_TRUE(zero(rec.native_address, sizeof rec.native_address));
-    EXPECT_TRUE(zero(rec.native_interface, sizeof rec.native_interface));
-    EXPECT_TRUE(zero(rec.native_third_key, sizeof rec.native_third_key));
-    EXPECT_TRUE(zero(rec.object_name, sizeof rec.object_name));
-    EXPECT_TRUE(zero(rec.description, sizeof rec.description));
-
-    /* kept: the static entry's own facts, and what the next-hop list sets itself */
-    EXPECT_EQ(rec.is_ipv4, before.is_ipv4);
-    EXPECT_EQ(rec.next_hops_deleted, before.next_hops_deleted);
-    EXPECT_EQ(rec.metric_touched, before.metric_touched);
-    EXPECT_EQ(rec.tag_given, before.tag_given);
-    EXPECT_EQ(rec.tag_mode, before.tag_mode);
-    EXPECT_EQ(rec.description_given, before.description_given);
-    EXPECT_EQ(rec.same_entry, before.same_entry);
-    EXPECT_EQ(rec.same_key, before.same_key);
-    EXPECT_TRUE(rec.prefix == prefix && rec.index == index && rec.next_hop == nh && rec.interface == ifc);
-    EXPECT_EQ(0, memcmp(rec.set_tag, before.set_tag, sizeof rec.set_tag));
-    EXPECT_EQ(0, memcmp(rec.description_in, before.description_in, sizeof rec.description_in));
-}
-
 /* ------------------------------------------------------------------ */
 /* Native paths                                                        */
 /* ------------------------------------------------------------------ */
 
 const std::string k_def = "/router-static/default-vrf/address-family/";
 const std::string k_vrf = "/router-static/vrfs/vrf/address-family/";
-const std::string k_pl = "/vrf-unicast/vrf-prefixes/vrf-prefix/";
 const std::string k_tbl = "/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table";
 const std::string k_if = k_tbl + "/vrf-next-hop-interface-name";
 const std::string k_ifaddr = k_tbl + "/vrf-next-hop-interface-name-next-hop-address";
@@ -201,37 +111,6 @@ protected:
     char buf[OCNI_PATH_LEN];
     char buf2[OCNI_PATH_LEN];
 };
-
-TEST_F(UtilPaths, PrefixListAndNextHopContainerPathsByVrfAndFamily)
-{
-    struct Row {
-        const char *vrf;
-        uint32_t v4;
-        std::string base; /* empty: no VRF, the buffer is kept */
-    } rows[] = {{"default", 1, k_def + "vrfipv4"}, {"DeFaulT", 0, k_def + "vrfipv6"}, {"red", 1, k_vrf + "vrfipv4"},
-                {"red", 0, k_vrf + "vrfipv6"},     {"defaults", 1, k_vrf + "vrfipv4"}, {nullptr, 1, ""}};
-    for (const Row &r : rows) {
-        SCOPED_TRACE(testing::Message() << (r.vrf ? r.vrf : "(none)") << " " << r.v4);
-        h.set_vrf(r.vrf);
-        strcpy(buf, "/kept");
-        ocni_get_mapping_path_name_prefix(h.ctx, r.v4, buf);
-        EXPECT_EQ(r.base.empty() ? "/kept" : r.base + k_pl, buf);
-        strcpy(buf, "/kept");
-        ocni_get_mapping_path_name_nexthop(h.ctx, r.v4, buf); /* appends even without VRF */
-        EXPECT_EQ((r.base.empty() ? "/keptvrfipv4" : r.base) + k_tbl, buf);
-    }
-    /* Without a prefix both families are named, and only with a VRF. */
-    h.set_vrf("blue");
-    ocni_fill_path_for_null_prefix(h.ctx, buf, buf2);
-    EXPECT_EQ(k_vrf + "vrfipv4" + k_pl, buf);
-    EXPECT_EQ(k_vrf + "vrfipv6" + k_pl, buf2);
-    h.set_vrf(nullptr);
-    strcpy(buf, "v4");
-    strcpy(buf2, "v6");
-    ocni_fill_path_for_null_prefix(h.ctx, buf, buf2);
-    EXPECT_STREQ(buf, "v4");
-    EXPECT_STREQ(buf2, "v6");
-}
 
 TEST_F(UtilPaths, NextHopTableFitsWhatTheNextHopHolds)
 {
@@ -257,43 +136,6 @@ TEST_F(UtilPaths, NextHopTableFitsWhatTheNextHopHolds)
                                                      : Lines{});
         }
     }
-}
-
-TEST_F(UtilPaths, VrfEntryForNamedDefaultAndNoVrfRestoresBothRequestFlags)
-{
-    struct Row {
-        const char *vrf;
-        uint32_t vrf_path_in, suppress_in;
-        Lines want;
-    } rows[] = {{"red", 0, 0, {"/router-static/vrfs/vrf[vrf-name=red]"}},
-                {"red", 1, 0, {"/router-static/vrfs/vrf[vrf-name=red]"}},
-                {"red", 0, 1, {"/router-static/vrfs/vrf[vrf-name=red]"}}, /* added even while additions are suppressed */
-                {"red", 7, 1, {"/router-static/vrfs/vrf[vrf-name=red]"}},
-                {"DEFAULT", 1, 1, {"/router-static/default-vrf"}},
-                {nullptr, 0, 0, {}}};
-    for (const Row &r : rows) {
-        SCOPED_TRACE(testing::Message() << (r.vrf ? r.vrf : "(none)") << " " << r.vrf_path_in << r.suppress_in);
-        h.reset(YFW_REQ_EDIT);
-        h.set_vrf(r.vrf);
-        h.logging(true, true);
-        h.rc->vrf_path_flag = r.vrf_path_in;
-        h.rc->suppress_flag = r.suppress_in;
-        for (int i = r.vrf && strcmp(r.vrf, "DEFAULT") == 0 ? 0 : 1; i < 2; i++) /* the default VRF twice: once */
-            EXPECT_EQ(set_vrf_path_ni_static(h.ctx, h.out), 0u);
-        EXPECT_EQ(h.out_lines(), r.want);
-        if (r.vrf == nullptr) {
-            EXPECT_EQ(h.log_lines(), (Lines{"TRC: YFW: ctx=" + h.ctx_text() + ",End"}));
-            continue;
-        }
-        /* a flag of 1 stays, any other value is cleared (it was set to 1 meanwhile) */
-        EXPECT_EQ(h.rc->vrf_path_flag, r.vrf_path_in == 1 ? 1u : 0u);
-        EXPECT_EQ(h.rc->suppress_flag, r.suppress_in);
-    }
-    h.reset(YFW_REQ_EDIT);
-    h.set_vrf("red");
-    set_vrf_path_ni_static(h.ctx, h.out);
-    ASSERT_NE(h.out_node("/router-static/vrfs/vrf[vrf-name=red]/vrf-name"), nullptr);
-    EXPECT_STREQ(h.out_node("/router-static/vrfs/vrf[vrf-name=red]/vrf-name")->ns, OCNI_NS_NATIVE);
 }
 
 /* ------------------------------------------------------------------ */
@@ -615,37 +457,6 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     }
 }
 
-/* The index and metric conditions mark the row of the next hop's table with 1 (the framework's "selected"). */
-TEST_F(LeafCallbacks, ConditionTablesSelectTheRowOfTheNextHopsTable)
-{
-    const char *lists[] = {"vrf-next-hop-interface-name", "vrf-next-hop-interface-name-next-hop-address",
-                           "vrf-next-hop-next-hop-address"};
-    struct Row {
-        cerrno (*cond)(yfw_map_ctx *, int, xpath_list_type_t *);
-        const char *leaf, *facts;
-        std::vector<int> selected; /* IPv4 rows then IPv6 rows: interface, combined, address */
-    } rows[] = {
-        {ocni_index_cond_manual_callback, "index", "nh=10.0.0.1", {0, 0, 1, 0, 0, 0}},
-        {ocni_index_cond_manual_callback, "index", "v6 if nh=2001:db8::1", {0, 0, 0, 0, 1, 0}},
-        {ocni_metric_cond_manual_callback, "metric", "nh=DROP", {1, 0, 0, 0, 0, 0}},
-    };
-    for (const Row &r : rows) {
-        prepare(YFW_REQ_EDIT, r.facts);
-        std::vector<xpath_list_type_t> t(7);
-        for (int i = 0; i < 6; i++)
-            snprintf(t[i].path, sizeof t[i].path,
-                     "/router-static/vrfs/vrf/address-family/%s/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/"
-                     "vrf-next-hop-table/%s/%s",
-                     i < 3 ? "vrfipv4" : "vrfipv6", lists[i % 3], r.leaf);
-        snprintf(t[6].path, sizeof t[6].path, "NULL");
-        ASSERT_EQ(r.cond(h.ctx, 6, t.data()), 0u) << r.facts;
-        std::vector<int> got;
-        for (int i = 0; i < 6; i++)
-            got.push_back(int(t[i].selected));
-        EXPECT_EQ(got, r.selected) << r.facts;
-    }
-}
-
 /* ------------------------------------------------------------------ */
 /* Next-hop edits against a stored next hop                            */
 /* ------------------------------------------------------------------ */
@@ -716,32 +527,5 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
     }
 }
 
-
-/* The interface key of the combined table starts a new route record, freeing the one before. */
-TEST_F(HostFixture, CombinedTableInterfaceKeyReplacesTheRouteRecord)
-{
-    const LeafCb keys[] = {
-        ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlan_routerstatic_vrfnexthopinterfacenamenexthopaddress_interfacename,
-        ymap_xo_ocni_velmarornqzipstaticcfg_man_leaf_lvlbf_routerstatic_vrfnexthopinterfacenamenexthopaddress_interfacename};
-    TreePtr in = build_tree("/vrf-next-hop-interface-name-next-hop-address/interface-name = Gi0/1", OCNI_NS_NATIVE);
-    const zidl_yfw_datatree *key = host::tree_find(in.get(), "/vrf-next-hop-interface-name-next-hop-address/interface-name");
-    for (LeafCb cb : keys) {
-        h.reset(YFW_REQ_READ);
-        h.logging(false, true);
-        const auto freed = [&] {
-            const Lines l = h.trc_lines();
-            return std::count_if(l.begin(), l.end(), [](const std::string &t) {
-                return t.find("common_data_ptr is freed before memory re-allocation") != std::string::npos;
-            });
-        };
-        for (long call = 0; call < 2; call++) {
-            ASSERT_EQ(h.call(cb, key), 0u);
-            EXPECT_EQ(freed(), call) << "a record is freed only when there was one";
-            const auto *rec = static_cast<const ocni_route_common_data *>(h.rc->common_data_ptr);
-            ASSERT_NE(rec, nullptr);
-            EXPECT_STREQ(rec->auto_index, "##Gi0/1");
-        }
-    }
-}
 
 } // namespace

@@ -52,12 +52,6 @@ protected:
     void route(const char *prefix, bool ipv4 = true) { rec->prefix = const_cast<char *>(prefix), rec->is_ipv4 = ipv4; }
     static void seed(const host::NativeNextHop &n) { ASSERT_EQ(host::store_write_next_hop(n), 0u) << n.index; }
     /* A route directory that exists with no next hop in it. */
-    static void seed_empty_route(const std::string &prefix, int len)
-    {
-        ASSERT_EQ(host::store_engine()->put(std::string(host::STATIC_ROOT) +
-                                                host::route_next_hop_dir("default", true, prefix, len), ""),
-                  0u);
-    }
     bool log_has(const std::string &text) const
     {
         const Lines l = h.log_lines();
@@ -85,62 +79,6 @@ protected:
 /* ------------------------------------------------------------------ */
 /* VRF existence                                                       */
 /* ------------------------------------------------------------------ */
-
-TEST_F(StoreFixture, VrfExistsForDefaultTheRequestItselfOrTheStore)
-{
-    host::store_add_vrf("blue");
-    host::store_add_empty_vrf("green");
-    TreePtr in = build_tree("/network-instances/network-instance[name=red]/config/name = red\n"
-                            "/network-instances/network-instance[name=red]/protocols/protocol[identifier=STATIC]"
-                            "[name=DEFAULT]/config/name = DEFAULT\n",
-                            OCNI_NS_OC_NI);
-    h.enter(host::tree_find(in.get(), "/network-instances/network-instance[name=red]/protocols/protocol"
-                                      "[identifier=STATIC][name=DEFAULT]"));
-    struct Row {
-        const char *vrf;
-        uint8_t start, want;
-        bool store; /* the store is asked (connections bound) */
-    } rows[] = {
-        {"default", 0, 1, false}, {nullptr, 0, 1, false}, {"red", 0, 1, false}, /* created by this request */
-        {"Default", 1, 0, true},  {"blue", 0, 1, true},   {"absent", 1, 0, true},
-        {"green", 0, 0, true},    {"green", 1, 1, true}, /* listed with a count of 0: the caller's value stands */
-    };
-    ocni_ipstatic_init_done = 0;
-    for (const Row &r : rows) {
-        SCOPED_TRACE(r.vrf ? r.vrf : "(none)");
-        const size_t binds = host::store_bind_count();
-        h.set_vrf(r.vrf);
-        uint8_t flag = r.start;
-        EXPECT_EQ(ocni_yfw_ipstatic_vrf_exists(h.ctx, &flag), 0u);
-        EXPECT_EQ(flag, r.want);
-        if (!r.store) {
-            EXPECT_EQ(host::store_bind_count(), binds);
-            EXPECT_EQ(ocni_ipstatic_init_done, 0u);
-        }
-    }
-    /* the failed request lookup is traced with the text of success */
-    EXPECT_TRUE(log_has(trc(cerr_strerror(0))));
-}
-
-TEST_F(StoreFixture, VrfExistsReturnsAFailedBindAndBindsAgainOnceOnTheNextCall)
-{
-    ocni_ipstatic_init_done = 0;
-    host::store_add_vrf("blue");
-    h.set_vrf("blue");
-    host::store_fail_binds(SYSDB_RC_FAILED, 1);
-    uint8_t flag = 7;
-    EXPECT_EQ(ocni_yfw_ipstatic_vrf_exists(h.ctx, &flag), SYSDB_RC_FAILED);
-    EXPECT_EQ(flag, 7);
-    EXPECT_EQ(ocni_ipstatic_init_done, 0u);
-    const size_t binds = host::store_bind_count();
-    for (int i = 0; i < 2; i++) {
-        flag = 0;
-        EXPECT_EQ(ocni_yfw_ipstatic_vrf_exists(h.ctx, &flag), 0u);
-        EXPECT_EQ(flag, 1);
-        EXPECT_EQ(host::store_bind_count(), binds + 2); /* both connections, once */
-        EXPECT_EQ(ocni_ipstatic_init_done, 1u);
-    }
-}
 
 /* ------------------------------------------------------------------ */
 /* Next-hop index lookup                                               */
@@ -187,61 +125,6 @@ TEST_F(IndexLookup, OrdinaryIndexLoadsTheStoredEntryOfItsRoute)
     EXPECT_EQ(lookup("two"), 0u);
     EXPECT_EQ(loaded(), "found=1 if=0: addr=1:10.0.0.2 third=0: bfd=0/0/0 metric=0 tag=44:44 perm=0 label=" + /* route's tag */
                             std::to_string(OCNI_VRF_LABEL_UNSET) + " tunnel=0 obj= desc= load=0");
-}
-
-TEST_F(IndexLookup, RequestValuesOverrideStoredOnesAndDeletedOnesAreLeftAlone)
-{
-    host::NativeNextHop a = nh("10.0.0.0", 24, "Gi0", "", "1", 44);
-    a.metric = 5;
-    a.minimum_interval = -1; /* not set in the store: the record keeps its own */
-    seed(a);
-    route("10.0.0.0/24");
-    char metric[] = "9";
-    rec->metric = metric;
-    snprintf(rec->set_tag, sizeof rec->set_tag, "12");
-    snprintf(rec->description_in, sizeof rec->description_in, "from-request");
-    rec->minimum_interval = 300;
-    EXPECT_EQ(lookup("1"), 0u);
-    EXPECT_EQ(rec->route_metric, 9u);
-    EXPECT_EQ(rec->tag, 12u);
-    EXPECT_STREQ(rec->description, "from-request");
-    EXPECT_EQ(rec->minimum_interval, 300u);
-
-    clear();
-    rec->metric_deleted = 1, rec->route_metric = 77;
-    rec->tag_given = 1, rec->tag = 88;
-    rec->description_given = 1;
-    snprintf(rec->description, sizeof rec->description, "mine");
-    EXPECT_EQ(lookup("1"), 0u);
-    EXPECT_EQ(rec->route_metric, 77u);
-    EXPECT_EQ(rec->tag, 88u);
-    EXPECT_STREQ(rec->description, "mine");
-    EXPECT_STREQ(rec->set_tag, "");
-}
-
-TEST_F(IndexLookup, MissingIndexOrRouteIsNotFound)
-{
-    seed(nh("10.0.0.0", 24, "Gi0", "", "1"));
-    seed(nh("10.0.0.0", 24, "Gi1", "", "2", 31));
-    seed(nh("10.1.0.0", 16, "Gi2", "", "d"));
-    seed_empty_route("10.8.0.0", 24);
-
-    route("10.0.0.0/24");
-    EXPECT_EQ(lookup("nine"), SYSDB_RC_NOT_FOUND);
-    EXPECT_EQ(rec->index_found + rec->native_has_interface, 0u);
-    EXPECT_STREQ(rec->set_tag, "31"); /* the stored tag is collected on the way */
-
-    clear("10.9.0.0/24");
-    EXPECT_EQ(lookup("1"), SYSDB_RC_NOT_FOUND);
-    EXPECT_TRUE(log_has(trc("sysdb_find_data failed for prefix 10.9.0.0 :(Not found)\n")));
-    clear("10.8.0.0/24");
-    EXPECT_EQ(lookup("1"), 0u);
-    EXPECT_EQ(rec->index_found, 0u);
-
-    clear("10.1.0.0/16");
-    h.set_vrf("DEFAULT"); /* the default VRF in any case */
-    EXPECT_EQ(lookup("d"), 0u);
-    EXPECT_STREQ(rec->native_interface, "Gi2");
 }
 
 TEST_F(IndexLookup, RefusalsBeforeTheStore)
@@ -360,95 +243,5 @@ TEST_F(IndexLookup, GeneratedIndexLoadsCliEntriesOrJudgesTheRequest)
 /* ------------------------------------------------------------------ */
 /* Route-wide tag and description, stored tag                          */
 /* ------------------------------------------------------------------ */
-
-TEST_F(StoreFixture, RouteWideTagAndDescriptionGoToEveryStoredNextHopOfAnEdit)
-{
-    seed(nh("10.0.0.0", 24, "GigabitEthernet0/0/0/0", "", "1"));
-    seed(nh("10.0.0.0", 24, "", "10.0.0.1", "2"));
-    seed(nh("10.0.0.0", 24, "GigabitEthernet0/0/0/1", "10.0.0.9", "3"));
-    host::NativeNextHop odd = nh("10.0.0.0", 24, "", "", "4"); /* neither: gets nothing */
-    odd.third = "x";
-    seed(odd);
-    seed(nh("10.0.0.0", 25, "GigabitEthernet0/0/0/7", "", "5")); /* another route */
-    seed_empty_route("10.6.0.0", 24);
-    const std::string tbl = "/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table/";
-    const std::string def = "/router-static/default-vrf" + tbl;
-    const auto all = [&](const std::string &leaf) {
-        return Lines{def + "vrf-next-hop-interface-name-next-hop-address[interface-name=GigabitEthernet0/0/0/1]"
-                           "[next-hop-address=10.0.0.9]/" + leaf,
-                     def + "vrf-next-hop-interface-name[interface-name=GigabitEthernet0/0/0/0]/" + leaf,
-                     def + "vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]/" + leaf};
-    };
-    struct Row {
-        const char *what;
-        uint32_t kind;
-        const char *prefix;
-        bool tag; /* set-tag, or else description */
-        Lines want;
-        cerrno rc = 0;
-    } rows[] = {
-        {"tag", YFW_REQ_EDIT, "10.0.0.0/24", true, all("tag = 55 (none)")},
-        {"description, converted", YFW_REQ_EDIT, "10.0.0.0/24", false, all("description = \"core link\" (none)")},
-        {"read", YFW_REQ_READ, "10.0.0.0/24", true, {}},
-        {"state read", YFW_REQ_READ_STATE, "10.0.0.0/24", true, {}},
-        {"route stored empty", YFW_REQ_EDIT, "10.6.0.0/24", true, {}},
-        {"route not stored", YFW_REQ_EDIT, "10.5.0.0/24", true, {}, SYSDB_RC_NOT_FOUND},
-        {"prefix unreadable", YFW_REQ_EDIT, "10.0.0.0.1/24", true, {}, OCNI_RC_ALL_ONES},
-        {"no prefix", YFW_REQ_EDIT, nullptr, true, {}, YFW_RC_NO_COMMON_DATA},
-    };
-    for (const Row &r : rows) {
-        SCOPED_TRACE(r.what);
-        fresh(r.kind, "default");
-        route(r.prefix);
-        rec->tag_mode = r.tag;
-        snprintf(rec->set_tag, sizeof rec->set_tag, "%s", r.tag ? "55" : "");
-        snprintf(rec->description_in, sizeof rec->description_in, "%s", r.tag ? "" : "\"core link\"");
-        const std::string path = std::string("/static[prefix=10.0.0.0/24]/config/") + (r.tag ? "set-tag" : "description");
-        TreePtr t = build_tree(path + " = " + (r.tag ? "55" : "&quot;core link&quot;"), OCNI_NS_OC_LR);
-        zidl_yfw_datatree *in = host::tree_find(t.get(), path.c_str());
-        EXPECT_EQ(ocni_do_prefix_lookup_on_sysdb_and_set_tag(h.ctx, in, h.out), r.rc);
-        Lines got = h.out_lines(), want = r.want;
-        std::sort(got.begin(), got.end());
-        std::sort(want.begin(), want.end());
-        EXPECT_EQ(got, want);
-        if (r.rc == 0u) {
-            EXPECT_EQ(rec->tag_given, r.tag ? 1u : 0u);
-            EXPECT_EQ(rec->description_given, r.tag ? 0u : 1u);
-        }
-        if (!want.empty() || r.kind != YFW_REQ_EDIT) {
-            EXPECT_EQ(bool(in->flags & YFW_DT_F_OP), r.kind == YFW_REQ_EDIT); /* the request leaf is marked */
-        }
-        if (r.rc == SYSDB_RC_NOT_FOUND) {
-            EXPECT_TRUE(log_has(trc("sysdb_find_data failed for prefix 10.5.0.0 :(Not found)\n")));
-        }
-    }
-}
-
-TEST_F(StoreFixture, StoredTagIsReadFromTheFirstNextHopWithoutThirdKeyAndZeroLeavesItAlone)
-{
-    host::NativeNextHop a = nh("10.0.0.0", 24, "Gi0", "", "1", 11); /* sorts first, has a third part */
-    a.third = "t";
-    seed(a);
-    seed(nh("10.0.0.0", 24, "Gi1", "", "2", 22));
-    seed(nh("10.0.0.0", 24, "Gi2", "", "3", 33));
-    seed(nh("10.1.0.0", 24, "Gi0", "", "1"));
-    route("10.0.0.0/24");
-    EXPECT_EQ(ocni_do_sysdb_lookup_and_get_tag(h.ctx), 0u);
-    EXPECT_STREQ(rec->set_tag, "22");
-    EXPECT_TRUE(h.out_lines().empty());
-
-    route("10.1.0.0/24");
-    snprintf(rec->set_tag, sizeof rec->set_tag, "keep");
-    EXPECT_EQ(ocni_do_sysdb_lookup_and_get_tag(h.ctx), 0u);
-    EXPECT_STREQ(rec->set_tag, "keep");
-
-    route("10.3.0.0/24");
-    EXPECT_EQ(ocni_do_sysdb_lookup_and_get_tag(h.ctx), SYSDB_RC_NOT_FOUND);
-    rec->prefix = nullptr;
-    EXPECT_EQ(ocni_do_sysdb_lookup_and_get_tag(h.ctx), YFW_RC_NO_COMMON_DATA);
-    h.rc->common_data_ptr = nullptr;
-    EXPECT_EQ(ocni_do_sysdb_lookup_and_get_tag(h.ctx), YFW_RC_NO_COMMON_DATA);
-    h.rc->common_data_ptr = rec;
-}
 
 } // namespace

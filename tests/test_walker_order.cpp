@@ -162,12 +162,6 @@ TEST_F(WalkerOrder, ARefusalAbortsTheEditWithItsMessageAndCallbackAndStoresNothi
     EXPECT_EQ(called().size(), 1u);
 }
 
-TEST_F(WalkerOrder, BelowADeletedEntryOnlyItsKeysAreMapped)
-{
-    ASSERT_TRUE(edit(ST + " (delete)\n" + ST + "/config/set-tag = 5\n").result.ok());
-    EXPECT_EQ(called(), ROUTE_KEYS);
-}
-
 /* A stored route whose record is damaged: the edit's native result cannot be applied, and nothing is stored. */
 class WalkerStore : public WalkerFixture {};
 

@@ -71,11 +71,6 @@ cerrno HostHarness::call(ContainerCb cb, const zidl_yfw_datatree *in, unsigned i
     return cb(ctx, in, subtrees, out);
 }
 
-Lines HostHarness::err_lines() const
-{
-    return map_ctx_err_sink(ctx)->texts();
-}
-
 Lines HostHarness::trc_lines() const
 {
     return map_ctx_trc_sink(ctx)->texts();
@@ -96,15 +91,6 @@ void HostHarness::clear_traces()
     map_ctx_err_sink(ctx)->clear();
     map_ctx_trc_sink(ctx)->clear();
     map_ctx_ltrace_sink(ctx)->clear();
-}
-
-void reset_host_globals()
-{
-    store_reset();
-    imc_clear();
-    list_keys_reset();
-    syslog_clear();
-    alloc_fail_nth("", 0);
 }
 
 AllocWatch::AllocWatch(std::vector<std::string> tags) : tags_(std::move(tags))

@@ -2,28 +2,10 @@
  * Host harness for tests: one request with its contexts, an output tree,
  * and the trace lines of both channels.
  *
- * Usage:
- *
- *   #include "host_fixture.h"
- *   #include "tree_builder.h"
- *   using namespace ocni::test;
- *
- *   TEST_F(HostFixture, NextHopLandsInItsEntry) {
- *       h.reset(YFW_REQ_EDIT);               // new request of this kind (default: edit)
- *       h.set_vrf("red");                    // what ymap_oc_ni_get_vrf_name answers
- *       h.logging(true, true);               // error and trace levels on
- *       h.ltrace(true);                      // lightweight trace on
- *       TreePtr in = build_tree(R"(
- *           /network-instances/network-instance[name=red]/config/name = red
- *       )");
- *       zidl_yfw_datatree *n = tree_find(in.get(), "/network-instances/network-instance[name=red]");
- *       cerrno rc = h.call(some_callback, n);       // ctx, in, out as the framework passes them
- *       EXPECT_EQ(rc, 0u);
- *       EXPECT_EQ(h.out_lines(), (Lines{"/router-static/vrfs/vrf[vrf-name=red]"}));
- *       EXPECT_EQ(h.log_lines(), (Lines{"TRC: YFW: ctx=" + h.ctx_text() + ",Start", ...}));
- *       EXPECT_TRUE(h.user_msg().empty());
- *   }
- *
+ * A test resets the harness to a request kind (h.reset), sets what the
+ * framework would answer (h.set_vrf, h.logging), calls a callback on a
+ * node of an input tree (tree_builder.h) and checks h.out_lines(),
+ * h.log_lines(), h.user_msg() and the result code.
  * h.call() does what the framework does before a callback: the node
  * becomes the current input node (error paths name it), the ancestors
  * table and the stack of input list entries follow it. Output lines are
@@ -73,8 +55,7 @@ public:
     /* Only the framework steps of call(): current input, ancestors, input list stack. */
     void enter(const zidl_yfw_datatree *in) { ocni::host::req_enter_input(rc, in); }
 
-    /* Trace lines: error log, trace log, both logs in order, lightweight trace. */
-    Lines err_lines() const;
+    /* Trace lines: trace log, both logs in order, lightweight trace. */
     Lines trc_lines() const;
     Lines log_lines() const;
     Lines ltrace_lines() const;
@@ -111,14 +92,6 @@ private:
     std::vector<std::string> tags_;
     std::vector<size_t> base_;
 };
-
-/*
- * Process-wide host state back to a fresh start: an empty in-memory
- * store with working binds, an empty interface table, the default list
- * keys, an empty system log, no allocation refusal. (The plug-in's own
- * globals, such as its store connections, are not the host's to reset.)
- */
-void reset_host_globals();
 
 /* gtest fixture around one harness. */
 class HostFixture : public ::testing::Test {

@@ -30,37 +30,16 @@ int op_from_name(const std::string &name)
     return -1;
 }
 
-TreeBuilder::TreeBuilder(const char *ns) : root_(tree_new()), ns_(ns != nullptr ? ns : "")
-{
-    if (root_ == nullptr)
-        throw std::bad_alloc();
-}
+namespace {
 
-TreeBuilder::~TreeBuilder()
-{
-    tree_free(root_);
-}
-
-zidl_yfw_datatree *TreeBuilder::release()
-{
-    zidl_yfw_datatree *r = root_;
-    root_ = nullptr;
-    return r;
-}
-
-zidl_yfw_datatree *TreeBuilder::node(const std::string &path) const
-{
-    return tree_find(root_, path.c_str());
-}
-
-TreeBuilder &TreeBuilder::add(const std::string &path, const char *value, int op, const char *ns)
+/* Adds one path below `root`; `op` >= 0 sets that edit operation on the last node. */
+void add(zidl_yfw_datatree *root, const std::string &path, const char *value, int op, const char *nsp)
 {
     std::vector<PathStep> steps;
     std::string err;
     if (!parse_instance_path(path.c_str(), steps, &err) || steps.empty())
         throw std::invalid_argument("bad tree path '" + path + "': " + err);
-    const char *nsp = ns != nullptr ? ns : (ns_.empty() ? nullptr : ns_.c_str());
-    NodeRef cur = node_ref(root_);
+    NodeRef cur = node_ref(root);
     for (size_t i = 0; i < steps.size(); ++i) {
         const PathStep &s = steps[i];
         const bool last = i + 1 == steps.size();
@@ -84,16 +63,21 @@ TreeBuilder &TreeBuilder::add(const std::string &path, const char *value, int op
             throw std::runtime_error("cannot add '" + path + "'");
         cur = node_ref(next);
     }
-    zidl_yfw_datatree *last = node_get(cur);
+    zidl_yfw_datatree *end = node_get(cur);
     if (value != nullptr)
-        node_set_value(last, value);
+        node_set_value(end, value);
     if (op >= 0)
-        node_set_op(last, uint32_t(op));
-    return *this;
+        node_set_op(end, uint32_t(op));
 }
 
-TreeBuilder &TreeBuilder::lines(const std::string &text)
+} // namespace
+
+TreePtr build_tree(const std::string &text, const char *ns)
 {
+    TreePtr root(tree_new());
+    if (!root)
+        throw std::bad_alloc();
+    const char *nsp = ns != nullptr && *ns != '\0' ? ns : nullptr;
     size_t pos = 0;
     while (pos <= text.size()) {
         size_t nl = text.find('\n', pos);
@@ -117,19 +101,12 @@ TreeBuilder &TreeBuilder::lines(const std::string &text)
             eq = line.size() - 2;
         if (eq != std::string::npos) {
             std::string value = eq + 3 <= line.size() ? line.substr(eq + 3) : std::string();
-            add(trim(line.substr(0, eq)), value.c_str(), op);
+            add(root.get(), trim(line.substr(0, eq)), value.c_str(), op, nsp);
         } else {
-            add(line, nullptr, op);
+            add(root.get(), line, nullptr, op, nsp);
         }
     }
-    return *this;
-}
-
-TreePtr build_tree(const std::string &text, const char *ns)
-{
-    TreeBuilder b(ns);
-    b.lines(text);
-    return TreePtr(b.release());
+    return root;
 }
 
 } // namespace ocni::test
