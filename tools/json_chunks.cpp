@@ -128,11 +128,19 @@ private:
             return is(name, "network-instance") ? array(d, [&](int e) { return instance(e); }) : value(d);
         });
     }
+    /* A list entry: its members, then the static lists found inside it get what `label` says of it. */
+    bool entry(int depth, const Member &member, const std::function<void(JsonChunks::Group &)> &label)
+    {
+        const size_t first = out_.groups_.size();
+        const bool ok = object(depth, member);
+        for (size_t g = first; g < out_.groups_.size(); ++g)
+            label(out_.groups_[g]);
+        return ok;
+    }
     bool instance(int depth)
     {
         std::string name, config_name;
-        const size_t first = out_.groups_.size();
-        bool ok = object(depth, [&](const std::string &member, int d) {
+        return entry(depth, [&](const std::string &member, int d) {
             if (is(member, "name"))
                 return string(&name);
             if (is(member, "config"))
@@ -142,18 +150,15 @@ private:
                     return is(m, "protocol") ? array(e, [&](int f) { return protocol(f); }) : value(e);
                 });
             return value(d);
+        }, [&](JsonChunks::Group &g) {
+            g.instance = name;
+            g.instance_config_name = config_name;
         });
-        for (size_t g = first; g < out_.groups_.size(); ++g) {
-            out_.groups_[g].instance = name;
-            out_.groups_[g].instance_config_name = config_name;
-        }
-        return ok;
     }
     bool protocol(int depth)
     {
         std::string identifier, name;
-        const size_t first = out_.groups_.size();
-        bool ok = object(depth, [&](const std::string &member, int d) {
+        return entry(depth, [&](const std::string &member, int d) {
             if (is(member, "identifier"))
                 return string(&identifier);
             if (is(member, "name"))
@@ -161,12 +166,10 @@ private:
             if (is(member, "static-routes"))
                 return object(d, [&](const std::string &m, int e) { return is(m, "static") ? statics(e) : value(e); });
             return value(d);
+        }, [&](JsonChunks::Group &g) {
+            g.identifier = identifier;
+            g.protocol = name;
         });
-        for (size_t g = first; g < out_.groups_.size(); ++g) {
-            out_.groups_[g].identifier = identifier;
-            out_.groups_[g].protocol = name;
-        }
-        return ok;
     }
     bool statics(int depth)
     {
