@@ -835,7 +835,7 @@ bool NativeConfig::commit(std::string &err)
     }
     bool ok = flush(err);
     if (ok && write_->commit() != YFW_RC_OK) {
-        err = "store commit failed" + with_cause(*write_);
+        err = "commit failed" + with_cause(*write_);
         ok = false;
     }
     end();

@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <lmdb.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -115,6 +117,24 @@ MDB_val val_of(const std::string &s)
     return v;
 }
 
+/* The system's words for a failure; LMDB reports a short write as EIO, so say what ran out. */
+std::string failure_cause(MDB_env *env, int rc)
+{
+    std::string why = mdb_strerror(rc);
+    if (rc != EIO && rc != ENOSPC && rc != EFBIG)
+        return why;
+    const char *dir = nullptr;
+    struct statvfs fs;
+    if (mdb_env_get_path(env, &dir) == 0 && statvfs(dir, &fs) == 0 &&
+        static_cast<unsigned long long>(fs.f_bavail) * fs.f_frsize < (1ull << 20))
+        return why + " (the file system holding the store is full)";
+    struct rlimit rl;
+    if (getrlimit(RLIMIT_FSIZE, &rl) == 0 && rl.rlim_cur != RLIM_INFINITY)
+        return why + " (the store file may not grow past this process's file size limit of " +
+               std::to_string(rl.rlim_cur) + " bytes)";
+    return why;
+}
+
 class LmdbTxn : public Txn {
 public:
     LmdbTxn(MDB_txn *t, MDB_dbi dbi, bool write, size_t max_key) : t_(t), dbi_(dbi), write_(write), max_key_(max_key)
@@ -214,9 +234,12 @@ public:
     {
         if (!t_)
             return SYSDB_RC_FAILED;
+        MDB_env *env = mdb_txn_env(t_); /* the commit frees the transaction */
         int rc = mdb_txn_commit(t_);
         t_ = nullptr;
-        return failed(rc) ? SYSDB_RC_FAILED : YFW_RC_OK;
+        if (rc != 0)
+            cause_ = failure_cause(env, rc);
+        return rc != 0 ? SYSDB_RC_FAILED : YFW_RC_OK;
     }
 
     std::string cause() const override { return cause_; }

@@ -60,6 +60,8 @@ TEST_F(Cli, UsageErrorsExitTwo)
         {"vrf add this-name-is-far-too-long-for-a-vrf-of-the-router", "is longer than 32 characters"},
         {"vrf add -x", "a name that starts with '-' goes after --"},
         {"vrf add \"$(printf 'a\\tb')\"", "VRF name \"a\\x09b\" contains a control character"},
+        {"vrf add \"$(printf 'a\\nb')\"", "VRF name \"a\\x0ab\" contains a control character"},
+        {"vrf add 'a]b'", "contains ']'"},
         {"vrf delete 'a]b'", "contains ']'"},
         {"get --vrf", "--vrf needs a name"},
         {"get --prefix tomato", "invalid prefix \"tomato\""},

@@ -45,6 +45,8 @@ TEST_F(Cli, ForeignDamagedAndTruncatedStoresAreRefusedUnchanged)
         {"another program's", [&] { put_raw({{"/etc/thing", "1"}}); }, "another program"},
         {"newer format", [&] { put_raw({{h::META_FORMAT_KEY, std::string("OCNI\x09\x00", 6)}}); }, "newer"},
         {"previous format", [&] { put_raw({{"/cfg/gl/rsi/vrf/red/name", "x"}}); }, "ocni-map store upgrade"},
+        {"lock file a directory", [&] { ours(); ASSERT_EQ(unlink((store_ + "/lock.mdb").c_str()), 0);
+                                        ASSERT_EQ(mkdir((store_ + "/lock.mdb").c_str(), 0755), 0); }, "Is a directory"},
     };
     for (const Row &r : rows) {
         SCOPED_TRACE(r.name);
@@ -55,6 +57,7 @@ TEST_F(Cli, ForeignDamagedAndTruncatedStoresAreRefusedUnchanged)
                                                                     : std::string(cmd));
             EXPECT_EQ(o.status, 3) << cmd << ": " << o.err;
             EXPECT_NE(o.err.find(r.mentions), std::string::npos) << cmd << ": " << o.err;
+            EXPECT_EQ(o.err.find("store " + store_), o.err.rfind("store " + store_)) << "said twice: " << o.err;
             EXPECT_TRUE(o.out.empty()) << cmd;
         }
         EXPECT_EQ(read_file(store_ + "/data.mdb"), bytes);
@@ -171,6 +174,7 @@ TEST_F(Cli, StoreTheUserCannotWriteStillReads)
     }
     Outcome w = run("vrf add blue");
     EXPECT_EQ(w.status, 3) << w.err;
+    EXPECT_NE(w.err.find("error: store: the store cannot be written"), std::string::npos) << w.err;
     runner_.clear();
 }
 
@@ -183,7 +187,8 @@ TEST_F(Cli, StoreWriteFailureNamesItsCause)
     Outcome o = run("edit -", big);
     runner_.clear();
     EXPECT_EQ(o.status, 3);
-    EXPECT_NE(o.err.find("store commit failed: "), std::string::npos) << o.err;
+    EXPECT_NE(o.err.find("error: store: commit failed: Input/output error (the store file may not grow past this "
+                         "process's file size limit of 102400 bytes)"), std::string::npos) << o.err;
     EXPECT_EQ(run("get").out, "{}\n");
 }
 
