@@ -155,10 +155,16 @@ cerrno yfw_map_datatree_add_path_flagged(yfw_map_ctx *ctx, zidl_yfw_datatree *ou
                                          const zidl_yfw_datatree *src, zidl_yfw_datatree **created,
                                          uint32_t flag, uint32_t add_flag)
 {
-    (void)add_flag; /* paths under a trim-path context are absolute all the same */
     if (created != nullptr)
         *created = nullptr;
     if (ctx == nullptr || ctx->req_ctx == nullptr || out == nullptr || path == nullptr)
+        return YFW_RC_MAP_FAILED;
+    /*
+     * Flag 1 makes a list entry or container, which holds no value; the add flag is 0 or 32
+     * (paths under a trim-path context are absolute all the same, so it changes nothing else).
+     * A caller breaking this would build a tree other than the one it means: refused.
+     */
+    if (flag > 1 || (flag == 1 && value != nullptr) || (add_flag != 0 && add_flag != 32))
         return YFW_RC_MAP_FAILED;
     if (ctx->req_ctx->suppress_flag != 0) /* additions made while suppressed are dropped */
         return YFW_RC_OK;

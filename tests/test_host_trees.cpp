@@ -173,6 +173,11 @@ TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
     EXPECT_EQ(yfw_map_datatree_add_path_flagged(nullptr, h.out, "/a", NS, nullptr, nullptr, nullptr, 0, 0), YFW_RC_MAP_FAILED);
     EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, nullptr, "/a", NS, nullptr, nullptr, nullptr, 0, 0), YFW_RC_MAP_FAILED);
     EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, nullptr, NS, nullptr, nullptr, nullptr, 0, 0), YFW_RC_MAP_FAILED);
+    /* Flags outside the contract: a new entry with a value, flag 2, an add flag other than 0 or 32. */
+    EXPECT_EQ(add("/a/b", "x", 1), YFW_RC_MAP_FAILED);
+    EXPECT_EQ(add("/a/b", nullptr, 2), YFW_RC_MAP_FAILED);
+    EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a", NS, nullptr, nullptr, nullptr, 0, 1), YFW_RC_MAP_FAILED);
+    EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a", NS, "x", nullptr, nullptr, 0, 33), YFW_RC_MAP_FAILED);
     auto *rq = h.ctx->req_ctx;
     h.ctx->req_ctx = nullptr;
     EXPECT_EQ(add("/a"), YFW_RC_MAP_FAILED);
