@@ -67,13 +67,6 @@ size_t alloc_live(const std::string &tag)
     return it == r.live.end() ? 0 : it->second;
 }
 
-size_t alloc_live_total()
-{
-    Registry &r = reg();
-    std::lock_guard<std::mutex> lk(r.mu);
-    return r.blocks.size();
-}
-
 std::string alloc_tag_of(const void *p)
 {
     Registry &r = reg();

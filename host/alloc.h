@@ -13,8 +13,6 @@ namespace ocni::host {
 
 /* Live blocks allocated with `tag` (wos_named_calloc_, yfw_strdup). */
 size_t alloc_live(const std::string &tag);
-/* Live tagged blocks of all tags. */
-size_t alloc_live_total();
 /* Tag of a live block, "" when the block is not a tagged one. */
 std::string alloc_tag_of(const void *p);
 /*
