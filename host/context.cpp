@@ -313,14 +313,6 @@ void request_set_mode(yfw_request *req, uint32_t mode)
         memcpy(reinterpret_cast<uint8_t *>(req) + YFW_REQ_OFF_MODE, &mode, sizeof mode);
 }
 
-uint32_t request_mode(const yfw_request *req)
-{
-    uint32_t v = 0;
-    if (req != nullptr)
-        memcpy(&v, reinterpret_cast<const uint8_t *>(req) + YFW_REQ_OFF_MODE, sizeof v);
-    return v;
-}
-
 bool request_any_marker(const yfw_request *req)
 {
     if (req == nullptr)
@@ -453,12 +445,6 @@ void req_enter_input(yfw_req_ctx *rc, const zidl_yfw_datatree *node)
     st->current_input = node_ref(node);
 }
 
-const zidl_yfw_datatree *req_current_input(const yfw_req_ctx *rc)
-{
-    const ReqState *st = state_of(rc);
-    return st != nullptr ? node_get(st->current_input) : nullptr;
-}
-
 const std::vector<std::string> &req_error_paths(const yfw_req_ctx *rc)
 {
     static const std::vector<std::string> none;
@@ -470,14 +456,6 @@ void req_clear_error_paths(yfw_req_ctx *rc)
 {
     if (ReqState *st = state_of(rc); st != nullptr)
         st->error_paths.clear();
-}
-
-void req_free_common_data(yfw_req_ctx *rc)
-{
-    if (rc == nullptr)
-        return;
-    wos_named_free(rc->common_data_ptr);
-    rc->common_data_ptr = nullptr;
 }
 
 yfw_map_ctx *map_ctx_new(yfw_req_ctx *rc)
@@ -523,11 +501,6 @@ LogSink *map_ctx_ltrace_sink(const yfw_map_ctx *ctx)
     return ctx != nullptr && ctx->fw != nullptr ? &static_cast<CtxState *>(ctx->fw)->ltrace : nullptr;
 }
 
-void list_keys_register(const std::string &list, const std::vector<std::string> &k)
-{
-    keys().change([&](auto &lists) { lists[list] = k; });
-}
-
 std::vector<std::string> list_keys_of(const std::string &list)
 {
     const KeySnapshot &r = key_snapshot();
@@ -549,11 +522,6 @@ bool list_is_key(std::string_view list, std::string_view leaf)
         if (k == leaf)
             return true;
     return false;
-}
-
-void list_keys_reset()
-{
-    keys().change([](auto &lists) { fill_defaults(lists); });
 }
 
 } // namespace ocni::host

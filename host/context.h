@@ -51,7 +51,6 @@ void request_set_marker(yfw_request *req, Marker m, bool on = true);
 void request_set_marker_bits(yfw_request *req, Marker m, bool on);
 /* The 32-bit mode word at 0x550. */
 void request_set_mode(yfw_request *req, uint32_t mode);
-uint32_t request_mode(const yfw_request *req);
 /* Non-zero marker bits, all groups. */
 bool request_any_marker(const yfw_request *req);
 
@@ -82,7 +81,6 @@ size_t req_input_depth(const yfw_req_ctx *rc);
 
 /* The input node being mapped (its path is what yfw_oc_error_path records). */
 void req_set_current_input(yfw_req_ctx *rc, const zidl_yfw_datatree *node);
-const zidl_yfw_datatree *req_current_input(const yfw_req_ctx *rc);
 
 /*
  * Everything the framework sets before calling the callback of `node`:
@@ -96,9 +94,6 @@ void req_enter_input(yfw_req_ctx *rc, const zidl_yfw_datatree *node);
 /* Error paths recorded by yfw_oc_error_path, oldest first. */
 const std::vector<std::string> &req_error_paths(const yfw_req_ctx *rc);
 void req_clear_error_paths(yfw_req_ctx *rc);
-
-/* Lets a new route record be hung by the plug-in after the previous was freed. */
-void req_free_common_data(yfw_req_ctx *rc);
 
 /* ---- mapping context ---- */
 
@@ -118,13 +113,10 @@ LogSink *map_ctx_ltrace_sink(const yfw_map_ctx *ctx);
 
 /* ---- list key registry ---- */
 
-/* Key leaf names of a list, by list name; defaults cover the three models. */
-void list_keys_register(const std::string &list, const std::vector<std::string> &keys);
+/* Key leaf names of a list, by list name: the lists of the three models. */
 std::vector<std::string> list_keys_of(const std::string &list);
 bool list_is_known(std::string_view list);
 bool list_is_key(std::string_view list, std::string_view leaf);
-/* Restores the defaults (forgets what tests registered). */
-void list_keys_reset();
 
 } // namespace ocni::host
 
