@@ -5,11 +5,8 @@
  */
 #include "host/context_internal.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <mutex>
 #include <unordered_map>
 
 #include "host/trace.h"
@@ -131,7 +128,7 @@ void write_place(yfw_request *req, const MarkerPlace &p, uint16_t v)
         memcpy(b + p.off, &v, sizeof v);
 }
 
-/* List name -> key leaf names: one immutable version, read without a lock. */
+/* List name -> key leaf names, read without a lock. */
 struct KeySnapshot {
     std::map<std::string, std::vector<std::string>, std::less<>> lists;
     /*
@@ -160,30 +157,6 @@ struct KeySnapshot {
     }
 };
 
-/*
- * Changes (start-up, tests) publish a new version; old versions are kept,
- * so that a reader never sees one freed under it. They are few.
- */
-struct KeyRegistry {
-    std::mutex mu;
-    std::vector<std::unique_ptr<KeySnapshot>> versions;
-    std::atomic<const KeySnapshot *> current{nullptr};
-
-    /* Publishes `edit` applied to a copy of the current version. */
-    template <class Fn>
-    void change(Fn &&edit)
-    {
-        std::lock_guard<std::mutex> lk(mu);
-        auto next = std::make_unique<KeySnapshot>();
-        if (const KeySnapshot *cur = current.load(std::memory_order_acquire))
-            next->lists = cur->lists;
-        edit(next->lists);
-        next->reindex();
-        current.store(next.get(), std::memory_order_release);
-        versions.push_back(std::move(next));
-    }
-};
-
 void fill_defaults(std::map<std::string, std::vector<std::string>, std::less<>> &lists)
 {
     lists = {
@@ -202,19 +175,16 @@ void fill_defaults(std::map<std::string, std::vector<std::string>, std::less<>> 
     };
 }
 
-KeyRegistry &keys()
+/* Built once, on first use, and never changed after. */
+const KeySnapshot &key_snapshot()
 {
-    static KeyRegistry *k = [] {
-        auto *r = new KeyRegistry;
-        r->change([](auto &lists) { fill_defaults(lists); });
+    static const KeySnapshot *k = [] {
+        auto *r = new KeySnapshot; /* outlives every static user */
+        fill_defaults(r->lists);
+        r->reindex();
         return r;
     }();
     return *k;
-}
-
-const KeySnapshot &key_snapshot()
-{
-    return *keys().current.load(std::memory_order_acquire);
 }
 
 /* `s` without its trailing "/" (a lone "/" stays). */
