@@ -14,7 +14,6 @@ struct Table {
     std::mutex mu;
     std::unordered_map<std::string, uint32_t> ifs;
     cerrno fail = 0;
-    size_t calls = 0;
     bool every_name = false;
 };
 
@@ -34,18 +33,11 @@ void imc_add_interface(const std::string &name, uint32_t ifindex)
     table().ifs[name] = ifindex;
 }
 
-void imc_remove_interface(const std::string &name)
-{
-    std::lock_guard<std::mutex> lk(table().mu);
-    table().ifs.erase(name);
-}
-
 void imc_clear()
 {
     std::lock_guard<std::mutex> lk(table().mu);
     table().ifs.clear();
     table().fail = 0;
-    table().calls = 0;
     table().every_name = false;
 }
 
@@ -59,12 +51,6 @@ void imc_fail_calls(cerrno rc)
 {
     std::lock_guard<std::mutex> lk(table().mu);
     table().fail = rc;
-}
-
-size_t imc_call_count()
-{
-    std::lock_guard<std::mutex> lk(table().mu);
-    return table().calls;
 }
 
 } // namespace ocni::host
@@ -84,7 +70,6 @@ cerrno imc_interface_find(void *conn, uint32_t count, const imc_if_req_t *req, c
     try {
         Table &t = table();
         std::lock_guard<std::mutex> lk(t.mu);
-        ++t.calls;
         if (t.fail != 0)
             return t.fail;
         for (uint32_t i = 0; i < count; ++i) {

@@ -14,7 +14,6 @@ namespace ocni::host {
 
 /* Adds (or renumbers) an interface; names are matched exactly. */
 void imc_add_interface(const std::string &name, uint32_t ifindex);
-void imc_remove_interface(const std::string &name);
 void imc_clear();
 /* Makes every call fail with `rc` (0: calls work again). */
 void imc_fail_calls(cerrno rc);
@@ -24,8 +23,6 @@ void imc_fail_calls(cerrno rc);
  * names.
  */
 void imc_every_name_present(bool on);
-/* Number of imc_interface_find calls so far. */
-size_t imc_call_count();
 
 } // namespace ocni::host
 
