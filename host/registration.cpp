@@ -239,15 +239,6 @@ BindingIndex::BindingIndex(Model model)
             at = c;
         }
         at->bindings.push_back(&b);
-        /* Every ancestor path (and the path itself) leads to a binding. */
-        std::string p = b.schema_path;
-        while (!p.empty()) {
-            prefixes_[p] = true;
-            size_t slash = p.rfind('/');
-            if (slash == std::string::npos)
-                break;
-            p.resize(slash);
-        }
     }
 }
 
@@ -267,22 +258,6 @@ const BindingIndex::Node *BindingIndex::Node::child(const char *n) const
         if (c->name == n)
             return c.get();
     return nullptr;
-}
-
-bool BindingIndex::has_bindings_below(const std::string &schema_path) const
-{
-    return prefixes_.count(schema_path) != 0;
-}
-
-const char *model_name(Model m)
-{
-    switch (m) {
-    case Model::OpenConfigEdit: return "openconfig";
-    case Model::OpenConfigState: return "openconfig-state";
-    case Model::Native: return "native";
-    case Model::Operational: return "operational";
-    }
-    return "?";
 }
 
 } // namespace ocni::host

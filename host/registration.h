@@ -74,18 +74,13 @@ public:
 
     explicit BindingIndex(Model model);
     const std::vector<const Binding *> *find(const std::string &schema_path) const;
-    /* Schema paths with at least one binding below or at them (walk pruning). */
-    bool has_bindings_below(const std::string &schema_path) const;
     /* The root of the schema ("/"), parent of the top-level nodes. */
     const Node *root() const { return &root_; }
 
 private:
     std::unordered_map<std::string, std::vector<const Binding *>> by_path_;
-    std::unordered_map<std::string, bool> prefixes_;
     Node root_;
 };
-
-const char *model_name(Model m);
 
 } // namespace ocni::host
 
