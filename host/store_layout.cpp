@@ -272,13 +272,6 @@ cerrno store_add_vrf(const std::string &name)
     return own_write([&](Txn &t) { return store_add_vrf(t, name); });
 }
 
-cerrno store_add_empty_vrf(const std::string &name)
-{
-    if (name.empty() || name.find('/') != std::string::npos)
-        return SYSDB_RC_INVALID_ARG;
-    return own_write([&](Txn &t) { return t.put(vrf_dir(name), std::string()); });
-}
-
 cerrno store_remove_vrf(Txn &t, const std::string &name)
 {
     if (name.empty() || name.find('/') != std::string::npos)

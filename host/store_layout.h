@@ -90,8 +90,6 @@ cerrno store_all_next_hops(std::vector<NativeNextHop> &out);
 /* VRF store: "vrf/NAME/" under RSI_ROOT, holding the item "name". */
 cerrno store_add_vrf(Txn &t, const std::string &name);
 cerrno store_add_vrf(const std::string &name);
-/* A listed VRF directory without any item (lists with count 0). */
-cerrno store_add_empty_vrf(const std::string &name);
 cerrno store_remove_vrf(Txn &t, const std::string &name);
 cerrno store_remove_vrf(const std::string &name);
 bool store_has_vrf(Txn &t, const std::string &name);
