@@ -238,39 +238,6 @@ void append_segment(std::string &path, const zidl_yfw_datatree *n, const NodeRec
     }
 }
 
-NodeKind infer_kind(const zidl_yfw_datatree *n)
-{
-    if (auto *r = static_cast<const NodeRec *>(n->fw); r != nullptr && r->node == n)
-        return r->kind;
-    if (n->value != nullptr || (n->flags & YFW_DT_F_VALUE))
-        return NodeKind::Leaf;
-    if (n->flags & YFW_DT_F_LIST)
-        return NodeKind::Entry;
-    return NodeKind::Container;
-}
-
-bool clone_into(NodeRec *dst, const zidl_yfw_datatree *src)
-{
-    for (uint32_t i = 0; i < src->n_children; ++i) {
-        const zidl_yfw_datatree &c = src->children[i];
-        if (c.name == nullptr)
-            break;
-        NodeRec *r = add_child(dst, c.name, infer_kind(&c), c.value, c.ns);
-        if (r == nullptr)
-            return false;
-        if (c.data_ns != nullptr && !set_data_ns(r, c.data_ns))
-            return false;
-        r->node->op = c.op;
-        r->node->flags = uint8_t((c.flags & ~YFW_DT_F_CHILDREN) | (r->node->flags & YFW_DT_F_CHILDREN));
-        r->node->flags2 = c.flags2;
-        if (!clone_into(r, &c))
-            return false;
-        if (r->kind == NodeKind::Entry)
-            rekey(r);
-    }
-    return true;
-}
-
 } // namespace
 
 uint64_t sibling_visits()
@@ -575,26 +542,6 @@ NodeRec *add_child(NodeRec *p, std::string_view name, NodeKind kind, const char 
     return r;
 }
 
-void find_children(const NodeRec *p, std::string_view key, std::vector<NodeRec *> &out)
-{
-    out.clear();
-    if (p == nullptr)
-        return;
-    if (p->child_index) {
-        auto it = p->child_index->by_key.find(key);
-        if (it != p->child_index->by_key.end())
-            for (NodeRec *r = it->second; r != nullptr; r = r->next_same)
-                out.push_back(r);
-        return;
-    }
-    for (uint32_t i = 0; i < p->node->n_children; ++i) {
-        NodeRec *c = child_rec(p->node, i);
-        ++g_sibling_visits;
-        if (c->key_view() == key)
-            out.push_back(c);
-    }
-}
-
 NodeRec *find_child(const NodeRec *p, std::string_view key)
 {
     if (p == nullptr)
@@ -801,26 +748,6 @@ void tree_free(zidl_yfw_datatree *root)
     delete t;
 }
 
-zidl_yfw_datatree *tree_clone(const zidl_yfw_datatree *root)
-{
-    if (root == nullptr)
-        return nullptr;
-    zidl_yfw_datatree *copy = tree_new();
-    if (copy == nullptr)
-        return nullptr;
-    bool ok = false;
-    try {
-        ok = clone_into(rec_of(copy), root);
-    } catch (...) {
-        ok = false;
-    }
-    if (!ok) {
-        tree_free(copy);
-        return nullptr;
-    }
-    return copy;
-}
-
 NodeRef node_ref(const zidl_yfw_datatree *node)
 {
     return ref_of(rec_of(node));
@@ -836,12 +763,6 @@ zidl_yfw_datatree *node_parent(const zidl_yfw_datatree *node)
 {
     NodeRec *r = rec_of(node);
     return r != nullptr && r->parent != nullptr ? r->parent->node : nullptr;
-}
-
-zidl_yfw_datatree *node_root(const zidl_yfw_datatree *node)
-{
-    NodeRec *r = rec_of(node);
-    return r != nullptr ? r->tree->root : nullptr;
 }
 
 zidl_yfw_datatree *node_add_child(zidl_yfw_datatree *parent, const char *name, NodeKind kind,
@@ -896,12 +817,6 @@ bool node_set_value(zidl_yfw_datatree *node, const char *value)
     } catch (...) {
         return false;
     }
-}
-
-bool node_set_ns(zidl_yfw_datatree *node, const char *ns)
-{
-    NodeRec *r = rec_of(node);
-    return r != nullptr && set_ns(r, ns);
 }
 
 bool node_set_data_ns(zidl_yfw_datatree *node, const char *data_ns)
@@ -1177,16 +1092,6 @@ std::vector<std::string> tree_lines(const zidl_yfw_datatree *root, const DumpOpt
     collect_lines(root, "", opt, out);
     std::sort(out.begin(), out.end());
     return out;
-}
-
-std::string tree_dump(const zidl_yfw_datatree *root, const DumpOptions &opt)
-{
-    std::string s;
-    for (const auto &l : tree_lines(root, opt)) {
-        s += l;
-        s += '\n';
-    }
-    return s;
 }
 
 uint64_t tree_sibling_visits()

@@ -38,8 +38,6 @@ struct NodeRef {
 zidl_yfw_datatree *tree_new();
 /* Frees a whole tree given its root. NULL is ignored. */
 void tree_free(zidl_yfw_datatree *root);
-/* Deep copy of a whole tree (names, values, ops, namespaces, flags). */
-zidl_yfw_datatree *tree_clone(const zidl_yfw_datatree *root);
 
 /* Handle of a node of a host tree (empty for a foreign or NULL node). */
 NodeRef node_ref(const zidl_yfw_datatree *node);
@@ -47,8 +45,6 @@ NodeRef node_ref(const zidl_yfw_datatree *node);
 zidl_yfw_datatree *node_get(NodeRef ref);
 /* Parent of a node, NULL for a root or a foreign node. */
 zidl_yfw_datatree *node_parent(const zidl_yfw_datatree *node);
-/* Root of the tree holding the node. */
-zidl_yfw_datatree *node_root(const zidl_yfw_datatree *node);
 
 /* Kinds of child a host adds. */
 enum class NodeKind : uint8_t { Container, Entry, Leaf };
@@ -68,8 +64,6 @@ zidl_yfw_datatree *node_add_entry(zidl_yfw_datatree *parent, const char *name,
                                   const char *ns = nullptr, bool *existed = nullptr);
 /* Sets (or clears, with NULL) a node's value; re-indexes an entry whose key leaf changes. */
 bool node_set_value(zidl_yfw_datatree *node, const char *value);
-/* Sets the namespace; NULL clears it. */
-bool node_set_ns(zidl_yfw_datatree *node, const char *ns);
 /* Sets the value namespace and flags2 0x10. */
 bool node_set_data_ns(zidl_yfw_datatree *node, const char *data_ns);
 /* Sets the edit operation and the operation-present bit 0x10. */
@@ -109,8 +103,6 @@ struct DumpOptions {
  * their own unless asked for or carrying an operation.
  */
 std::vector<std::string> tree_lines(const zidl_yfw_datatree *root, const DumpOptions &opt = {});
-/* The same lines joined with "\n" (each line terminated). */
-std::string tree_dump(const zidl_yfw_datatree *root, const DumpOptions &opt = {});
 /* Number of nodes below and including `root`. */
 size_t tree_size(const zidl_yfw_datatree *root);
 /* Nodes of all live trees, and the most there were since the last reset (for tests). */

@@ -139,8 +139,6 @@ NodeRec *add_child(NodeRec *parent, std::string_view name, NodeKind kind, const 
 /* The same; an entry gets `key` (its lookup key once its key leaves are added) from the start. */
 NodeRec *add_child(NodeRec *parent, std::string_view name, NodeKind kind, const char *value,
                    const char *ns, const std::string *key);
-/* Children of `parent` whose lookup key is `key`, oldest first. */
-void find_children(const NodeRec *parent, std::string_view key, std::vector<NodeRec *> &out);
 NodeRec *find_child(const NodeRec *parent, std::string_view key);
 /* Oldest list entry named `name` under `parent`, whatever its keys. */
 NodeRec *find_first_entry(const NodeRec *parent, std::string_view name);
