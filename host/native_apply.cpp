@@ -363,12 +363,6 @@ Route *NativeConfig::touch(const RouteKey &k, bool create, std::string &err)
     return it->second.route ? &*it->second.route : nullptr;
 }
 
-bool NativeConfig::exists(const RouteKey &k)
-{
-    std::string err;
-    return touch(k, false, err) != nullptr;
-}
-
 void NativeConfig::remove_route(const RouteKey &k, std::vector<std::string> &changes)
 {
     std::string err;

@@ -148,7 +148,6 @@ private:
     };
     /* A route of the write transaction, loaded for change; null when absent and not created. */
     Route *touch(const RouteKey &k, bool create, std::string &err);
-    bool exists(const RouteKey &k);
     void remove_route(const RouteKey &k, std::vector<std::string> &changes);
     void remove_routes_if(const std::string *vrf, const bool *ipv4, std::vector<std::string> &changes);
     bool flush(std::string &err);

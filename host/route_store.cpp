@@ -229,12 +229,6 @@ bool RouteKey::operator<(const RouteKey &o) const
         return ipv4;
     return prefix != o.prefix ? prefix < o.prefix : length < o.length;
 }
-bool RouteKey::operator==(const RouteKey &o) const
-{
-    std::string a = route_record_key(*this);
-    return a.empty() ? vrf == o.vrf && ipv4 == o.ipv4 && prefix == o.prefix && length == o.length
-                     : a == route_record_key(o);
-}
 bool NhKey::operator<(const NhKey &o) const
 {
     if (table != o.table)
@@ -242,10 +236,6 @@ bool NhKey::operator<(const NhKey &o) const
     if (interface != o.interface)
         return interface < o.interface;
     return address < o.address;
-}
-bool NhKey::operator==(const NhKey &o) const
-{
-    return table == o.table && interface == o.interface && address == o.address;
 }
 
 std::string nh_openconfig_index(const NhKey &k, const NhLeaves &leaves)

@@ -35,7 +35,6 @@ struct RouteKey {
     std::string prefix; /* address text as the native tree holds it */
     std::string length;
     bool operator<(const RouteKey &o) const; /* store order */
-    bool operator==(const RouteKey &o) const;
 };
 
 struct NhKey {
@@ -43,7 +42,6 @@ struct NhKey {
     std::string interface; /* empty in the interface table */
     std::string address;   /* empty in the interface table */
     bool operator<(const NhKey &o) const;
-    bool operator==(const NhKey &o) const;
 };
 
 /* Leaves of a next hop other than its keys ("index", "metric", "tag", ...). */

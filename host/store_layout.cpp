@@ -224,28 +224,6 @@ cerrno store_write_next_hop(const NativeNextHop &nh)
     return own_write([&](Txn &t) { return store_write_next_hop(t, nh); });
 }
 
-cerrno store_delete_next_hop(const NativeNextHop &nh)
-{
-    return own_write([&](Txn &t) {
-        std::string dir = route_next_hop_dir(nh.vrf, nh.ipv4, nh.prefix, nh.prefix_length);
-        std::string key = next_hop_key(nh);
-        if (dir.empty() || key.empty())
-            return SYSDB_RC_INVALID_ARG;
-        return t.del(STATIC_ROOT + dir + key);
-    });
-}
-
-cerrno store_read_next_hops(const std::string &vrf, bool ipv4, const std::string &prefix, int length,
-                            std::vector<NativeNextHop> &out)
-{
-    return own_read([&](Txn &t) {
-        std::string dir = route_next_hop_dir(vrf, ipv4, prefix, length);
-        if (dir.empty())
-            return SYSDB_RC_INVALID_ARG;
-        return scan_next_hops(t, STATIC_ROOT + dir, out);
-    });
-}
-
 cerrno store_all_next_hops(Txn &t, std::vector<NativeNextHop> &out)
 {
     try {
@@ -292,11 +270,6 @@ cerrno store_remove_vrf(Txn &t, const std::string &name)
     return YFW_RC_OK;
 }
 
-cerrno store_remove_vrf(const std::string &name)
-{
-    return own_write([&](Txn &t) { return store_remove_vrf(t, name); });
-}
-
 bool store_has_vrf(Txn &t, const std::string &name)
 {
     if (name.empty() || name.find('/') != std::string::npos)
@@ -306,16 +279,6 @@ bool store_has_vrf(Txn &t, const std::string &name)
     t.scan(dir, prefix_end(dir), [&](const std::string &, const std::string &) {
         any = true;
         return false;
-    });
-    return any;
-}
-
-bool store_has_vrf(const std::string &name)
-{
-    bool any = false;
-    own_read([&](Txn &t) {
-        any = store_has_vrf(t, name);
-        return YFW_RC_OK;
     });
     return any;
 }

@@ -78,11 +78,6 @@ class Txn;
 /* Writes (or rewrites) one next hop; SYSDB_RC_INVALID_ARG on a bad prefix or address. */
 cerrno store_write_next_hop(Txn &t, const NativeNextHop &nh);
 cerrno store_write_next_hop(const NativeNextHop &nh);
-/* Removes one next hop by its key; SYSDB_RC_NOT_FOUND when it is not stored. */
-cerrno store_delete_next_hop(const NativeNextHop &nh);
-/* The next hops stored for one route, in store order. */
-cerrno store_read_next_hops(const std::string &vrf, bool ipv4, const std::string &prefix, int length,
-                            std::vector<NativeNextHop> &out);
 /* Every stored next hop of every VRF and family, in store order. */
 cerrno store_all_next_hops(Txn &t, std::vector<NativeNextHop> &out);
 cerrno store_all_next_hops(std::vector<NativeNextHop> &out);
@@ -91,9 +86,7 @@ cerrno store_all_next_hops(std::vector<NativeNextHop> &out);
 cerrno store_add_vrf(Txn &t, const std::string &name);
 cerrno store_add_vrf(const std::string &name);
 cerrno store_remove_vrf(Txn &t, const std::string &name);
-cerrno store_remove_vrf(const std::string &name);
 bool store_has_vrf(Txn &t, const std::string &name);
-bool store_has_vrf(const std::string &name);
 /* Names of the VRFs of the VRF store, in store order. */
 cerrno store_list_vrfs(Txn &t, std::vector<std::string> &out);
 
