@@ -294,3 +294,22 @@ TEST_F(ReadPathRuleTest, HostMarkerHelpersSetAndClearWhatThePluginReads)
 }
 
 } // namespace
+
+/* Metadata added a second time to one output tree traces, leaf by leaf, that it is there. */
+TEST_F(FrameTest, MetadataAddedTwiceTracesEachLeafThatExists)
+{
+    h.reset(YFW_REQ_READ_STATE);
+    ASSERT_EQ(ymap_oc_ni_add_vrf_metadata(h.ctx, h.out, "default"), 0u);
+    ASSERT_EQ(ymap_oc_ni_add_protocol_static_metadata(h.ctx, h.out, "default"), 0u);
+    h.logging(false, true);
+    ASSERT_EQ(ymap_oc_ni_add_vrf_metadata(h.ctx, h.out, "default"), 0u);
+    ASSERT_EQ(ymap_oc_ni_add_protocol_static_metadata(h.ctx, h.out, "default"), 0u);
+    std::string said;
+    for (const std::string &l : h.trc_lines())
+        if (l.find("already exists") != std::string::npos)
+            said += l.substr(l.find(',') + 1) + "|";
+    EXPECT_EQ(said, "default vrf already exists|config/name for default vrf already exists|config/type already exists|"
+                    "state/name already exists|state/type already exists|default vrf already exists|"
+                    "config/identifier already exists|config/name already exists|state/identifier already exists|"
+                    "state/name already exists|state/enabled already exists|state/default-metric already exists|");
+}
