@@ -487,6 +487,9 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
     const std::string lo5 = tbl + "vrf-next-hop-interface-name[interface-name=Loopback0.5]";
     const std::string lo = tbl + "vrf-next-hop-interface-name[interface-name=Loopback0]";
     const std::string null0 = tbl + "vrf-next-hop-interface-name[interface-name=Null0]";
+    const std::string lo_a1 =
+        tbl + "vrf-next-hop-interface-name-next-hop-address[interface-name=Loopback0][next-hop-address=10.0.0.1]";
+    const std::string nh2 = nh.substr(0, nh.size() - 2) + "2]";
     const std::string ifc = nh + "/interface-ref/config/interface = Loopback0\n";
     const std::string sub = nh + "/interface-ref/config/subinterface = 5\n";
     struct Row {
@@ -499,6 +502,15 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
     const Row rows[] = {
         {"the same address again", nh + "/config/next-hop = 10.0.0.1\n", nh + "/config/next-hop = 10.0.0.1\n", {},
          {addr1 + "/index = 1"}},
+        {"the stored interface again, on a next hop with an address", ifc + nh + "/config/next-hop = 10.0.0.1\n", ifc, {},
+         {lo_a1 + "/index = 1"}},
+        {"the stored interface again", ifc, ifc, {}, {lo + "/index = 1"}},
+        /* each is written whole by its list entry: the metric is the number, the second has no interface */
+        {"new interface, then new address, metrics as 007", "",
+         ifc + nh + "/config/metric = 007\n" + nh2 + "/config/next-hop = 10.0.0.2\n" + nh2 + "/config/metric = 007\n",
+         {"create " + st, "create " + lo, "merge " + lo + "/index = 1", "merge " + lo + "/metric = 7", "create " + addr2,
+          "merge " + addr2 + "/index = 2", "merge " + addr2 + "/metric = 7"},
+         {lo + "/index = 1", lo + "/metric = 7", addr2 + "/index = 2", addr2 + "/metric = 7"}},
         {"the same interface and subinterface with a metric", ifc + sub, ifc + sub + nh + "/config/metric = 9\n",
          {"merge " + lo5 + "/metric = 9"}, {lo5 + "/index = 1", lo5 + "/metric = 9"}},
         {"interface delete naming the stored address", nh + "/config/next-hop = 10.0.0.1\n",
