@@ -321,7 +321,8 @@ const std::string OPER_NH = "/network-instances/network-instance/protocols/proto
 /*
  * Record facts, space separated: v6, noprefix, idx (index 1), vp (VRF-path
  * flag 1), if (interface Loopback0), sub=S, nh=A (a next hop; "DROP" too),
- * sif=I / saddr=A (the stored entry), del (the input is a delete), norec.
+ * sif=I / saddr=A (the stored entry), ll (LOCAL_LINK), del (the input is a
+ * delete), nocfg (a read that withholds configuration), norec.
  */
 class LeafCallbacks : public HostFixture {
 protected:
@@ -352,6 +353,10 @@ protected:
                 rec->index = const_cast<char *>("1");
             else if (k == "vp")
                 h.rc->vrf_path_flag = 1;
+            else if (k == "ll")
+                rec->is_local_link = 1;
+            else if (k == "nocfg")
+                host::request_set_mode(h.req, YFW_REQ_MODE_SELECTED), host::request_set_marker(h.req, host::Marker::B548);
             else if (k == "if")
                 rec->has_interface = 1, rec->interface = const_cast<char *>("Loopback0");
             else if (k == "sub")
@@ -380,6 +385,8 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
     const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
     const ContainerCb statics = nullptr;
+    const std::string oper_sr = "/ocni/vrfipv4/network-instances/network-instance[name=red]/protocols/protocol/"
+                                "static-routes/static-route[prefix=10.0.0.0/24]/static-routes-state/";
     struct Row {
         const char *what;
         LeafCb leaf;
@@ -430,6 +437,11 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
           red_leaf(true, "addr", "/description")}},
         {"index of the stored address, none given", index, statics, YFW_REQ_READ, "saddr=10.0.0.1", "1",
          {red_leaf(true, "addr", "/index = 1")}},
+        {"static key, state read withholding configuration: operational leaves only", prefix_key, statics,
+         YFW_REQ_READ_STATE, "nocfg", "10.0.0.0/24", {oper_sr + "description", oper_sr + "prefix", oper_sr + "set-tag"}},
+        {"next hop, whole VRF but one index: the stored entry's key", nexthop, statics, YFW_REQ_READ,
+         "vp idx saddr=10.0.0.1", "10.0.0.1", {red_leaf(true, "addr", "[next-hop-address=10.0.0.1]")}},
+        {"next hop LOCAL_LINK set: nothing to write or report", nexthop, statics, YFW_REQ_EDIT, "ll if", "LOCAL_LINK", {}},
         {"static key without value", prefix_key, statics, YFW_REQ_EDIT, "", nullptr, {}},
         {"index without a route record", index, statics, YFW_REQ_READ, "norec", "1", {}},
         {"next-hops state of both families, asked twice", nullptr, nexthops, YFW_REQ_READ_STATE, "noprefix", nullptr,
@@ -475,6 +487,9 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
     const std::string lo5 = tbl + "vrf-next-hop-interface-name[interface-name=Loopback0.5]";
     const std::string lo = tbl + "vrf-next-hop-interface-name[interface-name=Loopback0]";
     const std::string null0 = tbl + "vrf-next-hop-interface-name[interface-name=Null0]";
+    const std::string lo_a1 =
+        tbl + "vrf-next-hop-interface-name-next-hop-address[interface-name=Loopback0][next-hop-address=10.0.0.1]";
+    const std::string nh2 = nh.substr(0, nh.size() - 2) + "2]";
     const std::string ifc = nh + "/interface-ref/config/interface = Loopback0\n";
     const std::string sub = nh + "/interface-ref/config/subinterface = 5\n";
     struct Row {
@@ -487,6 +502,15 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
     const Row rows[] = {
         {"the same address again", nh + "/config/next-hop = 10.0.0.1\n", nh + "/config/next-hop = 10.0.0.1\n", {},
          {addr1 + "/index = 1"}},
+        {"the stored interface again, on a next hop with an address", ifc + nh + "/config/next-hop = 10.0.0.1\n", ifc, {},
+         {lo_a1 + "/index = 1"}},
+        {"the stored interface again", ifc, ifc, {}, {lo + "/index = 1"}},
+        /* each is written whole by its list entry: the metric is the number, the second has no interface */
+        {"new interface, then new address, metrics as 007", "",
+         ifc + nh + "/config/metric = 007\n" + nh2 + "/config/next-hop = 10.0.0.2\n" + nh2 + "/config/metric = 007\n",
+         {"create " + st, "create " + lo, "merge " + lo + "/index = 1", "merge " + lo + "/metric = 7", "create " + addr2,
+          "merge " + addr2 + "/index = 2", "merge " + addr2 + "/metric = 7"},
+         {lo + "/index = 1", lo + "/metric = 7", addr2 + "/index = 2", addr2 + "/metric = 7"}},
         {"the same interface and subinterface with a metric", ifc + sub, ifc + sub + nh + "/config/metric = 9\n",
          {"merge " + lo5 + "/metric = 9"}, {lo5 + "/index = 1", lo5 + "/metric = 9"}},
         {"interface delete naming the stored address", nh + "/config/next-hop = 10.0.0.1\n",
