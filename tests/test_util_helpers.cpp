@@ -64,6 +64,24 @@ TEST(UtilTexts, NumbersAddressesDescriptionsAndLengths)
                                                         {"/", 0},    {"a/", 0},   {"", 0},       {nullptr, 0}};
     for (const auto &r : length)
         EXPECT_EQ(ocni_get_length(r.first), r.second) << (r.first ? r.first : "(null)"); /* part before the last segment */
+
+    /* Interface names: "_" and "/" swapped either way; the store form is cut to 64 characters; null is ignored. */
+    const struct { void (*conv)(char *); const char *in, *out; } swap[] = {
+        {ocni_get_external_ifname, "Gi0_0/1", "Gi0/0/1"}, {ocni_get_external_ifname_reverse, "Gi0/0_1/", "Gi0_0_1_"}};
+    for (const auto &r : swap) {
+        std::string text = r.in;
+        r.conv(nullptr), r.conv(&text[0]);
+        EXPECT_EQ(text, r.out);
+    }
+    const std::string a64(64, 'a'), s63 = "/" + a64.substr(1);
+    const std::pair<std::string, std::string> internal[] = {{"Gi0/0/0/1", "Gi0_0_0_1"}, {"", "keep"}, {s63, "_" + a64.substr(1)},
+                                                            {a64 + "b", a64}, {s63 + "//", "_" + a64.substr(1)}, {a64 + a64, a64}};
+    for (const auto &r : internal) {
+        char dst[65] = "keep";
+        ocni_lr_convert_to_internal_ifname(dst, r.first.c_str());
+        ocni_lr_convert_to_internal_ifname(nullptr, r.first.c_str()), ocni_lr_convert_to_internal_ifname(dst, nullptr);
+        EXPECT_EQ(std::string(dst), r.second) << r.first.size() << " characters";
+    }
 }
 
 TEST(UtilNames, OnlyAKnownInterfaceIsValidAndFailuresGoToTheSystemLog)
