@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "host/iface_table.h"
+#include "host/store.h"
+#include "host/store_layout.h"
 #include "host_fixture.h"
 #include "tree_builder.h"
 #include "walker_fixture.h"
@@ -82,6 +84,24 @@ TEST(UtilTexts, NumbersAddressesDescriptionsAndLengths)
         ocni_lr_convert_to_internal_ifname(nullptr, r.first.c_str()), ocni_lr_convert_to_internal_ifname(dst, nullptr);
         EXPECT_EQ(std::string(dst), r.second) << r.first.size() << " characters";
     }
+}
+
+TEST_F(HostFixture, VrfExistsWhenDefaultCreatedInTheRequestOrListedInTheStore)
+{
+    host::store_reset();
+    ASSERT_EQ(host::store_add_vrf("blue") | host::store_add_empty_vrf("empty"), 0u);
+    TreePtr t = build_tree("/network-instances/network-instance[name=green]/config/name = green", OCNI_NS_OC_NI);
+    const struct { const char *vrf; uint8_t before, after; bool readable = true; /* a failed read leaves no count */ } rows[] = {
+        {nullptr, 0, 1}, {"default", 0, 1}, {"green", 0, 1}, {"blue", 0, 1}, {"red", 1, 0}, {"Default", 1, 0}, {"empty", 5, 5}, {"blue", 1, 0, false}};
+    ASSERT_TRUE(host::req_push_ancestor(h.rc, "/network-instances", host::tree_find(t.get(), "/network-instances")));
+    for (const auto &r : rows) {
+        h.set_vrf(r.vrf);
+        host::store_scope_each_lookup(r.readable);
+        uint8_t flag = r.before;
+        EXPECT_EQ(ocni_yfw_ipstatic_vrf_exists(h.ctx, &flag), 0u);
+        EXPECT_EQ(flag, r.after) << (r.vrf ? r.vrf : "no VRF");
+    }
+    host::store_reset();
 }
 
 TEST(UtilNames, OnlyAKnownInterfaceIsValidAndFailuresGoToTheSystemLog)
