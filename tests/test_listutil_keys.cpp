@@ -1,15 +1,19 @@
 /*
  * Keyed list utilities: finding list entries by up to ten keys, creating
  * them with their key leaves, ancestors of the request, key data, the trim
- * path and the current-list pointer.
+ * path and the current-list pointer; what these and the next-hop checks
+ * return for missing arguments and broken trees.
  */
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "host/alloc.h"
 #include "host/context.h"
 #include "host_fixture.h"
 #include "tree_builder.h"
 #include "ymap_ni_static_util.h"
+#include "ymap_ocni_openconfig_local_routing_man_util.h"
 
 using namespace ocni::host;
 using namespace ocni::test;
@@ -104,16 +108,96 @@ TEST(ListUtilMatch, ChildByNameAndKeyData)
     EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &value), YFW_RC_OK);
     EXPECT_STREQ(value, "DEFAULT");
     EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "config", &value), YFW_RC_MAP_FAILED); /* keys only */
+}
 
-    e.entry.flags = YFW_DT_F_LIST;
-    EXPECT_EQ(ni_static_yfw_map_find_child(&e.entry, &child, "config", nullptr), YFW_RC_MAP_FAILED);
-    e.entry.flags |= YFW_DT_F_CHILDREN;
-    e.entry.children = nullptr;
-    EXPECT_EQ(ni_static_yfw_map_find_child(&e.entry, &child, "config", nullptr), YFW_RC_NO_MEMORY);
-    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &value), YFW_RC_MAP_FAILED);
-    e.entry.children = e.kids;
-    e.entry.n_children = 0;
-    EXPECT_EQ(ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &value), YFW_RC_MAP_FAILED);
+/* Runs f with one field of a node cleared (a broken tree), then puts the field back. */
+template <class T> cerrno broken(T &field, const std::function<cerrno()> &f)
+{
+    const T kept = std::exchange(field, T{});
+    const cerrno rc = f();
+    field = kept;
+    return rc;
+}
+
+TEST_F(ListUtil, MissingArgumentsAndBrokenTreesGiveTheirCodes)
+{
+    RawEntry e;
+    zidl_yfw_datatree *T = tree_.get(), *r = nullptr;
+    node_set_ns(proto("STATIC", "extra"), OTHER_NS);                 /* an entry of another module */
+    node_set_ns(tree_find(proto("BGP", "core"), "/name"), OTHER_NS); /* a key leaf of another module */
+    zidl_yfw_datatree *protos = tree_find(T, (std::string(NI_LIST) + "[name=red]/protocols").c_str());
+    TreePtr nh = build_tree("/nh[index=1]/interface-ref/config/interface = Gi0\n/nh[index=1]/interface-ref/config/subinterface = 1\n"
+                            "/nh[index=1]/config/next-hop = 10.0.0.1\n/nh[index=1]/config/metric = 1\n/st/next-hops (delete)", OCNI_NS_OC_NI);
+    zidl_yfw_datatree *n = tree_find(nh.get(), "/nh[index=1]"), *cfg = tree_find(n, "/interface-ref/config"), *st = tree_find(nh.get(), "/st");
+    h.rc->common_data_ptr = wos_named_calloc_(sizeof(ocni_route_common_data), 1, OCNI_TAG_MAP);
+    char *v = nullptr;
+    const char *NS = OCNI_NS_OC_NI, *k1[] = {"name"}, *any[] = {nullptr}, *k2[] = {"identifier", "name"}, *v2[] = {"STATIC", "DEFAULT"}, *k11[11] = {};
+    const cerrno OK = YFW_RC_OK, NOMEM = YFW_RC_NO_MEMORY, FAIL = YFW_RC_MAP_FAILED;
+    int miss = -1; /* N(p, i): the pointer argument p, null while argument i is the one left out */
+    const auto N = [&](auto p, int i) { return i == miss ? decltype(p){} : p; };
+    zidl_yfw_datatree *q = nullptr; /* the parent given to the sibling walk, the entry found when it returns */
+    const auto siblings = [&](int8_t nk, const char **ks, const char **vs, const char *ns) { return ni_static_yfw_map_iterate_list_multi_keys(N(h.ctx, 0), N(&(q = N(protos, 2)), 1), nk, ks, vs, N(PROTO_LIST, 3), ns); };
+    const auto nh_if = [&](const zidl_yfw_datatree *x) { return cerrno(ocni_check_next_hop_interface_config(h.ctx, x)); };
+    const auto nh_ip = [&](const zidl_yfw_datatree *x) { return cerrno(ocni_check_next_hop_ip_and_set_drop_config(h.ctx, x)); };
+    const auto nh_del = [&](const zidl_yfw_datatree *x) { return cerrno(ocni_check_nexthops_operation_delete(h.ctx, x)); };
+    const struct {
+        const char *what;
+        std::function<cerrno()> call;
+        cerrno want;                              /* every argument given */
+        int pointers = 0; cerrno missing = NOMEM; /* pointer arguments left out in turn, each giving `missing` */
+    } rows[] = {
+        {"child", [&] { return ni_static_yfw_map_find_child(N(&e.entry, 0), N(&r, 1), N("config", 2), nullptr); }, OK, 3},
+        {"keys", [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(N(&e.entry, 0), N(&r, 1), 2, N(k2, 2), N(v2, 3), nullptr); }, OK, 4},
+        {"siblings", [&] { return siblings(2, k2, v2, nullptr); }, OK, 4},
+        {"search", [&] { return ni_static_yfw_map_search_list_multi_keys(N(h.ctx, 0), N(T, 1), N(&r, 2), N(PROTO_LIST, 3), 2, v2, k2, NS); }, OK, 4},
+        {"module search", [&] { return ni_static_yfw_map_search_subtree_list_multi_keys(N(h.ctx, 0), N(T, 1), N(&r, 2), N(PROTO_LIST, 3), 2, v2, k2, NS); }, OK, 4},
+        {"find or add", [&] { return ni_static_yfw_map_search_or_add_subtree_list_multi_keys(N(h.ctx, 0), T, N(&r, 1), nullptr, N(PROTO_LIST, 2), 2, N(v2, 3), N(k2, 4), NS); }, OK, 5},
+        {"one-key search", [&] { return ni_static_yfw_map_search_subtree_list(N(h.ctx, 0), N(T, 1), N(&r, 2), N(PROTO_LIST, 3), "DEFAULT", "name", NS); }, OK, 4},
+        {"one-key find or add", [&] { return ni_static_yfw_map_search_or_add_subtree_list(N(h.ctx, 0), T, N(&r, 1), nullptr, N(PROTO_LIST, 2), "DEFAULT", "name", NS); }, OK, 3},
+        {"key data", [&] { return ni_static_yfw_map_datatree_get_key_data(N(&e.entry, 0), N("name", 1), N(&v, 2)); }, OK, 3},
+        {"ancestor key", [&] { return ni_static_yfw_map_get_ancestor_node_info(h.ctx, 1, N(NI_LIST, 0), nullptr, N("name", 1), N(&v, 2)); }, FAIL, 3},
+        {"trim path", [&] { return ni_static_yfw_map_set_trim_path_list_ctx(N(h.ctx, 0), N("/a", 1), nullptr); }, OK, 2},
+        {"ancestor", [&] { return cerrno(ni_static_yfw_map_get_ancestor_node_datatree(N(h.ctx, 0), 0) != nullptr); }, 0, 1, 0},
+        {"interface check", [&] { return nh_if(N(n, 0)); }, 1, 1, 0},
+        {"address check", [&] { return nh_ip(N(n, 0)); }, 1, 1, 0},
+        {"removal check", [&] { return nh_del(N(st, 0)); }, 1, 1, 0},
+        {"child: no children bit", [&] { return broken(e.entry.flags, [&] { return ni_static_yfw_map_find_child(&e.entry, &r, "config", nullptr); }); }, FAIL},
+        {"child: children missing", [&] { return broken(e.entry.children, [&] { return ni_static_yfw_map_find_child(&e.entry, &r, "config", nullptr); }); }, NOMEM},
+        {"child: unnamed child", [&] { return broken(e.kids[1].name, [&] { return ni_static_yfw_map_find_child(&e.entry, &r, "config", nullptr); }); }, FAIL},
+        {"keys: none", [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 0, k2, v2, nullptr); }, FAIL},
+        {"keys: children missing", [&] { return broken(e.entry.children, [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 2, k2, v2, nullptr); }); }, NOMEM},
+        {"keys: unnamed child", [&] { return broken(e.kids[1].name, [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 2, k2, v2, nullptr); }); }, FAIL},
+        {"keys: any value, key in the module", [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 1, k1, any, NS); }, OK},
+        {"keys: any value, key of another module", [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 1, k1, any, OTHER_NS); }, FAIL},
+        {"siblings: any value, key in the module", [&] { return siblings(1, k1, any, NS); }, OK},
+        {"siblings: children missing", [&] { return broken(protos->children, [&] { return siblings(2, k2, v2, nullptr); }); }, YFW_RC_INVALID_REQUEST},
+        {"siblings: unnamed sibling", [&] { return broken(protos->children[0].name, [&] { return siblings(2, k2, v2, nullptr); }); }, FAIL},
+        {"search: eleven keys", [&] { return ni_static_yfw_map_search_list_multi_keys(h.ctx, T, &r, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},
+        {"module search: eleven keys", [&] { return ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, T, &r, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},
+        {"find or add: eleven keys", [&] { return ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, T, &r, nullptr, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},
+        {"one-key search: not found", [&] { return ni_static_yfw_map_search_subtree_list(h.ctx, T, &r, PROTO_LIST, "blue", "name", NS); }, FAIL},
+        {"one-key search: key leaf of another module", [&] { return ni_static_yfw_map_search_subtree_list(h.ctx, T, &r, PROTO_LIST, "core", "name", NS); }, OK},
+        {"one-key search: entry of another module", [&] { return ni_static_yfw_map_search_subtree_list(h.ctx, T, &r, PROTO_LIST, "extra", "name", NS); }, NOMEM},
+        {"one-key find or add: entry of another module", [&] { return ni_static_yfw_map_search_or_add_subtree_list(h.ctx, T, &r, nullptr, PROTO_LIST, "extra", "name", NS); }, NOMEM},
+        {"one-key find or add: added", [&] { return ni_static_yfw_map_search_or_add_subtree_list(h.ctx, h.out, &r, nullptr, NI_LIST, "blue", "name", NS); }, OK},
+        {"key data: no children", [&] { return broken(e.entry.n_children, [&] { return ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &v); }); }, FAIL},
+        {"key data: unnamed child", [&] { return broken(e.kids[0].name, [&] { return ni_static_yfw_map_datatree_get_key_data(&e.entry, "name", &v); }); }, FAIL},
+        {"interface check: children missing", [&] { return broken(n->children, [&] { return nh_if(n); }); }, 0},
+        {"interface check: unnamed child", [&] { return broken(n->children[0].name, [&] { return nh_if(n); }); }, 0},
+        {"interface check: unnamed config", [&] { return broken(cfg->name, [&] { return nh_if(n); }); }, 0},
+        {"interface check: unnamed leaf after the interface", [&] { return broken(cfg->children[1].name, [&] { return nh_if(n); }); }, 0},
+        {"interface check: config children missing", [&] { return broken(cfg->children, [&] { return nh_if(n); }); }, 0},
+        {"address check: children missing", [&] { return broken(n->children, [&] { return nh_ip(n); }); }, 0},
+        {"address check: no children bit", [&] { return broken(n->flags, [&] { return nh_ip(n); }); }, 0},
+        {"address check: unnamed leaf after the next hop", [&] { return broken(tree_find(n, "/config")->children[1].name, [&] { return nh_ip(n); }); }, 0},
+        {"removal check: children missing", [&] { return broken(st->children, [&] { return nh_del(st); }); }, 0},
+        {"removal check: unnamed child", [&] { return broken(st->children[0].name, [&] { return nh_del(st); }); }, 0},
+    };
+    for (const auto &row : rows)
+        for (miss = -1; miss < row.pointers; miss++)
+            EXPECT_EQ(row.call(), miss < 0 ? row.want : row.missing) << row.what << ", argument " << miss << " left out";
+    EXPECT_EQ(h.user_msg(), "Failed to get subtrees");
+    EXPECT_EQ(h.out_lines(), Lines{"/network-instances/network-instance[name=blue]/config/name = blue"});
 }
 
 TEST_F(ListUtil, FindOrCreateAddsKeysConfigAndStateOnce)
@@ -183,7 +267,6 @@ TEST_F(ListUtil, AncestorsByLevel)
 
 TEST_F(ListUtil, TrimPathAndCurrentList)
 {
-    EXPECT_EQ(ni_static_yfw_map_set_trim_path_list_ctx(nullptr, "/a", nullptr), YFW_RC_NO_MEMORY);
     EXPECT_EQ(ni_static_yfw_map_set_trim_path_list_ctx(h.ctx, "/network-instances", nullptr), YFW_RC_OK);
     EXPECT_STREQ(h.rc->trim_path, "/network-instances");
     EXPECT_EQ(ni_static_yfw_map_set_trim_path_list_ctx(h.ctx, "/router-static", nullptr), YFW_RC_OK);
