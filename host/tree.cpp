@@ -819,6 +819,12 @@ bool node_set_value(zidl_yfw_datatree *node, const char *value)
     }
 }
 
+bool node_set_ns(zidl_yfw_datatree *node, const char *ns)
+{
+    NodeRec *r = rec_of(node);
+    return r != nullptr && set_ns(r, ns);
+}
+
 bool node_set_data_ns(zidl_yfw_datatree *node, const char *data_ns)
 {
     NodeRec *r = rec_of(node);

@@ -64,6 +64,7 @@ zidl_yfw_datatree *node_add_entry(zidl_yfw_datatree *parent, const char *name,
                                   const char *ns = nullptr, bool *existed = nullptr);
 /* Sets (or clears, with NULL) a node's value; re-indexes an entry whose key leaf changes. */
 bool node_set_value(zidl_yfw_datatree *node, const char *value);
+bool node_set_ns(zidl_yfw_datatree *node, const char *ns);
 /* Sets the value namespace and flags2 0x10. */
 bool node_set_data_ns(zidl_yfw_datatree *node, const char *data_ns);
 /* Sets the edit operation and the operation-present bit 0x10. */

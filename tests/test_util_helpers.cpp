@@ -89,10 +89,10 @@ TEST(UtilTexts, NumbersAddressesDescriptionsAndLengths)
 TEST_F(HostFixture, VrfExistsWhenDefaultCreatedInTheRequestOrListedInTheStore)
 {
     host::store_reset();
-    ASSERT_EQ(host::store_add_vrf("blue") | host::store_add_empty_vrf("empty"), 0u);
+    ASSERT_EQ(host::store_add_vrf("blue"), 0u);
     TreePtr t = build_tree("/network-instances/network-instance[name=green]/config/name = green", OCNI_NS_OC_NI);
     const struct { const char *vrf; uint8_t before, after; bool readable = true; /* a failed read leaves no count */ } rows[] = {
-        {nullptr, 0, 1}, {"default", 0, 1}, {"green", 0, 1}, {"blue", 0, 1}, {"red", 1, 0}, {"Default", 1, 0}, {"empty", 5, 5}, {"blue", 1, 0, false}};
+        {nullptr, 0, 1}, {"default", 0, 1}, {"green", 0, 1}, {"blue", 0, 1}, {"red", 1, 0}, {"Default", 1, 0}, {"blue", 1, 0, false}};
     ASSERT_TRUE(host::req_push_ancestor(h.rc, "/network-instances", host::tree_find(t.get(), "/network-instances")));
     for (const auto &r : rows) {
         h.set_vrf(r.vrf);
