@@ -172,6 +172,7 @@ TEST_F(ListUtil, MissingArgumentsAndBrokenTreesGiveTheirCodes)
         {"siblings: any value, key in the module", [&] { return siblings(1, k1, any, NS); }, OK},
         {"siblings: children missing", [&] { return broken(protos->children, [&] { return siblings(2, k2, v2, nullptr); }); }, YFW_RC_INVALID_REQUEST},
         {"siblings: unnamed sibling", [&] { return broken(protos->children[0].name, [&] { return siblings(2, k2, v2, nullptr); }); }, FAIL},
+        {"find or add: unnamed key", [&] { return ni_static_yfw_map_search_or_add_subtree_list(h.ctx, T, &r, nullptr, PROTO_LIST, "x", nullptr, NS); }, NOMEM},
         {"search: eleven keys", [&] { return ni_static_yfw_map_search_list_multi_keys(h.ctx, T, &r, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},
         {"module search: eleven keys", [&] { return ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, T, &r, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},
         {"find or add: eleven keys", [&] { return ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, T, &r, nullptr, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},

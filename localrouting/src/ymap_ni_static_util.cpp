@@ -80,6 +80,15 @@ cerrno add_key_leaf(yfw_map_ctx *ctx, zidl_yfw_datatree *root, const char *entry
     return rc;
 }
 
+/* Every one of the keys has a name. */
+bool all_named(int8_t nkeys, const char **key_names)
+{
+    for (int k = 0; k < nkeys; k++)
+        if (key_names[k] == NULL)
+            return false;
+    return true;
+}
+
 } // namespace
 
 extern "C" {
@@ -279,7 +288,7 @@ cerrno ni_static_yfw_map_search_or_add_subtree_list_multi_keys(
     const char *ns)
 {
     if (nkeys > OCNI_MAX_KEYS || ctx == NULL || result == NULL || list_path == NULL ||
-        (nkeys > 0 && (key_values == NULL || key_names == NULL)))
+        (nkeys > 0 && (key_values == NULL || key_names == NULL || !all_named(nkeys, key_names))))
         return YFW_RC_NO_MEMORY;
     const uint32_t add_flag = parent_path != NULL ? 32u : 0u;
 
