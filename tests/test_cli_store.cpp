@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "docs.h"
 #include "host/route_store.h"
 #include "host/store.h"
+#include "sysdb.h"
 
 using namespace ocni::test;
 
@@ -63,6 +65,38 @@ TEST_F(Cli, ForeignDamagedAndTruncatedStoresAreRefusedUnchanged)
         EXPECT_EQ(read_file(store_ + "/data.mdb"), bytes);
         ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
     }
+}
+
+/*
+ * Every native next-hop leaf is stored and printed back, kept when an OpenConfig set-tag rewrites the
+ * next hop, and packed into the tuple the plug-in's lookups read.
+ */
+TEST_F(Cli, EveryNativeLeafComesBackAsWrittenAndOutlivesASetTag)
+{
+    const std::string head = R"("index":"7","metric":20,"tag":)", tail = R"(,"description":"d","bfd-fast-detect":true,)"
+        R"("detect-multiplier":3,"minimum-interval":150,"permanent":true,"vrf-lable":17,"tunnel-id":9,"load-metric":2,"object-name":"obj")";
+    const std::string doc = native_doc("default", 4, native_prefix("10.0.0.0", 8, NH_ADDR, R"({"next-hop-address":"192.0.2.1",)" + head + "4294967295" + tail + "}"));
+    ASSERT_EQ(run("native edit -", doc).status, 0);
+    for (const char *tag : {"4294967295", "5"}) {
+        if (tag[0] == '5') {
+            ASSERT_EQ(run("edit -", oc_doc("default", oc_route("10.0.0.0/8", "", ",\"set-tag\":5"))).status, 0);
+        }
+        std::string out = run("native").out;
+        out.erase(std::remove_if(out.begin(), out.end(), [](char c) { return c == ' ' || c == '\n'; }), out.end());
+        EXPECT_NE(out.find(head + tag + tail), std::string::npos) << out;
+    }
+    std::string err, tuple;
+    auto e = ocni::host::open_lmdb_engine(store_, err);
+    ASSERT_NE(e, nullptr) << err;
+    e->begin_read()->scan("/cfg/gl/static/router/", "/cfg/gl/static/router0", [&](const std::string &k, const std::string &v) {
+        return k.find("/nexthop/") == std::string::npos || (tuple = v, false);
+    });
+    int f[9] = {};
+    char obj[8] = "", desc[8] = "", index[8] = "";
+    ASSERT_EQ(tuple_unpack(tuple.data(), uint32_t(tuple.size()), "%d%d%d%d%d%d%d%d%s%s%d%s", &f[0], &f[1], &f[2], &f[3], &f[4],
+                           &f[5], &f[6], &f[7], obj, sizeof obj, desc, sizeof desc, &f[8], index, sizeof index), 0u);
+    EXPECT_EQ(std::vector<int>(f, f + 9), (std::vector<int>{1, 150, 3, 20, 5, 1, 17, 9, 2}));
+    EXPECT_EQ(std::string(obj) + desc + index, "objd7");
 }
 
 /* A damaged route record fails the reads that meet it, naming the route; other reads work. */
