@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "host/iface_table.h"
+#include "host/native_gate.h"
 #include "host_fixture.h"
 #include "tree_builder.h"
 
@@ -131,3 +132,22 @@ TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
 }
 
 } // namespace
+
+/* The gate on values a typed parse would have stopped: a mapping's output gets the same checks. */
+TEST(NativeGate, LeavesOutsideTheirTypesAreRefusedNamingThem)
+{
+    const std::string nh = "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/"
+                           "vrf-prefix[prefix=10.0.0.0][prefix-length=8]/vrf-route/vrf-next-hop-table/"
+                           "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.1]/";
+    const struct { const char *leaf, *value, *fault; } rows[] = {
+        {"metric", "x", "metric \"x\" is not a number from 0 to 4294967295"}, {"load-metric", "4294967296", "is not a number"},
+        {"permanent", "yes", "permanent \"yes\" is not true or false"}, {"bfd-fast-detect", "1", "is not true or false"},
+        {"object-name", "o]", "contains ']'"}, {"metric", "4294967295", ""}, {"permanent", "false", ""}};
+    for (const auto &r : rows) {
+        TreePtr t = build_tree(nh + r.leaf + " = " + r.value);
+        GateFault f;
+        const bool ok = gate_native_tree(tree_find(t.get(), "/router-static"), GateContext{[](const std::string &) { return true; }}, f);
+        EXPECT_EQ(ok, r.fault[0] == '\0') << r.leaf;
+        EXPECT_NE(f.sentence().find(r.fault), std::string::npos) << f.sentence();
+    }
+}
