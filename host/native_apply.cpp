@@ -345,13 +345,15 @@ Route *NativeConfig::touch(const RouteKey &k, bool create, std::string &err)
             Route r;
             std::string why;
             if (!decode_route(key, v, p.key, r, why)) {
-                err = "damaged route record " + route_path(k) + ": " + why;
+                err = "damaged route record " + k.vrf + " " + k.prefix + "/" + k.length + ": " + why;
+                store_fault_ = true;
                 return nullptr;
             }
             p.before = r;
             p.route = std::move(r);
         } else if (rc != SYSDB_RC_NOT_FOUND) {
             err = "the store cannot be read";
+            store_fault_ = true;
             return nullptr;
         }
         it = pending_.emplace(key, std::move(p)).first;
@@ -752,6 +754,7 @@ bool NativeConfig::apply(const zidl_yfw_datatree *root, std::vector<std::string>
     if (!begin(true, err))
         return false;
     apply_err_.clear();
+    store_fault_ = false;
     size_t first = changes.size();
     NativeApplier a(*this, changes);
     a.root(root);

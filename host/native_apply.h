@@ -90,6 +90,8 @@ public:
                               const RouteVisitor &fn, std::string &err) const;
     /* The first damaged record met by a read accessor ("" when none). */
     const std::string &read_error() const { return read_err_; }
+    /* Whether the last apply failed on the store (a damaged record, a failed read), not on the tree. */
+    bool store_fault() const { return store_fault_; }
 
     /*
      * Applies a native tree (children of `root`: "router-static") as one
@@ -161,6 +163,7 @@ private:
     /* Routes changed since the last flush, by store key. */
     std::map<std::string, Pending> pending_;
     std::string apply_err_;
+    bool store_fault_ = false;
     ChangeCounts counts_;
     std::vector<RouteKey> *changed_ = nullptr;
     bool view_written_ = false;

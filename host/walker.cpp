@@ -730,7 +730,10 @@ EditOutcome Walker::edit_parts(const PartSource &next_part, bool dry_run)
             o.result = refused;
         else if (o.result.ok() && !config_.apply(run.out, o.changes, err))
             misfit = true;
-        if (misfit) {
+        if (misfit && config_.store_fault()) {
+            o.result.rc = SYSDB_RC_FAILED;
+            o.result.message = "store: " + err;
+        } else if (misfit) {
             o.result.rc = YFW_RC_MAP_FAILED;
             o.result.message = "the native result does not fit the native model: " + err;
         }
@@ -772,8 +775,8 @@ EditOutcome Walker::native_edit(const zidl_yfw_datatree *input, bool dry_run, bo
         return o;
     if (!config_.apply(input, o.changes, err)) {
         config_.rollback();
-        o.result.rc = YFW_RC_INVALID_REQUEST;
-        o.result.message = err;
+        o.result.rc = config_.store_fault() ? SYSDB_RC_FAILED : YFW_RC_INVALID_REQUEST;
+        o.result.message = config_.store_fault() ? "store: " + err : err;
         return o;
     }
     o.counts = config_.counts();

@@ -122,8 +122,11 @@ TEST_F(Cli, DamagedRecordIsNamedAndAvoidedByFilters)
         ASSERT_EQ(w->put(key, value), 0u);
         ASSERT_EQ(w->commit(), 0u);
     }
-    for (const char *cmd : {"get", "native"}) {
-        Outcome o = run(cmd);
+    /* An edit meeting the record is a store fault too (exit 3), not the mapping's refusal. */
+    const std::string red = native_doc("red", 4, native_prefix("172.16.0.0", 12, NH_ADDR, R"({"next-hop-address":"192.0.2.7"})"));
+    for (const std::string &cmd : {std::string("get"), std::string("native"), "edit " + example("03-ipv4-red-address-and-interface.json"),
+                                   std::string("native edit -")}) {
+        Outcome o = run(cmd, cmd == "native edit -" ? red : "");
         EXPECT_EQ(o.status, 3) << cmd;
         EXPECT_NE(o.err.find("damaged route record red"), std::string::npos) << cmd << ": " << o.err;
     }

@@ -175,10 +175,8 @@ TEST_F(WalkerStore, DamagedRouteRecordFailsTheEditAsAnInternalError)
     k.length = "24";
     ASSERT_EQ(store_engine()->put(route_record_key(k), "junk"), 0u);
     EditOutcome r = edit(oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=2]/config/next-hop = 10.0.0.2");
-    EXPECT_EQ(r.result.rc, YFW_RC_MAP_FAILED);
-    EXPECT_EQ(r.result.message, "the native result does not fit the native model: damaged route record /router-static/default-vrf/"
-                                "address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]: "
-                                "a record of an unknown version");
+    EXPECT_EQ(r.result.rc, SYSDB_RC_FAILED);
+    EXPECT_EQ(r.result.message, "store: damaged route record default 10.0.0.0/24: a record of an unknown version");
     EXPECT_TRUE(r.changes.empty());
 }
 
