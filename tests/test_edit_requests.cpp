@@ -104,56 +104,6 @@ TEST_F(StateRead, NextHopIndexRequestsANewOperationalNextHopOfItsFamily)
 }
 
 /* ------------------------------------------------------------------ */
-/* Read-path rule and protocol filter of the static-routes container    */
-/* ------------------------------------------------------------------ */
-
-/* ------------------------------------------------------------------ */
-/* Argument checks                                                     */
-/* ------------------------------------------------------------------ */
-
-TEST_F(HostFixture, MissingInputFailsWithAnErrorPathAndNoEndTrace)
-{
-    const LeafCb leaves[] = {
-        ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static,
-        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_prefix,
-        ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_nexthops_nexthop,
-        ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index,
-        ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_config_index,
-        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_nexthop,
-        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_interface,
-        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_subinterface,
-        ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_config_metric,
-        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_settag,
-        ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_config_settag_v2,
-        ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_description,
-    };
-    const std::string bad = "ERR: YFW: ctx=%s,Invalid arguments passed!";
-    for (size_t i = 0; i < sizeof leaves / sizeof leaves[0]; i++) {
-        h.reset(YFW_REQ_EDIT);
-        h.logging(true, true);
-        EXPECT_EQ(leaves[i](h.ctx, nullptr, h.out), YFW_RC_MAP_FAILED) << i;
-        const Lines log = h.log_lines();
-        ASSERT_EQ(log.size(), 2u) << i;
-        EXPECT_EQ(log[0], "TRC: YFW: ctx=" + h.ctx_text() + ",Start");
-        EXPECT_EQ(log[1], "ERR: YFW: ctx=" + h.ctx_text() + ",Invalid arguments passed!");
-        EXPECT_EQ(h.error_paths().size(), 1u) << i;
-    }
-    /* The static key leaf needs only the output tree. */
-    h.reset(YFW_REQ_EDIT);
-    EXPECT_EQ(ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix(h.ctx, nullptr, nullptr),
-              YFW_RC_MAP_FAILED);
-    const ContainerCb containers[] = {
-        ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes,
-        ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops,
-    };
-    for (ContainerCb cb : containers) {
-        h.reset(YFW_REQ_EDIT);
-        EXPECT_EQ(cb(h.ctx, nullptr, 0u, h.out), YFW_RC_MAP_FAILED);
-        EXPECT_EQ(h.error_paths().size(), 1u);
-    }
-}
-
-/* ------------------------------------------------------------------ */
 /* Condition callbacks                                                 */
 /* ------------------------------------------------------------------ */
 
@@ -251,31 +201,6 @@ TEST_F(Conditions, IndexRowFollowsTheRequestOrTheStoredEntry)
         std::vector<xpath_list_type_t> t = six_rows("index");
         EXPECT_EQ(ocni_index_cond_manual_callback(h.ctx, 6, t.data()), 0u) << c.name;
         EXPECT_EQ(selected(t), c.rows) << c.name;
-    }
-}
-
-TEST_F(Conditions, NextHopsContainerAddsTheTableOfItsVrfAndFamily)
-{
-    struct Case {
-        const char *vrf;
-        bool v4;
-        Lines out;
-    } cases[] = {
-        {"default", false, {"/router-static/default-vrf/address-family/vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table"}},
-        {"DEFAULT", true, {"/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table"}},
-        {"red", true, {"/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix/vrf-route/vrf-next-hop-table"}},
-        {nullptr, true, {}},
-    };
-    for (const Case &c : cases) {
-        NhFacts f;
-        f.v4 = c.v4;
-        record(YFW_REQ_EDIT, f);
-        h.set_vrf(c.vrf);
-        TreePtr in = build_tree("/next-hops", OCNI_NS_OC_NI);
-        EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops,
-                         tree_find(in.get(), "/next-hops"), 0u),
-                  0u);
-        EXPECT_EQ(h.out_lines(), c.out) << (c.vrf ? c.vrf : "(none)");
     }
 }
 

@@ -66,25 +66,6 @@ TEST(Trees, KeylessStepsFindTheOldestEntryWithoutScanning)
     EXPECT_EQ(tree_find(t.get(), "/routes/nothing"), nullptr);
 }
 
-/* A leaf's value is rewritten in place at any length; a data namespace a plug-in replaced is freed with the tree. */
-TEST(Trees, LeafValuesSurviveRewritesAndReplacedNamespacesAreFreed)
-{
-    TreePtr root(tree_new());
-    zidl_yfw_datatree *leaf = node_add_child(root.get(), "leaf", NodeKind::Leaf, "medium-value");
-    for (const char *v : {"short", "a-much-longer-value-than-before", "", "x", "medium-value"}) {
-        ASSERT_TRUE(node_set_value(leaf, v));
-        EXPECT_STREQ(leaf->value, v);
-    }
-    ASSERT_TRUE(node_set_value(leaf, nullptr));
-    EXPECT_EQ(leaf->value, nullptr);
-    EXPECT_EQ(leaf->flags & YFW_DT_F_VALUE, 0);
-    ASSERT_TRUE(node_set_data_ns(leaf, "urn:host"));
-    size_t base = alloc_live("TEST NS");
-    leaf->data_ns = yfw_strdup("urn:plugin", "TEST NS");
-    root.reset();
-    EXPECT_EQ(alloc_live("TEST NS"), base);
-}
-
 class TreeOps : public HostFixture {
 protected:
     cerrno add(const std::string &path, const char *value = nullptr, uint32_t flag = 0,

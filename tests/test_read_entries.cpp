@@ -99,10 +99,6 @@ const EntryCase CASES[] = {
     {"TagAndDescriptionGoToTheRoute", V4 + "vrf-next-hop-interface-name[interface-name=Null0]/tag = 42\n" + V4 +
          "vrf-next-hop-interface-name[interface-name=Null0]/description = core\n",
      {ST + "/config/set-tag = 42", ST + "/config/description = core"}, {}, {}, {}},
-    /* each entry of the combined table starts a fresh route record: no key of one reaches the other */
-    {"TwoInterfaceAndAddressEntries", V4 + "vrf-next-hop-interface-name-next-hop-address[interface-name=Gi0/1][next-hop-address=192.0.2.1]/metric = 1\n" + V4 +
-         "vrf-next-hop-interface-name-next-hop-address[interface-name=Gi0/2.7][next-hop-address=192.0.2.2]/metric = 1\n",
-     cfg("##Gi0/1##192.0.2.1##", "192.0.2.1", "Gi0/1", "0") + cfg("##Gi0/2.7##192.0.2.2##", "192.0.2.2", "Gi0/2", "7"), {}, {"[index=##Gi0/1]"}, {}},
     {"SubinterfaceOfMoreThanNineDigitsIsCutInStateAsInConfig",
      V4 + "vrf-next-hop-interface-name[interface-name=Gi0/0/0/1.123456789012]/metric = 1\n",
      {nh("##Gi0/0/0/1.123456789012##") + "/interface-ref/config/subinterface = 123456789"}, {}, {}, {}},
@@ -142,13 +138,6 @@ const EntryCase CASES[] = {
          "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.6]/index = dup\n",
      {nh("dup") + "/config/next-hop = 192.0.2.5", nh("##192.0.2.6##") + "/config/next-hop = 192.0.2.6"},
      {}, {}, {"next hop ##192.0.2.6## of 10.1.0.0/16 in network instance default: index \"dup\" is taken"}},
-    {"InterfaceReadsWholeInEveryTable",
-     V4 + "vrf-next-hop-interface-name[interface-name=" + IF95 + ".3]/metric = 1\n" + V4 +
-         "vrf-next-hop-interface-name-next-hop-address[interface-name=" + IF95 +
-         ".3][next-hop-address=192.0.2.4]/metric = 1\n",
-     {nh("##" + IF95 + ".3##") + "/interface-ref/config/interface = " + IF95,
-      nh("##" + IF95 + ".3##192.0.2.4##") + "/interface-ref/config/interface = " + IF95},
-     {}, {}, {}},
     {"IndexesWithBracketsGetTheirState",
      V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.7]/index = a]b\n" + V4 +
          "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.8]/index = [v]\n",

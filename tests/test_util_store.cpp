@@ -102,31 +102,6 @@ protected:
     TreePtr tree;
 };
 
-TEST_F(IndexLookup, OrdinaryIndexLoadsTheStoredEntryOfItsRoute)
-{
-    host::NativeNextHop a = nh("10.0.0.0", 24, "GigabitEthernet0/0/0/0", "10.0.0.1", "1", 44);
-    a.bfd_fast_detect = 1, a.minimum_interval = 150, a.detect_multiplier = 3, a.metric = 5, a.permanent = 1;
-    a.vrf_label = 16, a.tunnel_id = 4, a.object_name = "obj", a.description = "stored", a.load_metric = 2;
-    a.third = "x3";
-    seed(a);
-    seed(nh("10.0.0.0", 24, "", "10.0.0.2", "two"));
-    seed(nh("10.0.0.0", 25, "", "10.0.0.3", "1")); /* another route, same index */
-    route("10.0.0.0/24");
-    snprintf(rec->description_in, sizeof rec->description_in, "from-request"); /* the stored one wins */
-
-    EXPECT_EQ(lookup("1"), 0u);
-    EXPECT_EQ(loaded(), "found=1 if=1:GigabitEthernet0/0/0/0 addr=1:10.0.0.1 third=1:x3 bfd=1/150/3 metric=5 tag=44:44 "
-                        "perm=1 label=16 tunnel=4 obj=obj desc=stored load=2");
-    EXPECT_EQ(h.log_lines().front(), trc("Start"));
-    EXPECT_EQ(h.log_lines().back(), trc("End"));
-    EXPECT_TRUE(h.out_lines().empty());
-
-    clear();
-    EXPECT_EQ(lookup("two"), 0u);
-    EXPECT_EQ(loaded(), "found=1 if=0: addr=1:10.0.0.2 third=0: bfd=0/0/0 metric=0 tag=44:44 perm=0 label=" + /* route's tag */
-                            std::to_string(OCNI_VRF_LABEL_UNSET) + " tunnel=0 obj= desc= load=0");
-}
-
 TEST_F(IndexLookup, RefusalsBeforeTheStore)
 {
     route("10.0.0.0/24");

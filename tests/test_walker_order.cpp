@@ -142,26 +142,6 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
     EXPECT_EQ(find("_nexthop_index")->entries, 4u) << "and the static and next-hop entries";
 }
 
-TEST_F(WalkerOrder, ARefusalAbortsTheEditWithItsMessageAndCallbackAndStoresNothing)
-{
-    g_fail_on = PFX + "man_leaf_lvla_localroutes_config_settag";
-    AllocWatch watch;
-    EditOutcome r = edit(ST + "/config/set-tag = 5\n" + ST + "/next-hops/next-hop[index=1]/config/next-hop = 1.1.1.1\n");
-    EXPECT_EQ(r.result.rc, YFW_RC_INVALID_REQUEST);
-    EXPECT_EQ(r.result.message, "refused by the fake");
-    EXPECT_EQ(r.result.callback, g_fail_on);
-    EXPECT_NE(r.result.path.find("/config/set-tag"), std::string::npos) << r.result.path;
-    EXPECT_EQ(find("_nexthops_nexthop"), nullptr) << "nothing is mapped after a refusal";
-    EXPECT_TRUE(r.changes.empty());
-    EXPECT_EQ(watch.grown(), 0) << "the request's message is freed with it";
-
-    g_calls.clear(); /* "not applicable" skips the subtree without failing */
-    g_fail_on = PFX + "man_cont_lvla_localroutes_staticroutes";
-    g_fail_rc = YFW_RC_NOT_APPLICABLE;
-    EXPECT_TRUE(edit(ST + "/config/set-tag = 5\n").result.ok());
-    EXPECT_EQ(called().size(), 1u);
-}
-
 /* A stored route whose record is damaged: the edit's native result cannot be applied, and nothing is stored. */
 class WalkerStore : public WalkerFixture {};
 
