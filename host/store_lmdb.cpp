@@ -237,9 +237,7 @@ public:
         MDB_env *env = mdb_txn_env(t_); /* the commit frees the transaction */
         int rc = mdb_txn_commit(t_);
         t_ = nullptr;
-        if (rc != 0)
-            cause_ = failure_cause(env, rc);
-        return rc != 0 ? SYSDB_RC_FAILED : YFW_RC_OK;
+        return failed(rc, env) ? SYSDB_RC_FAILED : YFW_RC_OK;
     }
 
     std::string cause() const override { return cause_; }
@@ -253,10 +251,10 @@ public:
 
 private:
     /* Keeps the system's words for a failure (LMDB's codes are errno values or its own). */
-    bool failed(int rc)
+    bool failed(int rc, MDB_env *env = nullptr)
     {
         if (rc != 0)
-            cause_ = mdb_strerror(rc);
+            cause_ = failure_cause(env != nullptr ? env : mdb_txn_env(t_), rc);
         return rc != 0;
     }
 
