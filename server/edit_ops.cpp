@@ -472,7 +472,25 @@ RpcError parse_config(const yang::Context &ctx, const std::string &xml, yang::Tr
         return e;
     }
     out.reset(tree);
-    for (const lyd_node *top = tree; top != nullptr; top = top->next) {
+    return check_config(out);
+}
+
+bool typed_config(const lyd_node *first)
+{
+    for (const lyd_node *top = first; top != nullptr; top = top->next) {
+        const lyd_node *n;
+        LYD_TREE_DFS_BEGIN(top, n) {
+            if (n->schema == nullptr || (n->schema->flags & LYS_CONFIG_R) || (n->flags & LYD_DEFAULT))
+                return false;
+            LYD_TREE_DFS_END(top, n);
+        }
+    }
+    return true;
+}
+
+RpcError check_config(const yang::Tree &config)
+{
+    for (const lyd_node *top = config.get(); top != nullptr; top = top->next) {
         if (top->schema == nullptr || strcmp(top->schema->module->name, yang::kNetworkInstanceModule) != 0) {
             RpcError e = RpcError::make(RpcError::kUnknownElement,
                                         std::string("only ") + yang::kNetworkInstanceModule +
@@ -483,7 +501,7 @@ RpcError parse_config(const yang::Context &ctx, const std::string &xml, yang::Tr
             return e;
         }
     }
-    yang::Error ce = yang::check_canonical_prefixes(out);
+    yang::Error ce = yang::check_canonical_prefixes(config);
     if (ce)
         return RpcError::make(RpcError::kInvalidValue, ce.message);
     return RpcError{};

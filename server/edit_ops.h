@@ -59,6 +59,16 @@ RpcError from_outcome(const tool::Outcome &o);
  */
 RpcError parse_config(const yang::Context &ctx, const std::string &xml, yang::Tree &out);
 
+/*
+ * Whether a tree libyang parsed leniently (the content of an anyxml) is
+ * typed configuration throughout: no opaque node, nothing config false,
+ * no default added. Such a tree is what parse_config would make of its text.
+ */
+bool typed_config(const lyd_node *first);
+
+/* The checks parse_config makes after parsing: the module edited here, canonical prefixes. */
+RpcError check_config(const yang::Tree &config);
+
 enum class Op { kMerge, kReplace, kNone };
 
 /*

@@ -85,18 +85,23 @@ std::string leaf(const lyd_node *rpc, const char *name)
     return lyd_get_value(n);
 }
 
+/* An anyxml parameter of the request; NULL when absent. */
+lyd_node_any *any_param(const lyd_node *rpc, const char *name)
+{
+    lyd_node *n = nullptr;
+    if (lyd_find_path(rpc, name, 0, &n) != LY_SUCCESS || n == nullptr)
+        return nullptr;
+    return reinterpret_cast<lyd_node_any *>(n);
+}
+
 /*
  * The content of an anyxml parameter as XML text. Printed into a string
  * that grows geometrically: libyang's own memory printer reallocates on
  * every write, which is quadratic for a large edit.
  */
-bool any_text(const lyd_node *rpc, const char *name, std::string &out)
+bool any_text(const lyd_node_any *any, std::string &out)
 {
-    lyd_node *n = nullptr;
     out.clear();
-    if (lyd_find_path(rpc, name, 0, &n) != LY_SUCCESS || n == nullptr)
-        return false;
-    const lyd_node_any *any = reinterpret_cast<const lyd_node_any *>(n);
     switch (any->value_type) {
     case LYD_ANYDATA_DATATREE: {
         auto append = [](void *arg, const void *buf, size_t count) -> ssize_t {
@@ -114,13 +119,34 @@ bool any_text(const lyd_node *rpc, const char *name, std::string &out)
         return true;
     default: {
         char *text = nullptr;
-        if (lyd_any_value_str(n, &text) != LY_SUCCESS)
+        if (lyd_any_value_str(&any->node, &text) != LY_SUCCESS)
             return false;
         out = text != nullptr ? text : "";
         free(text);
         return true;
     }
     }
+}
+
+/*
+ * The configuration an anyxml parameter carries. libnetconf2 has parsed
+ * it against the schema already; when that made typed configuration of
+ * every node, the tree is taken from the request as it is (the request is
+ * freed after this call), sparing a print and a second parse of what may
+ * be a million routes. Otherwise its text is parsed strictly, which names
+ * what is wrong.
+ */
+RpcError config_param(lyd_node_any *any, yang::Tree &out)
+{
+    if (any->value_type == LYD_ANYDATA_DATATREE && typed_config(any->value.tree)) {
+        out.reset(any->value.tree);
+        any->value.tree = nullptr;
+        return check_config(out);
+    }
+    std::string xml;
+    if (!any_text(any, xml))
+        return RpcError::make(RpcError::kOperationFailed, "the configuration cannot be read");
+    return parse_config(*g.ctx, xml, out);
 }
 
 RpcError read_filter(const lyd_node *rpc, Filter &f, yang::Tree &holder)
@@ -140,7 +166,7 @@ RpcError read_filter(const lyd_node *rpc, Filter &f, yang::Tree &holder)
     if (any->value_type == LYD_ANYDATA_DATATREE)
         return subtree_filter(*g.ctx, any->value.tree, f);
     std::string xml;
-    any_text(rpc, "filter", xml);
+    any_text(any, xml);
     lyd_node *tree = nullptr;
     if (!xml.empty() && lyd_parse_data_mem(g.ctx->raw(), xml.c_str(), LYD_XML, LYD_PARSE_OPAQ | LYD_PARSE_ONLY, 0,
                                            &tree) != LY_SUCCESS) {
@@ -229,11 +255,11 @@ RpcError lock_denied(uint32_t holder)
     return e;
 }
 
-RpcError apply(const std::string &xml, Op op, bool test_only)
+RpcError apply(lyd_node_any *param, Op op, bool test_only)
 {
     g_heavy = true;
     yang::Tree config;
-    RpcError e = parse_config(*g.ctx, xml, config);
+    RpcError e = config_param(param, config);
     if (e)
         return e;
     std::unique_lock<std::timed_mutex> lock(g.engine_mu, kEngineWait);
@@ -255,19 +281,19 @@ nc_server_reply *rpc_edit_config(lyd_node *rpc, nc_session *session)
                                     "continue-on-error is not supported: an edit applies whole or not at all");
         return error_reply(e);
     }
-    std::string xml;
-    if (!any_text(rpc, "config", xml))
+    lyd_node_any *config = any_param(rpc, "config");
+    if (config == nullptr)
         return error_reply(RpcError::make(RpcError::kMissingElement, "edit-config needs a config element"));
-    RpcError e = apply(xml, op, test_only);
+    RpcError e = apply(config, op, test_only);
     return e ? error_reply(e) : nc_server_reply_ok();
 }
 
 nc_server_reply *rpc_validate(lyd_node *rpc, nc_session *)
 {
-    std::string xml;
-    if (!any_text(rpc, "source/config", xml))
+    lyd_node_any *config = any_param(rpc, "source/config");
+    if (config == nullptr)
         return nc_server_reply_ok(); /* the running configuration is valid as stored */
-    RpcError e = apply(xml, Op::kMerge, true);
+    RpcError e = apply(config, Op::kMerge, true);
     return e ? error_reply(e) : nc_server_reply_ok();
 }
 

@@ -190,6 +190,8 @@ class NetconfServer(unittest.TestCase):
             ('list entry without its key', config('<network-instance><protocols/></network-instance>'),
              'missing-element', 'name'),
             ('prefix not canonical', config(route('10.2.0.1/16')), 'invalid-value', '10.2.0.0/16'),
+            ('state data', config(route('10.2.0.0/16').replace('</config>', '</config><state><prefix>10.2.0.0/16'
+                                                               '</prefix></state>')), 'invalid-value', 'state'),
             ('mapping refusal', config(route('10.2.0.0/16', [('1', {'next-hop': '192.0.2.1'}, None)],
                                              {'description': 'to (core)'})), 'operation-failed', 'description'),
             ('create of a stored route', config(route('10.1.0.0/16', op='create')), 'data-exists', "10.1.0.0/16"),
