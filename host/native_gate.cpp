@@ -124,6 +124,8 @@ std::string address_fault(const std::string &text, bool ipv4, unsigned char *byt
                    " route";
         return std::string("is not an ") + (ipv4 ? "IPv4" : "IPv6") + " address";
     }
+    if (ipv4) /* inet_pton takes IPv4 in its one dotted-quad form only (no leading zeros): canonical */
+        return "";
     char canon[INET6_ADDRSTRLEN];
     if (inet_ntop(af, b, canon, sizeof canon) == nullptr || text != canon)
         return std::string("is not in canonical form, write \"") + canon + "\"";
@@ -323,7 +325,7 @@ private:
     /* The stored next hop this entry names keeps its own index, if it has one and the tree keeps it. */
     void index_free(const zidl_yfw_datatree *n, const zidl_yfw_datatree *index)
     {
-        if (deleted_.count(next_hop_id(n)) != 0)
+        if (!deleted_.empty() && deleted_.count(next_hop_id(n)) != 0)
             return;
         NhKey k = nh_key(n);
         Route r;

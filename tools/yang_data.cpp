@@ -147,12 +147,20 @@ bool canonical_prefix(const std::string &prefix, std::string &canonical)
     unsigned char bytes[16] = {0};
     if (inet_pton(family, addr.c_str(), bytes) != 1)
         return false;
+    bool host_bits = false;
     for (int i = 0; i < bits / 8; ++i) {
         int keep = len - i * 8;
+        const unsigned char was = bytes[i];
         if (keep <= 0)
             bytes[i] = 0;
         else if (keep < 8)
             bytes[i] &= static_cast<unsigned char>(0xff << (8 - keep));
+        host_bits = host_bits || bytes[i] != was;
+    }
+    /* An IPv4 address inet_pton takes is in the one dotted-quad form it prints: no need to print it. */
+    if (family == AF_INET && !host_bits) {
+        canonical = addr + "/" + std::to_string(len);
+        return true;
     }
     char text[INET6_ADDRSTRLEN];
     if (inet_ntop(family, bytes, text, sizeof(text)) == nullptr)
@@ -166,7 +174,13 @@ bool canonical_address(const std::string &address, std::string &canonical)
     const int family = address.find(':') != std::string::npos ? AF_INET6 : AF_INET;
     unsigned char bytes[16];
     char text[INET6_ADDRSTRLEN];
-    if (inet_pton(family, address.c_str(), bytes) != 1 || inet_ntop(family, bytes, text, sizeof text) == nullptr)
+    if (inet_pton(family, address.c_str(), bytes) != 1)
+        return false;
+    if (family == AF_INET) { /* the dotted-quad form inet_pton takes is the only one it prints */
+        canonical = address;
+        return true;
+    }
+    if (inet_ntop(family, bytes, text, sizeof text) == nullptr)
         return false;
     canonical = text;
     return true;
