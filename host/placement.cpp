@@ -56,7 +56,8 @@ cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const c
     NodeRec *cur = rec_of(out);
     if (cur == nullptr)
         return YFW_RC_MAP_FAILED;
-    static thread_local std::vector<std::string_view> toks; /* reused: placement never nests */
+    /* Reused: placement never nests. Initial-exec: the library is linked, not loaded late, so no lookup call. */
+    static thread_local __attribute__((tls_model("initial-exec"))) std::vector<std::string_view> toks;
     split_schema_path(path, toks);
     if (toks.empty())
         return YFW_RC_MAP_FAILED;
