@@ -58,12 +58,11 @@ cerrno place(yfw_map_ctx *ctx, zidl_yfw_datatree *out, const char *path, const c
         return YFW_RC_MAP_FAILED;
     /* Reused: placement never nests. Initial-exec: the library is linked, not loaded late, so no lookup call. */
     static thread_local __attribute__((tls_model("initial-exec"))) std::vector<std::string_view> toks;
+    if (strchr(path, '[') != nullptr) /* schema paths carry no keys */
+        return YFW_RC_MAP_FAILED;
     split_schema_path(path, toks);
     if (toks.empty())
         return YFW_RC_MAP_FAILED;
-    for (const auto &t : toks)
-        if (t.find('[') != std::string_view::npos) /* schema paths carry no keys */
-            return YFW_RC_MAP_FAILED;
 
     sync_current_list(ctx->req_ctx);
 
