@@ -251,9 +251,7 @@ cerrno prefix_list_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_
         describe_route(ctx, route, sizeof route);
         qz_syslog(k_warning, "route %s left out: the instance name cannot be read back", route);
         ctx->req_ctx->suppress_flag = k_route_left_out;
-        OCNI_ASSERT_CTX(id, ctx);
-        OCNI_TRC_END(id, ctx);
-        return YFW_RC_OK;
+        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
     }
 
     /*
@@ -264,10 +262,7 @@ cerrno prefix_list_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_
     const char *name = vrf != NULL ? vrf : "default";
     (void)ymap_oc_ni_add_vrf_metadata(ctx, out, name);
     (void)ymap_oc_ni_add_protocol_static_metadata(ctx, out, name);
-
-    OCNI_ASSERT_CTX(id, ctx);
-    OCNI_TRC_END(id, ctx);
-    return rc;
+    OCNI_CB_RETURN(id, ctx, rc);
 }
 
 /* A native prefix leaf: the static entry keyed "<address>/<length>". */
