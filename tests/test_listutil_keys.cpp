@@ -164,6 +164,7 @@ TEST_F(ListUtil, MissingArgumentsAndBrokenTreesGiveTheirCodes)
         {"child: no children bit", [&] { return broken(e.entry.flags, [&] { return ni_static_yfw_map_find_child(&e.entry, &r, "config", nullptr); }); }, FAIL},
         {"child: children missing", [&] { return broken(e.entry.children, [&] { return ni_static_yfw_map_find_child(&e.entry, &r, "config", nullptr); }); }, NOMEM},
         {"child: unnamed child", [&] { return broken(e.kids[1].name, [&] { return ni_static_yfw_map_find_child(&e.entry, &r, "config", nullptr); }); }, FAIL},
+        {"keys: no children bit", [&] { return broken(e.entry.flags, [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 2, k2, v2, nullptr); }); }, FAIL},
         {"keys: none", [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 0, k2, v2, nullptr); }, FAIL},
         {"keys: children missing", [&] { return broken(e.entry.children, [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 2, k2, v2, nullptr); }); }, NOMEM},
         {"keys: unnamed child", [&] { return broken(e.kids[1].name, [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 2, k2, v2, nullptr); }); }, FAIL},
