@@ -118,7 +118,9 @@ TEST_F(IndexLookup, GeneratedIndexLoadsCliEntriesOrJudgesTheRequest)
     host::NativeNextHop cli = nh("10.0.0.0", 24, "GigabitEthernet0/0/0/0", "", "");
     cli.metric = 8;
     seed(cli);
-    seed(nh("10.0.0.0", 24, "", "10.0.0.1", ""));
+    const host::NativeNextHop old = nh("10.0.0.0", 24, "", "10.0.0.1", ""); /* an older writer's: the tuple stops after bfd */
+    ASSERT_EQ(host::store_engine()->put(host::STATIC_ROOT + host::route_next_hop_dir("default", true, "10.0.0.0", 24) +
+                                            host::next_hop_key(old), host::next_hop_tuple(old).substr(0, 5)), 0u);
     seed(nh("10.0.0.0", 24, "Null0", "", ""));
     seed(nh("10.0.0.0", 24, "GigabitEthernet0/0/0/1", "10.0.0.9", ""));
     char ifc[] = "GigabitEthernet0/0/0/5", addr[] = "10.0.0.5", sub[8];
@@ -171,6 +173,8 @@ TEST_F(IndexLookup, GeneratedIndexLoadsCliEntriesOrJudgesTheRequest)
         EXPECT_EQ(rec->native_has_interface, r.ifc[0] != '\0' ? 1u : 0u);
         EXPECT_EQ(rec->native_has_address, r.addr[0] != '\0' ? 1u : 0u);
         EXPECT_EQ(rec->route_metric, r.metric);
+        for (uint32_t absent : {rec->minimum_interval, rec->detect_multiplier, rec->load_metric, rec->tag})
+            EXPECT_EQ(absent, 0u); /* stored as 0, or not in the tuple */
         EXPECT_EQ(rec->vrf_label, r.outcome == LOADED ? OCNI_VRF_LABEL_UNSET : 0u);
         EXPECT_EQ(log_has(trc("Modification/Delete received for CLI entry")), r.outcome == LOADED);
         const std::string head = std::string("Create of index ") + r.index;
