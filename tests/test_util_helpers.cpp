@@ -395,6 +395,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb settag = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_settag;
     const LeafCb description = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_description;
     const LeafCb prefix_key = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix;
+    const LeafCb config_prefix = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_prefix;
     const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
     const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
     const ContainerCb statics = nullptr, routes = ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes;
@@ -456,6 +457,8 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
          "vp idx saddr=10.0.0.1", "10.0.0.1", {red_leaf(true, "addr", "[next-hop-address=10.0.0.1]")}},
         {"next hop LOCAL_LINK set: nothing to write or report", nexthop, statics, YFW_REQ_EDIT, "ll if", "LOCAL_LINK", {}},
         {"static key without value", prefix_key, statics, YFW_REQ_EDIT, "", nullptr, {}},
+        {"config prefix, read: the native prefix and length", config_prefix, statics, YFW_REQ_READ, "", "10.0.0.0/24",
+         {"/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]"}},
         {"static-routes delete without subtrees: its entries carry it", nullptr, routes, YFW_REQ_EDIT, "del", nullptr, {}},
         {"static-routes of another protocol, read", nullptr, routes, YFW_REQ_READ, "bgp", nullptr, {}, YFW_RC_NOT_APPLICABLE},
         {"static-routes of another protocol, deleted", nullptr, routes, YFW_REQ_EDIT, "bgp del", nullptr, {}, YFW_RC_NOT_APPLICABLE},
