@@ -153,11 +153,6 @@ protected:
 };
 
 /* ------------------------------------------------------------------ */
-/* New next hops                                                       */
-/* ------------------------------------------------------------------ */
-
-
-/* ------------------------------------------------------------------ */
 /* Changes of a stored next hop                                        */
 /* ------------------------------------------------------------------ */
 
@@ -270,7 +265,6 @@ struct RefusalCase {
     std::string message;
 };
 
-
 std::vector<RefusalCase> refusal_cases()
 {
     return {
@@ -288,6 +282,8 @@ std::vector<RefusalCase> refusal_cases()
          YFW_RC_INVALID_REQUEST, "Delete  received for the entry that has no nexthop config"},
         {"LeafDeleteOfUnknownIndex", "default", P4, {"NH[index=9]/config/metric (delete)"},
          SYSDB_RC_NOT_FOUND, ""},
+        {"StoredAddressChangedToTheOtherFamily", "default", P4, {"NH/config/next-hop = 2001:db8::1"}, YFW_RC_INVALID_REQUEST,
+         "next-hop \"2001:db8::1\" is an IPv6 address in an IPv4 route (at " + oc_nh("default", P4, "1") + "/config/next-hop)"},
         {"MetricOfUnknownIndexAlone", "default", P4, {"NH[index=9]/config/metric = 5"},
          YFW_RC_INVALID_REQUEST, "Invalid request"},
         {"IndexOf129Characters", "default", P4, {"NH[index=" + std::string(129, 'i') + "]/config/next-hop = 10.0.0.5"},
@@ -432,14 +428,5 @@ TEST_F(RouteWide, DescriptionIsCheckedConvertedAndStored)
         }
     }
 }
-
-} // namespace
-
-namespace {
-
-/* ------------------------------------------------------------------ */
-/* Whole routes, combined deletes, reads                               */
-/* ------------------------------------------------------------------ */
-
 
 } // namespace

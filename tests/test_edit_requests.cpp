@@ -172,7 +172,7 @@ protected:
     }
 };
 
-TEST_F(Conditions, IndexRowFollowsTheRequestOrTheStoredEntry)
+TEST_F(Conditions, IndexAndMetricRowsFollowTheRequestOrTheStoredEntry)
 {
     struct Case {
         const char *name;
@@ -181,6 +181,8 @@ TEST_F(Conditions, IndexRowFollowsTheRequestOrTheStoredEntry)
         uint32_t vrf_path_flag;
         bool index;
         std::vector<int> rows;
+        int nrows = 6;              /* rows of the framework's table */
+        const char *leaf = "index"; /* the condition of this leaf */
     } cases[] = {
         {"EditAddressAndInterface", YFW_REQ_EDIT, {true, "10.0.0.2", "Gi1"}, 0, true, {1}},
         {"EditAddress", YFW_REQ_EDIT, {true, "10.0.0.2", nullptr}, 0, true, {2}},
@@ -192,14 +194,17 @@ TEST_F(Conditions, IndexRowFollowsTheRequestOrTheStoredEntry)
         {"ReadWholeVrfV4", YFW_REQ_READ, {true}, 1, false, {0, 1, 2}},
         {"ReadWholeVrfV6", YFW_REQ_READ_STATE, {false}, 1, false, {3, 4, 5}},
         {"ReadStoredAddressV6", YFW_REQ_READ, {false, nullptr, nullptr, "2001:db8::1", nullptr}, 0, true, {5}},
+        {"ReadWholeVrfV6InATableOfThreeRows", YFW_REQ_READ_STATE, {false}, 1, false, {}, 3},
+        {"MetricReadWholeVrfV4", YFW_REQ_READ, {true}, 1, false, {0, 1, 2}, 6, "metric"},
     };
     for (const Case &c : cases) {
         ocni_route_common_data *rec = record(c.kind, c.f);
         if (!c.index)
             rec->index = nullptr;
         h.rc->vrf_path_flag = c.vrf_path_flag;
-        std::vector<xpath_list_type_t> t = six_rows("index");
-        EXPECT_EQ(ocni_index_cond_manual_callback(h.ctx, 6, t.data()), 0u) << c.name;
+        std::vector<xpath_list_type_t> t = six_rows(c.leaf);
+        const auto cond = strcmp(c.leaf, "index") == 0 ? ocni_index_cond_manual_callback : ocni_metric_cond_manual_callback;
+        EXPECT_EQ(cond(h.ctx, c.nrows, t.data()), 0u) << c.name;
         EXPECT_EQ(selected(t), c.rows) << c.name;
     }
 }

@@ -13,6 +13,7 @@
 #include "host_fixture.h"
 #include "tree_builder.h"
 #include "ymap_ni_static_util.h"
+#include "ymap_ocni_openconfig_local_routing_man.h"
 #include "ymap_ocni_openconfig_local_routing_man_util.h"
 
 using namespace ocni::host;
@@ -164,6 +165,7 @@ TEST_F(ListUtil, MissingArgumentsAndBrokenTreesGiveTheirCodes)
         {"child: no children bit", [&] { return broken(e.entry.flags, [&] { return ni_static_yfw_map_find_child(&e.entry, &r, "config", nullptr); }); }, FAIL},
         {"child: children missing", [&] { return broken(e.entry.children, [&] { return ni_static_yfw_map_find_child(&e.entry, &r, "config", nullptr); }); }, NOMEM},
         {"child: unnamed child", [&] { return broken(e.kids[1].name, [&] { return ni_static_yfw_map_find_child(&e.entry, &r, "config", nullptr); }); }, FAIL},
+        {"keys: no children bit", [&] { return broken(e.entry.flags, [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 2, k2, v2, nullptr); }); }, FAIL},
         {"keys: none", [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 0, k2, v2, nullptr); }, FAIL},
         {"keys: children missing", [&] { return broken(e.entry.children, [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 2, k2, v2, nullptr); }); }, NOMEM},
         {"keys: unnamed child", [&] { return broken(e.kids[1].name, [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 2, k2, v2, nullptr); }); }, FAIL},
@@ -171,6 +173,7 @@ TEST_F(ListUtil, MissingArgumentsAndBrokenTreesGiveTheirCodes)
         {"keys: any value, key of another module", [&] { return ni_static_yfw_map_datatree_get_subtree_multi_keys(&e.entry, &r, 1, k1, any, OTHER_NS); }, FAIL},
         {"siblings: any value, key in the module", [&] { return siblings(1, k1, any, NS); }, OK},
         {"siblings: children missing", [&] { return broken(protos->children, [&] { return siblings(2, k2, v2, nullptr); }); }, YFW_RC_INVALID_REQUEST},
+        {"static-routes: children missing", [&] { return broken(protos->children, [&] { return h.call(ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes, protos, 0); }); }, OK},
         {"siblings: unnamed sibling", [&] { return broken(protos->children[0].name, [&] { return siblings(2, k2, v2, nullptr); }); }, FAIL},
         {"find or add: unnamed key", [&] { return ni_static_yfw_map_search_or_add_subtree_list(h.ctx, T, &r, nullptr, PROTO_LIST, "x", nullptr, NS); }, NOMEM},
         {"search: eleven keys", [&] { return ni_static_yfw_map_search_list_multi_keys(h.ctx, T, &r, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},

@@ -335,7 +335,7 @@ const std::string OPER_NH = "/network-instances/network-instance/protocols/proto
  * Record facts, space separated: v6, noprefix, idx (index 1), vp (VRF-path
  * flag 1), if (interface Loopback0), sub=S, nh=A (a next hop; "DROP" too),
  * sif=I / saddr=A (the stored entry), ll (LOCAL_LINK), del (the input is a
- * delete), nocfg (a read that withholds configuration), norec.
+ * delete), nocfg (a read that withholds configuration), norec, bgp (the input lies in a BGP protocol entry).
  */
 class LeafCallbacks : public HostFixture {
 protected:
@@ -395,11 +395,12 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb settag = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_settag;
     const LeafCb description = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_description;
     const LeafCb prefix_key = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix;
+    const LeafCb config_prefix = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_prefix;
     const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
     const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
-    const ContainerCb statics = nullptr;
-    const std::string oper_sr = "/ocni/vrfipv4/network-instances/network-instance[name=red]/protocols/protocol/"
-                                "static-routes/static-route[prefix=10.0.0.0/24]/static-routes-state/";
+    const ContainerCb statics = nullptr, routes = ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes;
+    const std::string oper_sr = "/ocni/vrfipv6/network-instances/network-instance[name=red]/protocols/protocol/"
+                                "static-routes/static-route[prefix=2001:db8::/64]/static-routes-state/";
     struct Row {
         const char *what;
         LeafCb leaf;
@@ -451,11 +452,16 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         {"index of the stored address, none given", index, statics, YFW_REQ_READ, "saddr=10.0.0.1", "1",
          {red_leaf(true, "addr", "/index = 1")}},
         {"static key, state read withholding configuration: operational leaves only", prefix_key, statics,
-         YFW_REQ_READ_STATE, "nocfg", "10.0.0.0/24", {oper_sr + "description", oper_sr + "prefix", oper_sr + "set-tag"}},
+         YFW_REQ_READ_STATE, "v6 nocfg", "2001:db8::/64", {oper_sr + "description", oper_sr + "prefix", oper_sr + "set-tag"}},
         {"next hop, whole VRF but one index: the stored entry's key", nexthop, statics, YFW_REQ_READ,
          "vp idx saddr=10.0.0.1", "10.0.0.1", {red_leaf(true, "addr", "[next-hop-address=10.0.0.1]")}},
         {"next hop LOCAL_LINK set: nothing to write or report", nexthop, statics, YFW_REQ_EDIT, "ll if", "LOCAL_LINK", {}},
         {"static key without value", prefix_key, statics, YFW_REQ_EDIT, "", nullptr, {}},
+        {"config prefix, read: the native prefix and length", config_prefix, statics, YFW_REQ_READ, "", "10.0.0.0/24",
+         {"/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]"}},
+        {"static-routes delete without subtrees: its entries carry it", nullptr, routes, YFW_REQ_EDIT, "del", nullptr, {}},
+        {"static-routes of another protocol, read", nullptr, routes, YFW_REQ_READ, "bgp", nullptr, {}, YFW_RC_NOT_APPLICABLE},
+        {"static-routes of another protocol, deleted", nullptr, routes, YFW_REQ_EDIT, "bgp del", nullptr, {}, YFW_RC_NOT_APPLICABLE},
         {"index without a route record", index, statics, YFW_REQ_READ, "norec", "1", {}},
         {"next-hops state of both families, asked twice", nullptr, nexthops, YFW_REQ_READ_STATE, "noprefix", nullptr,
          {"/ocni/vrfipv4" + OPER_NH, "/ocni/vrfipv6" + OPER_NH,
@@ -467,10 +473,11 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         AllocWatch watch; /* nothing the callbacks allocate outlives the request */
         prepare(r.kind, r.facts);
         const std::string facts = r.facts;
-        TreePtr in = build_tree("/leaf" + (r.value ? " = "s + r.value : ""s) +
-                                    (facts.find("del") != std::string::npos ? " (delete)" : ""),
+        const std::string at = (facts.find("bgp") != std::string::npos ? "/network-instances/network-instance[name=red]/protocols/"
+                                                                          "protocol[identifier=BGP][name=x]/leaf" : "/leaf");
+        TreePtr in = build_tree(at + (r.value ? " = "s + r.value : ""s) + (facts.find("del") != std::string::npos ? " (delete)" : ""),
                                 OCNI_NS_OC_NI);
-        const zidl_yfw_datatree *n = host::tree_find(in.get(), "/leaf");
+        const zidl_yfw_datatree *n = host::tree_find(in.get(), at.c_str());
         for (int i = 0; i < r.calls; i++)
             EXPECT_EQ(r.leaf ? h.call(r.leaf, n) : h.call(r.cont, n, 0), r.rc);
         Lines want = r.want;
@@ -491,7 +498,7 @@ using NextHopEdits = WalkerFixture;
 
 TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
 {
-    const std::string nh = oc_static_routes("default") + "/static[prefix=10.0.0.0/8]/next-hops/next-hop[index=1]";
+    const std::string rt = oc_static_routes("default") + "/static[prefix=10.0.0.0/8]", nh = rt + "/next-hops/next-hop[index=1]";
     const std::string st = "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/"
                            "vrf-prefix[prefix=10.0.0.0][prefix-length=8]";
     const std::string tbl = st + "/vrf-route/vrf-next-hop-table/";
@@ -543,6 +550,12 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
          {addr2 + "/description = x", addr2 + "/index = 1"}},
         {"next-hops container delete", ifc + sub, oc_static_routes("default") + "/static[prefix=10.0.0.0/8]/next-hops (delete)\n",
          {"delete " + lo5}, {st}},
+        {"set-tag 0 with a new next hop", nh + "/config/next-hop = 10.0.0.1\n", rt + "/config/set-tag = 0\n" + nh2 + "/config/next-hop = 10.0.0.2\n",
+         {"merge " + addr1 + "/tag = 0", "create " + addr2, "merge " + addr2 + "/index = 2", "merge " + addr2 + "/tag = 0"},
+         {addr1 + "/index = 1", addr1 + "/tag = 0", addr2 + "/index = 2", addr2 + "/tag = 0"}},
+        {"new next hop of a tagged route", nh + "/config/next-hop = 10.0.0.1\n" + rt + "/config/set-tag = 9\n", nh2 + "/config/next-hop = 10.0.0.2\n",
+         {"create " + addr2, "merge " + addr2 + "/index = 2", "merge " + addr2 + "/tag = 9"},
+         {addr1 + "/index = 1", addr1 + "/tag = 9", addr2 + "/index = 2", addr2 + "/tag = 9"}},
         {"hexadecimal set-tag", nh + "/config/next-hop = 10.0.0.1\n",
          oc_static_routes("default") + "/static[prefix=10.0.0.0/8]/config/set-tag = 0x10\n",
          {"merge " + addr1 + "/tag = 16"}, {addr1 + "/index = 1", addr1 + "/tag = 16"}},

@@ -199,23 +199,22 @@ void add_identifier_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, zidl_yfw_datatr
 /* What tells the four prefix leaves apart. */
 struct prefix_leaf_params {
     const char *prefix_entry;  /* native vrf-prefix list holding the prefix-length key */
-    bool named_vrf;            /* entry lies under /router-static/vrfs/vrf */
     bool read_prefix_key;      /* key starts from the entry's prefix key */
     bool entry_always;         /* static entry and its key whatever the read-path rule */
 };
 
 const prefix_leaf_params k_prefix_v4_named = {
     "/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix", true,
-    true, true};
+    true};
 const prefix_leaf_params k_prefix_v6_named = {
-    "/router-static/vrfs/vrf/address-family/vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix", true,
-    false, false};
+    "/router-static/vrfs/vrf/address-family/vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix", false,
+    false};
 const prefix_leaf_params k_prefix_v4_default = {
     "/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix", false,
-    false, false};
+    false};
 const prefix_leaf_params k_prefix_v6_default = {
     "/router-static/default-vrf/address-family/vrfipv6/vrf-unicast/vrf-prefixes/vrf-prefix", false,
-    false, false};
+    false};
 
 /*
  * A native prefix entry: makes its static list current under the STATIC
@@ -251,9 +250,7 @@ cerrno prefix_list_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_
         describe_route(ctx, route, sizeof route);
         qz_syslog(k_warning, "route %s left out: the instance name cannot be read back", route);
         ctx->req_ctx->suppress_flag = k_route_left_out;
-        OCNI_ASSERT_CTX(id, ctx);
-        OCNI_TRC_END(id, ctx);
-        return YFW_RC_OK;
+        OCNI_CB_RETURN(id, ctx, YFW_RC_OK);
     }
 
     /*
@@ -264,10 +261,7 @@ cerrno prefix_list_entry(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_
     const char *name = vrf != NULL ? vrf : "default";
     (void)ymap_oc_ni_add_vrf_metadata(ctx, out, name);
     (void)ymap_oc_ni_add_protocol_static_metadata(ctx, out, name);
-
-    OCNI_ASSERT_CTX(id, ctx);
-    OCNI_TRC_END(id, ctx);
-    return rc;
+    OCNI_CB_RETURN(id, ctx, rc);
 }
 
 /* A native prefix leaf: the static entry keyed "<address>/<length>". */
@@ -276,11 +270,8 @@ cerrno prefix_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datatr
 {
     OCNI_CB_BEGIN(id, ctx, in != NULL && out != NULL);
 
-    char *vrf = NULL;
     char *prefix = NULL;
     char *length = NULL;
-    if (p.named_vrf)
-        (void)yfw_map_get_node_info(ctx, k_vrf_list, "vrf-name", &vrf);
     if (p.read_prefix_key)
         (void)yfw_map_get_node_info(ctx, p.prefix_entry, "prefix", &prefix);
     (void)yfw_map_get_node_info(ctx, p.prefix_entry, "prefix-length", &length);
