@@ -41,14 +41,16 @@ TEST_F(Cli, ForeignDamagedAndTruncatedStoresAreRefusedUnchanged)
         std::function<void()> make;
         const char *mentions;
     } rows[] = {
-        {"zero length", [&] { ours(); resize(0); }, "is empty"},
-        {"truncated", [&] { ours(); resize(3 * 4096); }, "is truncated"},
-        {"not a store", [&] { ASSERT_EQ(mkdir(store_.c_str(), 0755), 0); std::ofstream(store_ + "/data.mdb") << std::string(9000, 'x'); }, "no valid meta page"},
-        {"another program's", [&] { put_raw({{"/etc/thing", "1"}}); }, "another program"},
-        {"newer format", [&] { put_raw({{h::META_FORMAT_KEY, std::string("OCNI\x09\x00", 6)}}); }, "newer"},
-        {"previous format", [&] { put_raw({{"/cfg/gl/rsi/vrf/red/name", "x"}}); }, "ocni-map store upgrade"},
+        {"zero length", [&] { ours(); resize(0); }, "/data.mdb is empty: the store was truncated or never written"},
+        {"truncated", [&] { ours(); resize(3 * 4096); }, "/data.mdb is truncated: 12288 bytes where its meta page counts "},
+        {"not a store", [&] { ASSERT_EQ(mkdir(store_.c_str(), 0755), 0); std::ofstream(store_ + "/data.mdb") << std::string(9000, 'x'); }, "/data.mdb is not a store: no valid meta page"},
+        {"another program's", [&] { put_raw({{"/etc/thing", "1"}}); }, ": the store holds data of another program\n"},
+        {"another program's marker", [&] { put_raw({{h::META_FORMAT_KEY, std::string("OCNX\x02\x00", 6)}}); }, ": the store holds a format marker of another program\n"},
+        {"newer format", [&] { put_raw({{h::META_FORMAT_KEY, std::string("OCNI\x09\x00", 6)}}); }, ": the store is of format 9, newer than this program's 2\n"},
+        {"older format", [&] { put_raw({{h::META_FORMAT_KEY, std::string("OCNI\x01\x00", 6)}}); }, ": the store is of format 1: run `ocni-map store upgrade` first\n"},
+        {"previous format", [&] { put_raw({{"/cfg/gl/rsi/vrf/red/name", "x"}}); }, ": the store is in the previous format: run `ocni-map store upgrade` to convert it\n"},
         {"lock file a directory", [&] { ours(); ASSERT_EQ(unlink((store_ + "/lock.mdb").c_str()), 0);
-                                        ASSERT_EQ(mkdir((store_ + "/lock.mdb").c_str(), 0755), 0); }, "Is a directory"},
+                                        ASSERT_EQ(mkdir((store_ + "/lock.mdb").c_str(), 0755), 0); }, ": Is a directory\n"},
     };
     for (const Row &r : rows) {
         SCOPED_TRACE(r.name);
