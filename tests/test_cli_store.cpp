@@ -196,10 +196,11 @@ TEST_F(Cli, RoutesOfAnOlderStoreReadFilterAndDelete)
 
 TEST_F(Cli, StoreTheUserCannotWriteStillReads)
 {
+    runner_ = "umask 022; "; /* the store is made readable by all, as the user's mask allows */
     ASSERT_EQ(run("vrf add red").status, 0);
     ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
     const std::string native = run("native").out;
-    ASSERT_EQ(std::system(("chmod -R a+rX " + quote(dir_)).c_str()), 0);
+    ASSERT_EQ(std::system(("chmod a+rx " + quote(dir_)).c_str()), 0);
     /* As an unprivileged user: the store's files belong to another. */
     runner_ = "setpriv --reuid=nobody --regid=nogroup --clear-groups ";
     for (const char *cmd : {"native", "get", "vrf list"}) {

@@ -29,6 +29,8 @@ TEST(Addresses, GetaddrinfoNeverResolvesNames)
         freeaddrinfo_qz(res);
     }
     freeaddrinfo_qz(nullptr);
+    const ip_addr_t none = {}; /* no family: no text */
+    EXPECT_STREQ(ip_addr_string(&none), "");
 }
 
 TEST(BoundedStrings, CutNeverOverflow)

@@ -59,6 +59,7 @@ TEST(Trees, KeylessStepsFindTheOldestEntryWithoutScanning)
     }
     EXPECT_LT(tree_sibling_visits() - before, 10u * 1000);
     EXPECT_EQ(tree_find(t.get(), "/routes/nothing"), nullptr);
+    EXPECT_STREQ(tree_find(build_tree("/r/a[k=1]\n/r/b[k=2]").get(), "/r/b/k")->value, "2") << "few siblings: no index";
 }
 
 class TreeOps : public HostFixture {
