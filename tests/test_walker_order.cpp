@@ -143,9 +143,7 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
 }
 
 /* A native tree the apply cannot place is refused naming what is wrong; a damaged record met by an edit is a store fault. */
-class WalkerStore : public WalkerFixture {};
-
-TEST_F(WalkerStore, NativeTreesOutsideTheModelAndDamagedRecordsAreRefusedWhole)
+TEST_F(WalkerFixture, NativeTreesOutsideTheModelAndDamagedRecordsAreRefusedWhole)
 {
     const std::string d = "/router-static/default-vrf", a = d + "/address-family/vrfipv4/vrf-unicast/vrf-prefixes",
                       p = a + "/vrf-prefix[prefix=10.0.0.0][prefix-length=24]", t = p + "/vrf-route/vrf-next-hop-table";
