@@ -196,7 +196,7 @@ TEST_F(Cli, RoutesOfAnOlderStoreReadFilterAndDelete)
 
 TEST_F(Cli, StoreTheUserCannotWriteStillReads)
 {
-    runner_ = "umask 022; "; /* the store is made readable by all, as the user's mask allows */
+    umask(022); /* the stores made here are readable by all, as the user's mask allows */
     ASSERT_EQ(run("vrf add red").status, 0);
     ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
     const std::string native = run("native").out;
@@ -211,6 +211,9 @@ TEST_F(Cli, StoreTheUserCannotWriteStillReads)
     Outcome w = run("vrf add blue");
     EXPECT_EQ(w.status, 3) << w.err;
     EXPECT_NE(w.err.find("error: store: the store cannot be written"), std::string::npos) << w.err;
+    store_ = dir_ + "/empty"; /* a store never written, which this user cannot mark: it reads as empty */
+    put_raw({});
+    EXPECT_EQ(run("get").out, "{}\n");
     runner_.clear();
 }
 
