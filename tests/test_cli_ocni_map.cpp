@@ -232,7 +232,7 @@ TEST_F(Cli, VrfHoldingRoutesIsDeletedOnlyWithItsRoutes)
     const std::string before = run("native").out;
     Outcome refused = run("vrf delete red");
     EXPECT_EQ(refused.status, 1);
-    EXPECT_NE(refused.err.find("still holds 2 static routes"), std::string::npos) << refused.err;
+    EXPECT_NE(refused.err.find("refused: VRF red still holds 2 static routes: delete them first, or delete the VRF --with-routes"), std::string::npos) << refused.err;
     EXPECT_EQ(run("native").out, before);
     Outcome with = run("vrf delete red --with-routes");
     EXPECT_EQ(with.status, 0) << with.err;
@@ -334,7 +334,7 @@ TEST_F(Cli, OperatorOutputSaysWhatChangedAndHintsAtMistakes)
         {"delete " + quote(route), "", 0, "0 routes created, 0 changed, 0 deleted; " + none + "\n",
          "nothing to delete at", false},
         {"vrf delete red --with-routes", "", 0, "VRF red deleted with its 1 static route\n", "", false},
-        {"vrf delete red", "", 1, "", "red", false},
+        {"vrf delete red", "", 1, "", "refused: VRF red is not configured\n", false},
         {"get --vrf blue", "", 0, "{}\n", "VRF blue does not exist", false},
         {"edit -", with("10.9.0.0/16", "DROP"), 2, "", "(an identity needs its module prefix: "
          "\"openconfig-local-routing:DROP\")", false},
