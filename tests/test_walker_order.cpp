@@ -155,11 +155,11 @@ TEST_F(WalkerFixture, NativeTreesOutsideTheModelAndDamagedRecordsAreRefusedWhole
         {"/router-static/vrfs/vrf/address-family", "native vrf entry without vrf-name"}, {d + "/z = 1", "unknown native node z in a vrf"},
         {d + "/address-family/vrfipv5", "unknown address family vrfipv5"}, {d + "/address-family/vrfipv4/u", "unknown native node u"},
         {d + "/address-family/vrfipv6/vrf-unicast/v", "unknown native node v"}, {a + "/e", "unknown native node e"},
-        {a + "/vrf-prefix/vrf-route", "native vrf-prefix entry without prefix"},
+        {a + "/vrf-prefix/vrf-route", "native vrf-prefix entry without prefix"}, {t + "/q[k=1]", "unknown native next-hop table q"},
         {a + "/vrf-prefix[prefix=10.0.0.0]/vrf-route", "native vrf-prefix entry needs both prefix and prefix-length"},
         {a + "/vrf-prefix[prefix=2001:db8::][prefix-length=8]/vrf-route", "not a prefix of its family: " + a + "/vrf-prefix[prefix=2001:db8::][prefix-length=8]"},
         {p + "/w", "unknown native node w in vrf-prefix"}, {p + "/vrf-route/r", "unknown native node r in vrf-route"},
-        {t + "/q[k=1]", "unknown native next-hop table q"},
+        {t + "/vrf-next-hop-interface-name[interface-name=Gi0/0,1]/metric = 1", "cannot write " + p}, /* a comma splits the store's key */
         {t + "/vrf-next-hop-next-hop-address/metric = 1", "native vrf-next-hop-next-hop-address entry without its keys"},
         {t + "/vrf-next-hop-interface-name[interface-name=Lo0]/colour = 1", "unknown native leaf colour in vrf-next-hop-interface-name"},
         {oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config (delete)",
