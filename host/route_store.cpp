@@ -320,6 +320,13 @@ bool decode_route(const std::string &key, const std::string &value, RouteKey &k,
     k = RouteKey();
     k.vrf = key.substr(root, nul - root);
     k.ipv4 = key[nul + 1] == '4';
+    /* Until the record proves sound, the route is named by its key (its address bytes and length byte). */
+    char text[INET6_ADDRSTRLEN];
+    if (key.size() == nul + (k.ipv4 ? 7 : 19) &&
+        inet_ntop(k.ipv4 ? AF_INET : AF_INET6, key.data() + nul + 2, text, sizeof text) != nullptr) {
+        k.prefix = text;
+        k.length = std::to_string(static_cast<uint8_t>(key.back()));
+    }
     if (value.size() < 5 || static_cast<uint8_t>(value[0]) != STORE_FORMAT) {
         why = "a record of an unknown version";
         return false;
@@ -331,8 +338,9 @@ bool decode_route(const std::string &key, const std::string &value, RouteKey &k,
         return false;
     }
     Reader rd{p + 5, p + value.size()};
-    k.prefix = rd.text();
-    k.length = rd.text();
+    RouteKey stored = k;
+    stored.prefix = rd.text();
+    stored.length = rd.text();
     r = Route();
     uint64_t n = rd.varint();
     for (uint64_t i = 0; rd.ok && i < n; ++i) {
@@ -360,10 +368,11 @@ bool decode_route(const std::string &key, const std::string &value, RouteKey &k,
         why = "a record of the wrong length";
         return false;
     }
-    if (route_record_key(k) != key) {
+    if (route_record_key(stored) != key) {
         why = "a record that does not match its key";
         return false;
     }
+    k = stored; /* the texts as the native tree held them */
     return true;
 }
 

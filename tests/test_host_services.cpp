@@ -29,6 +29,8 @@ TEST(Addresses, GetaddrinfoNeverResolvesNames)
         freeaddrinfo_qz(res);
     }
     freeaddrinfo_qz(nullptr);
+    const ip_addr_t none = {}; /* no family: no text */
+    EXPECT_STREQ(ip_addr_string(&none), "");
 }
 
 TEST(BoundedStrings, CutNeverOverflow)
@@ -110,16 +112,17 @@ TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
     EXPECT_EQ(alloc_live(tag), base);
     EXPECT_EQ(yfw_map_copy_trim_path_list_ctx(h.ctx, nullptr), YFW_RC_MAP_FAILED);
 
-    TreePtr in = build_tree("/a = 1 (delete)\n/b = 2 (remove)");
+    TreePtr in = build_tree("/a = 1 (delete)\n/l[k=1]/b = 2 (remove)");
     EXPECT_TRUE(yfw_map_is_request_delete(tree_find(in.get(), "/a")));
-    EXPECT_FALSE(yfw_map_is_request_delete(tree_find(in.get(), "/b")));
+    EXPECT_FALSE(yfw_map_is_request_delete(tree_find(in.get(), "/l[k=1]/b")));
     EXPECT_FALSE(yfw_map_is_request_delete(nullptr));
-    /* The error path names the current input node, "" before there is one. */
+    /* The error path names the current input node, "" before there is one; its entry is on the input stack. */
     yfw_oc_error_path(h.ctx);
-    h.enter(tree_find(in.get(), "/b"));
+    h.enter(tree_find(in.get(), "/l[k=1]/b"));
+    EXPECT_EQ(req_input_depth(h.rc), 1u);
     yfw_oc_error_path(h.ctx);
     yfw_oc_error_path(nullptr);
-    EXPECT_EQ(h.error_paths(), (Lines{"", "/b"}));
+    EXPECT_EQ(h.error_paths(), (Lines{"", "/l[k=1]/b"}));
     /* The framework frees what the plug-in left on the request. */
     AllocWatch watch;
     h.rc->user_error_msg = yfw_strdup("refused", "YFW MAP");

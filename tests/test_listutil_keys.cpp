@@ -258,14 +258,16 @@ TEST_F(ListUtil, AncestorsByLevel)
     EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_datatree(h.ctx, 1), p);
     EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_datatree(h.ctx, 2), ni);
     EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_datatree(h.ctx, 4), nullptr);
-    char *value = nullptr;
-    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 2, NI_LIST, nullptr, "name", &value), YFW_RC_OK);
-    EXPECT_STREQ(value, "red");
-    /* From a deeper level the entry is found among the node's parents. */
-    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 1, PROTO_LIST, nullptr, "identifier", &value), YFW_RC_OK);
-    EXPECT_STREQ(value, "STATIC");
-    EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, 4, PROTO_LIST, nullptr, "identifier", &value),
-              YFW_RC_MAP_FAILED);
+    /* The entry is the node at that level, one of its parents, or below it (first entry of each name). */
+    const struct { uint32_t level; const char *list, *key, *value; } rows[] = {
+        {2, NI_LIST, "name", "red"}, {1, PROTO_LIST, "identifier", "STATIC"}, {1, NI_LIST, "name", "red"},
+        {2, PROTO_LIST, "name", "core"}, {4, PROTO_LIST, "identifier", nullptr}};
+    for (const auto &r : rows) {
+        char *value = nullptr;
+        EXPECT_EQ(ni_static_yfw_map_get_ancestor_node_info(h.ctx, r.level, r.list, nullptr, r.key, &value),
+                  r.value ? YFW_RC_OK : YFW_RC_MAP_FAILED) << r.level << r.list;
+        EXPECT_STREQ(value, r.value) << r.level << r.list;
+    }
     EXPECT_EQ(alloc_live(OCNI_TAG_SEARCH), 0u);
 }
 

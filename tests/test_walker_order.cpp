@@ -142,18 +142,36 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
     EXPECT_EQ(find("_nexthop_index")->entries, 4u) << "and the static and next-hop entries";
 }
 
-/* A stored route whose record is damaged: the edit's native result cannot be applied, and nothing is stored. */
-class WalkerStore : public WalkerFixture {};
-
-TEST_F(WalkerStore, DamagedRouteRecordFailsTheEditAsAnInternalError)
+/* A native tree the apply cannot place is refused naming what is wrong; a damaged record met by an edit is a store fault. */
+TEST_F(WalkerFixture, NativeTreesOutsideTheModelAndDamagedRecordsAreRefusedWhole)
 {
-    native_edit("/router-static/default-vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0]"
-                "[prefix-length=24]/vrf-route/vrf-next-hop-table/vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]/metric = 1");
-    RouteKey k;
-    k.vrf = "default";
-    k.prefix = "10.0.0.0";
-    k.length = "24";
-    ASSERT_EQ(store_engine()->put(route_record_key(k), "junk"), 0u);
+    const std::string d = "/router-static/default-vrf", a = d + "/address-family/vrfipv4/vrf-unicast/vrf-prefixes",
+                      p = a + "/vrf-prefix[prefix=10.0.0.0][prefix-length=24]", t = p + "/vrf-route/vrf-next-hop-table";
+    native_edit(t + "/vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]/metric = 1");
+    const Lines before = native();
+    const std::pair<std::string, std::string> rows[] = {
+        {"/other = 1", "unknown native node /other"}, {"/router-static/x = 1", "unknown native node x under router-static"},
+        {"/router-static/vrfs/y = 1", "unknown native node y under vrfs"},
+        {"/router-static/vrfs/vrf/address-family", "native vrf entry without vrf-name"}, {d + "/z = 1", "unknown native node z in a vrf"},
+        {d + "/address-family/vrfipv5", "unknown address family vrfipv5"}, {d + "/address-family/vrfipv4/u", "unknown native node u"},
+        {d + "/address-family/vrfipv6/vrf-unicast/v", "unknown native node v"}, {a + "/e", "unknown native node e"},
+        {a + "/vrf-prefix/vrf-route", "native vrf-prefix entry without prefix"}, {t + "/q[k=1]", "unknown native next-hop table q"},
+        {a + "/vrf-prefix[prefix=10.0.0.0]/vrf-route", "native vrf-prefix entry needs both prefix and prefix-length"},
+        {a + "/vrf-prefix[prefix=2001:db8::][prefix-length=8]/vrf-route", "not a prefix of its family: " + a + "/vrf-prefix[prefix=2001:db8::][prefix-length=8]"},
+        {p + "/w", "unknown native node w in vrf-prefix"}, {p + "/vrf-route/r", "unknown native node r in vrf-route"},
+        {t + "/vrf-next-hop-interface-name[interface-name=Gi0/0,1]/metric = 1", "cannot write " + p}, /* a comma splits the store's key */
+        {t + "/vrf-next-hop-next-hop-address/metric = 1", "native vrf-next-hop-next-hop-address entry without its keys"},
+        {t + "/vrf-next-hop-interface-name[interface-name=Lo0]/colour = 1", "unknown native leaf colour in vrf-next-hop-interface-name"},
+        {oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config (delete)",
+         "deleting the config container of a next hop is not supported: delete the next hop, or its leaves one by one"},
+    };
+    for (const auto &[lines, why] : rows) {
+        EditOutcome r = lines[1] == 'n' ? edit(lines) : walker->native_edit(build_tree(lines, OCNI_NS_NATIVE).get(), false, true);
+        EXPECT_EQ(r.result.rc, YFW_RC_INVALID_REQUEST) << lines;
+        EXPECT_EQ(r.result.message, why) << lines;
+    }
+    EXPECT_EQ(native(), before);
+    ASSERT_EQ(store_engine()->put(route_record_key(RouteKey{"default", true, "10.0.0.0", "24"}), "junk"), 0u);
     EditOutcome r = edit(oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=2]/config/next-hop = 10.0.0.2");
     EXPECT_EQ(r.result.rc, SYSDB_RC_FAILED);
     EXPECT_EQ(r.result.message, "store: damaged route record default 10.0.0.0/24: a record of an unknown version");

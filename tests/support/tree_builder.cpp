@@ -19,8 +19,7 @@ std::string trim(const std::string &s)
     return s.substr(b, e - b + 1);
 }
 
-} // namespace
-
+/* The edit operation a "(delete)" style name gives; -1 when unknown. */
 int op_from_name(const std::string &name)
 {
     static const char *names[] = {"none", "merge", "create", "delete", "remove", "replace"};
@@ -29,8 +28,6 @@ int op_from_name(const std::string &name)
             return i;
     return -1;
 }
-
-namespace {
 
 /* Adds one path below `root`; `op` >= 0 sets that edit operation on the last node. */
 void add(zidl_yfw_datatree *root, const std::string &path, const char *value, int op, const char *nsp)

@@ -26,9 +26,6 @@ using TreePtr = std::unique_ptr<zidl_yfw_datatree, TreeDeleter>;
 /* A tree from a literal of "path = value (op)" lines. */
 TreePtr build_tree(const std::string &text, const char *ns = nullptr);
 
-/* Parses "(delete)" style names; -1 when unknown. */
-int op_from_name(const std::string &name);
-
 } // namespace ocni::test
 
 #endif
