@@ -199,5 +199,9 @@ TEST_F(ReadStream, EditsInPartsAndChunksStoreWhatOneWholeEditStores)
             late.replace(at, 5, "10.8.");
         EXPECT_EQ(edit(late, run.second, changes).status, Outcome::kRefused);
         EXPECT_EQ(whole(nullptr), stored);
+        /* So does one in the first, while later chunks are being parsed. */
+        late.replace(late.find("192.0.2.1"), 9, "openconfig-local-routing:LOCAL_LINK");
+        EXPECT_EQ(edit(late, run.second, changes).status, Outcome::kRefused);
+        EXPECT_EQ(whole(nullptr), stored);
     }
 }

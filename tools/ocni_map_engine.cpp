@@ -5,6 +5,7 @@
  */
 #include <cstdio>
 #include <cstring>
+#include <future>
 #include <set>
 #include <iostream>
 
@@ -556,15 +557,42 @@ Outcome EditInput::edit(Engine &engine, bool dry_run, std::string &changes)
 {
     if (!chunked_)
         return engine.edit(first_, dry_run, changes);
-    size_t k = 1;
-    std::string doc;
+    /*
+     * The next chunk is cut and parsed on a second thread while the engine
+     * walks this one (libyang parses data of one context on several threads;
+     * its errors are kept per thread, and parse() reads them on the thread
+     * that parsed). The engine still takes the chunks in order, and an error
+     * still ends the edit at its own chunk. The parsing thread allocates from
+     * its own heap arena, away from the store transaction's pages.
+     */
+    struct Parsed {
+        yang::Tree tree;
+        yang::Error error;
+    };
+    auto parse_chunk = [this](size_t k) {
+        Parsed p;
+        std::string doc;
+        size_t offset = 0;
+        chunks_.chunk(k, doc, offset);
+        p.error = parse(doc, yang::Format::kJson, offset, p.tree);
+        return p;
+    };
+    size_t next = 1;
+    std::future<Parsed> ahead;
+    auto start = [&] {
+        if (next < chunks_.count())
+            ahead = std::async(std::launch::async, parse_chunk, next++);
+    };
+    start();
     return engine.edit(first_, [&](yang::Tree &out) {
         out.reset();
-        if (k == chunks_.count())
+        if (!ahead.valid())
             return yang::Error{};
-        size_t offset = 0;
-        chunks_.chunk(k++, doc, offset);
-        return parse(doc, yang::Format::kJson, offset, out);
+        Parsed p = ahead.get();
+        if (!p.error)
+            start();
+        out = std::move(p.tree);
+        return p.error;
     }, dry_run, changes);
 }
 
