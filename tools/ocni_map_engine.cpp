@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <future>
+#include <system_error>
 #include <set>
 #include <iostream>
 
@@ -580,8 +581,14 @@ Outcome EditInput::edit(Engine &engine, bool dry_run, std::string &changes)
     size_t next = 1;
     std::future<Parsed> ahead;
     auto start = [&] {
-        if (next < chunks_.count())
-            ahead = std::async(std::launch::async, parse_chunk, next++);
+        if (next >= chunks_.count())
+            return;
+        try {
+            ahead = std::async(std::launch::async, parse_chunk, next);
+        } catch (const std::system_error &) { /* no thread to be had: parsed when its turn comes */
+            ahead = std::async(std::launch::deferred, parse_chunk, next);
+        }
+        ++next;
     };
     start();
     return engine.edit(first_, [&](yang::Tree &out) {
