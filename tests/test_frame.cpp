@@ -8,6 +8,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <regex>
@@ -164,6 +165,37 @@ TEST_F(FrameTest, MissingArgumentIsRefusedWithErrorPathAndNoEndLine)
         }
     }
     EXPECT_GT(checked, 100u);
+}
+
+/* A callback that needs the route record and meets a request without one says so and maps nothing. */
+TEST_F(FrameTest, MissingRouteRecordIsLoggedAndMapsNothing)
+{
+    std::set<std::string> reporting;
+    for (const ocni::host::Binding &b : ocni::host::registration_table()) {
+        if (b.kind == ocni::host::CallbackKind::Condition)
+            continue;
+        SCOPED_TRACE(b.callback);
+        h.reset(b.model == ocni::host::Model::OpenConfigState ? YFW_REQ_READ_STATE : YFW_REQ_READ);
+        h.logging(true, true);
+        h.enter(leaf());
+        wos_named_free(h.rc->common_data_ptr); /* a request without a route record */
+        h.rc->common_data_ptr = nullptr;
+        void *fn = dlsym(RTLD_DEFAULT, b.callback.c_str());
+        cerrno rc = b.kind == ocni::host::CallbackKind::Container
+                        ? reinterpret_cast<ContainerCb>(fn)(h.ctx, leaf(), 0, h.out)
+                        : reinterpret_cast<LeafCb>(fn)(h.ctx, leaf(), h.out);
+        const std::string p = h.ctx_text(), err = "ERR: YFW: ctx=" + p + "," + b.callback +
+                                                    " : ctx->req_ctx->common_data_ptr is NULL";
+        const Lines lines = h.log_lines();
+        if (std::find(lines.begin(), lines.end(), err) == lines.end())
+            continue;
+        reporting.insert(b.callback);
+        /* A native next hop's address completes an index the record holds: without it, a failure. */
+        EXPECT_EQ(rc, b.model == ocni::host::Model::Native ? YFW_RC_MAP_FAILED : YFW_RC_OK);
+        EXPECT_EQ(lines, (Lines{"TRC: YFW: ctx=" + p + ",Start", err, "TRC: YFW: ctx=" + p + ",End"}));
+        EXPECT_TRUE(h.out_lines().empty());
+    }
+    EXPECT_EQ(reporting.size(), 14u); /* every callback that reads the record before anything else */
 }
 
 using FrameDeathTest = FrameTest;
