@@ -375,7 +375,7 @@ TEST_F(Cli, LargeEditReadInChunksNamesTheLineOfALateError)
         return s;
     };
     const std::string red = ",\"config\":{\"name\":\"red\"}";
-    auto big = [&](const std::string &metric) { /* chunks: red 1024 and 76, default 300 */
+    auto big = [&](const std::string &metric) { /* chunks: red 512, 512 and 76, default 300 */
         return oc_instances(oc_instance("red", routes(0, 1100, metric), red) + "," +
                             oc_instance("default", routes(1100, 300, metric)));
     };

@@ -173,7 +173,7 @@ public:
  */
 class EditInput {
 public:
-    static constexpr size_t kChunkRoutes = 1024;
+    static constexpr size_t kChunkRoutes = 512;
 
     yang::Error read(const yang::Context &ctx, const std::string &name, const std::string &text, yang::Format format,
                      size_t chunk_routes = kChunkRoutes);
