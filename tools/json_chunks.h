@@ -2,7 +2,8 @@
  * A large OpenConfig JSON edit read a chunk of static routes at a time, so
  * that no whole-document tree is ever built: the text is scanned once for
  * its static-route lists, and each chunk is a small document of its own
- * that libyang parses, the edit walks and the engine frees before the next.
+ * that libyang parses, the edit walks and the engine frees (the edit parses
+ * the next chunk on a second thread meanwhile: two chunks at most are alive).
  *
  * Chunk 0 is the document itself with every static list cut to its first
  * routes of chunk 0 (the other routes give way to as many newlines, so
