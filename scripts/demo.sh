@@ -4,6 +4,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 BUILD=${OCNI_BUILD:-build}
-cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=Release -DOCNI_BUILD_TESTS=OFF -DOCNI_BUILD_BENCH=OFF >/dev/null
+# A build directory someone configured already keeps its settings (a test build stays one).
+[ -f "$BUILD/CMakeCache.txt" ] ||
+  cmake -S . -B "$BUILD" -DCMAKE_BUILD_TYPE=Release -DOCNI_BUILD_TESTS=OFF -DOCNI_BUILD_BENCH=OFF >/dev/null
 cmake --build "$BUILD" -j"$(nproc)"
 exec bash examples/demo.sh "$BUILD"
