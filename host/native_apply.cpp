@@ -181,6 +181,13 @@ std::vector<std::string> vrfs_with_routes_in(Txn &t)
     }
 }
 
+/* How every command names a route record that does not decode. */
+std::string damaged_record(const RouteKey &k, const std::string &why)
+{
+    return "damaged route record " + (k.vrf.empty() ? std::string("?") : k.vrf) + " " + k.prefix + "/" + k.length +
+           ": " + why;
+}
+
 } // namespace
 
 bool NativeConfig::scan_routes(Txn &t, const std::string &lo, const std::string &hi, const RouteVisitor &fn,
@@ -192,8 +199,7 @@ bool NativeConfig::scan_routes(Txn &t, const std::string &lo, const std::string 
         Route r;
         std::string why;
         if (!decode_route(key, value, k, r, why)) {
-            err = "damaged route record " + (k.vrf.empty() ? std::string("?") : k.vrf) + " " + k.prefix + "/" +
-                  k.length + ": " + why;
+            err = damaged_record(k, why);
             bad = true;
             return false;
         }
@@ -245,7 +251,7 @@ bool NativeConfig::find_route(const RouteKey &k, Route &out) const
             return false;
         if (!decode_route(key, v, stored, out, why)) {
             if (read_err_.empty())
-                read_err_ = "damaged route record " + k.vrf + " " + k.prefix + "/" + k.length + ": " + why;
+                read_err_ = damaged_record(k, why);
             return false;
         }
         return found = true;
@@ -345,7 +351,7 @@ Route *NativeConfig::touch(const RouteKey &k, bool create, std::string &err)
             Route r;
             std::string why;
             if (!decode_route(key, v, p.key, r, why)) {
-                err = "damaged route record " + k.vrf + " " + k.prefix + "/" + k.length + ": " + why;
+                err = damaged_record(k, why);
                 store_fault_ = true;
                 return nullptr;
             }

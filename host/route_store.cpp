@@ -320,23 +320,23 @@ bool decode_route(const std::string &key, const std::string &value, RouteKey &k,
     k = RouteKey();
     k.vrf = key.substr(root, nul - root);
     k.ipv4 = key[nul + 1] == '4';
-    /* Until the record proves sound, the route is named by its key (its address bytes and length byte). */
-    char text[INET6_ADDRSTRLEN];
-    if (key.size() == nul + (k.ipv4 ? 7 : 19) &&
-        inet_ntop(k.ipv4 ? AF_INET : AF_INET6, key.data() + nul + 2, text, sizeof text) != nullptr) {
-        k.prefix = text;
-        k.length = std::to_string(static_cast<uint8_t>(key.back()));
-    }
-    if (value.size() < 5 || static_cast<uint8_t>(value[0]) != STORE_FORMAT) {
-        why = "a record of an unknown version";
+    /* A record that is not sound names its route by the key (its address bytes and length byte). */
+    auto damaged = [&](const char *reason) {
+        why = reason;
+        char text[INET6_ADDRSTRLEN];
+        if (key.size() == nul + (k.ipv4 ? 7 : 19) &&
+            inet_ntop(k.ipv4 ? AF_INET : AF_INET6, key.data() + nul + 2, text, sizeof text) != nullptr) {
+            k.prefix = text;
+            k.length = std::to_string(static_cast<uint8_t>(key.back()));
+        }
         return false;
-    }
+    };
+    if (value.size() < 5 || static_cast<uint8_t>(value[0]) != STORE_FORMAT)
+        return damaged("a record of an unknown version");
     const auto *p = reinterpret_cast<const unsigned char *>(value.data());
     uint32_t crc = uint32_t(p[1]) | uint32_t(p[2]) << 8 | uint32_t(p[3]) << 16 | uint32_t(p[4]) << 24;
-    if (crc != crc32c(p + 5, value.size() - 5)) {
-        why = "a record failing its checksum";
-        return false;
-    }
+    if (crc != crc32c(p + 5, value.size() - 5))
+        return damaged("a record failing its checksum");
     Reader rd{p + 5, p + value.size()};
     RouteKey stored = k;
     stored.prefix = rd.text();
@@ -364,14 +364,10 @@ bool decode_route(const std::string &key, const std::string &value, RouteKey &k,
         if (rd.ok)
             r.next_hops.emplace(std::move(nk), std::move(leaves));
     }
-    if (!rd.ok || rd.p != rd.end) {
-        why = "a record of the wrong length";
-        return false;
-    }
-    if (route_record_key(stored) != key) {
-        why = "a record that does not match its key";
-        return false;
-    }
+    if (!rd.ok || rd.p != rd.end)
+        return damaged("a record of the wrong length");
+    if (route_record_key(stored) != key)
+        return damaged("a record that does not match its key");
     k = stored; /* the texts as the native tree held them */
     return true;
 }

@@ -246,13 +246,11 @@ void JsonChunks::chunk(size_t k, std::string &doc, size_t &line_offset) const
         return;
     }
     line_offset = g.elements[c.first].line - 1;
-    /* Appended into the caller's buffer, which keeps its capacity from chunk to chunk. */
-    doc += "{\"openconfig-network-instance:network-instances\":{\"network-instance\":[{\"name\":";
-    doc += g.instance;
+    doc = "{\"openconfig-network-instance:network-instances\":{\"network-instance\":[{\"name\":" + g.instance;
     if (!g.instance_config_name.empty())
-        doc.append(",\"config\":{\"name\":").append(g.instance_config_name).append("}");
-    doc.append(",\"protocols\":{\"protocol\":[{\"identifier\":").append(g.identifier).append(",\"name\":");
-    doc.append(g.protocol).append(",\"static-routes\":{\"static\":[");
+        doc += ",\"config\":{\"name\":" + g.instance_config_name + "}";
+    doc += ",\"protocols\":{\"protocol\":[{\"identifier\":" + g.identifier + ",\"name\":" + g.protocol +
+           ",\"static-routes\":{\"static\":[";
     const size_t begin = g.elements[c.first].at.begin;
     doc.append(t, begin, g.elements[c.last - 1].at.end - begin);
     doc += "]}}]}}]}}";
