@@ -52,7 +52,7 @@ int table_of(const char *list)
 
 const char *child_value(const zidl_yfw_datatree *n, const char *name)
 {
-    if (!(n->flags & YFW_DT_F_CHILDREN) || n->children == nullptr)
+    if (!(n->flags & YFW_DT_F_CHILDREN))
         return nullptr;
     for (uint32_t i = 0; i < n->n_children; ++i) {
         const zidl_yfw_datatree &c = n->children[i];
@@ -66,7 +66,7 @@ const char *child_value(const zidl_yfw_datatree *n, const char *name)
 
 template <typename F> void for_children(const zidl_yfw_datatree *n, F f)
 {
-    if (!(n->flags & YFW_DT_F_CHILDREN) || n->children == nullptr)
+    if (!(n->flags & YFW_DT_F_CHILDREN))
         return;
     for (uint32_t i = 0; i < n->n_children; ++i) {
         const zidl_yfw_datatree *c = &n->children[i];
@@ -205,7 +205,7 @@ bool NativeConfig::scan_routes(Txn &t, const std::string &lo, const std::string 
         }
         return fn(k, r);
     });
-    if (rc != YFW_RC_OK && !bad)
+    if (rc != YFW_RC_OK) /* a damaged record stops the scan, which then succeeds */
         err = "the store cannot be read";
     if (!err.empty() && read_err_.empty())
         read_err_ = err;

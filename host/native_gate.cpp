@@ -35,7 +35,7 @@ uint32_t effective_op(const zidl_yfw_datatree *n, uint32_t inherited)
 
 template <typename F> void for_children(const zidl_yfw_datatree *n, F f)
 {
-    if (!(n->flags & YFW_DT_F_CHILDREN) || n->children == nullptr)
+    if (!(n->flags & YFW_DT_F_CHILDREN))
         return;
     for (uint32_t i = 0; i < n->n_children && n->children[i].name != nullptr; ++i)
         if (!f(&n->children[i]))

@@ -41,8 +41,8 @@ public:
     virtual cerrno del(const std::string &key) = 0;
     /*
      * Visits the keys k with lo <= k < hi in byte order (an empty `hi`
-     * means no upper bound) until `fn` returns false. The visitor may
-     * write to the transaction it scans.
+     * means no upper bound) until `fn` returns false, which is a success
+     * (YFW_RC_OK). The visitor may write to the transaction it scans.
      */
     using Visitor = std::function<bool(const std::string &key, const std::string &value)>;
     virtual cerrno scan(const std::string &lo, const std::string &hi, const Visitor &fn) = 0;

@@ -76,9 +76,7 @@ bool check_data_file(const std::string &path, std::string &err)
     uint32_t psize = 0;
     for (int page = 0; ok && page < 2; ++page) {
         unsigned char m[TXNID_AT + 8];
-        off_t at = page == 0 ? 0 : off_t(psize);
-        if (page == 1 && psize == 0)
-            break;
+        off_t at = page == 0 ? 0 : off_t(psize); /* no valid first page: page 0 is read again and fails again */
         if (pread(fd, m, sizeof m, at) != ssize_t(sizeof m))
             break;
         uint32_t magic, ps;

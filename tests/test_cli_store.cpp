@@ -137,32 +137,66 @@ TEST_F(Cli, DamagedRecordIsNamedAndAvoidedByFilters)
     EXPECT_NE(other.out.find("192.0.2.1"), std::string::npos) << other.out;
 }
 
-/* A route record of the previous format: text key, next hops of u32-length fields. */
+/* A route record of the previous format: text key, next hops of a table digit and u32-length fields. */
 std::pair<std::string, std::string> old_route(const std::string &vrf, const std::string &prefix, const std::string &len,
-                                              const std::vector<std::string> &fields)
+                                              const std::vector<std::string> &fields, const char *family = "4", char table = '2')
 {
-    std::string rec = "2";
+    std::string rec(1, table);
     for (const std::string &f : fields) {
         uint32_t n = uint32_t(f.size());
         rec += std::string(reinterpret_cast<const char *>(&n), 4) + f;
     }
-    return {"/host/native/route/" + vrf + "\x1f" "4\x1f" + prefix + "\x1f" + len, rec};
+    return {"/host/native/route/" + vrf + "\x1f" + family + "\x1f" + prefix + "\x1f" + len, rec};
 }
 
-TEST_F(Cli, PreviousFormatIsUpgradedInPlace)
+/*
+ * An upgraded store holds exactly what a native edit of the same routes writes into a new store (the
+ * old layout's keys gone); a store the upgrade cannot read whole is refused and left as it was.
+ */
+TEST_F(Cli, PreviousFormatIsUpgradedIntoTheStoreAnEditWrites)
 {
-    put_raw({old_route("default", "10.26.0.0", "26", {"", "192.0.2.1", "1", "metric", "5"}),
-             {"/cfg/gl/static/router/ord_d/default/address/ipv4/unicast/ord_c/default/route/0a1a0000/0x20/0,0/nexthop/"
-              "________,c0000201,________,________", "old"}});
-    EXPECT_EQ(run("native").status, 3);
-    Outcome up = run("store upgrade");
-    EXPECT_EQ(up.status, 0) << up.err;
-    EXPECT_EQ(up.out, "upgraded 1 routes\n");
-    Outcome n = run("native");
-    EXPECT_EQ(n.status, 0) << n.err;
-    EXPECT_NE(n.out.find("\"prefix-length\": 26"), std::string::npos) << n.out;
-    EXPECT_NE(n.out.find("\"metric\": 5"), std::string::npos) << n.out;
-    EXPECT_EQ(run("store upgrade").status, 3) << "a store of the current format is left alone";
+    using Keys = std::vector<std::pair<std::string, std::string>>;
+    auto dump = [&](std::string err = "", Keys all = {}) {
+        auto e = ocni::host::open_lmdb_engine(store_, err);
+        EXPECT_TRUE(e && e->scan("", "", [&](const std::string &k, const std::string &v) { return all.emplace_back(k, v), true; }) == 0) << err;
+        return all;
+    };
+    const std::string dmg = ": damaged record default\x1f", not_prefix = ": a route that is not a prefix of its family: ";
+    const Keys v4 = {old_route("default", "10.26.0.0", "26", {"", "192.0.2.1", "2", "metric", "5", "description", "d"}),
+                     {"/cfg/gl/static/router/ord_d/default/address/ipv4/unicast/ord_c/default/route/0a1a0000/0x20/0,0/nexthop/"
+                      "________,c0000201,________,________", "old"}};
+    const struct {
+        const char *name;
+        Keys old;
+        std::string says, doc = ""; /* doc: a native edit of the same routes */
+    } rows[] = {
+        {"IPv4 route, old layout key", v4, "upgraded 1 routes\n", native_doc("default", 4, native_prefix("10.26.0.0", 26, NH_ADDR,
+                                                                   R"({"next-hop-address":"192.0.2.1","metric":5,"description":"d"})"))},
+        {"IPv6 route", {old_route("default", "2001:db8::", "32", {"", "2001:db8::1", "0"}, "6")}, "upgraded 1 routes\n",
+         native_doc("default", 6, native_prefix("2001:db8::", 32, NH_ADDR, R"({"next-hop-address":"2001:db8::1"})"))},
+        {"no routes", {}, "upgraded 0 routes\n"},
+        {"next hop of table 3", {v4[0], old_route("default", "10.27.0.0", "16", {"", "192.0.2.1", "0"}, "4", '3')}, dmg + "4\x1f" "10.27.0.0\x1f" "16\n"},
+        {"field past the end", {old_route("default", "10.27.0.0", "16", {"", "192.0.2.1", "1", "metric"})}, dmg + "4\x1f" "10.27.0.0\x1f" "16\n"},
+        {"family 5", {old_route("default", "10.27.0.0", "16", {"", "192.0.2.1", "0"}, "5")}, dmg + "5\x1f" "10.27.0.0\x1f" "16\n"},
+        {"no prefix", {old_route("default", "ten", "16", {"", "192.0.2.1", "0"})}, not_prefix + "ten/16\n"},
+        {"IPv4 length 33", {old_route("default", "10.0.0.0", "33", {"", "192.0.2.1", "0"})}, not_prefix + "10.0.0.0/33\n"},
+        {"length of four digits", {old_route("default", "10.0.0.0", "0016", {"", "192.0.2.1", "0"})}, not_prefix + "10.0.0.0/0016\n"},
+        {"current format", {{ocni::host::META_FORMAT_KEY, std::string("OCNI\x02\x00", 6)}}, ": the store is not in the previous format\n"},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        put_raw(r.old);
+        const Keys before = dump();
+        Outcome up = run("store upgrade");
+        const bool refused = r.says[0] == ':';
+        EXPECT_EQ(up.status, refused ? 3 : 0);
+        EXPECT_EQ(refused ? up.err : up.out, (refused ? "ocni-map: error: store " + store_ : "") + r.says);
+        const Keys after = dump();
+        ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
+        ASSERT_TRUE(refused || run(r.doc.empty() ? "vrf list" : "native edit -", r.doc).status == 0);
+        EXPECT_EQ(after, refused ? before : dump());
+        ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
+    }
 }
 
 /* Routes an older store holds that the gate would refuse today: they read, filter and delete. */
