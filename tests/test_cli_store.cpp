@@ -87,12 +87,9 @@ TEST_F(Cli, EveryNativeLeafComesBackAsWrittenAndOutlivesASetTag)
         out.erase(std::remove_if(out.begin(), out.end(), [](char c) { return c == ' ' || c == '\n'; }), out.end());
         EXPECT_NE(out.find(head + tag + tail), std::string::npos) << out;
     }
-    std::string err, tuple;
-    auto e = ocni::host::open_lmdb_engine(store_, err);
-    ASSERT_NE(e, nullptr) << err;
-    e->begin_read()->scan("/cfg/gl/static/router/", "/cfg/gl/static/router0", [&](const std::string &k, const std::string &v) {
-        return k.find("/nexthop/") == std::string::npos || (tuple = v, false);
-    });
+    std::string tuple;
+    for (const auto &[k, v] : dump_raw())
+        tuple = k.find("/nexthop/") == std::string::npos ? tuple : v;
     int f[9] = {};
     char obj[8] = "", desc[8] = "", index[8] = "";
     ASSERT_EQ(tuple_unpack(tuple.data(), uint32_t(tuple.size()), "%d%d%d%d%d%d%d%d%s%s%d%s", &f[0], &f[1], &f[2], &f[3], &f[4],
@@ -107,23 +104,11 @@ TEST_F(Cli, DamagedRecordIsNamedAndAvoidedByFilters)
     ASSERT_EQ(run("vrf add red").status, 0);
     ASSERT_EQ(run("edit " + example("01-ipv4-default-next-hop-address.json")).status, 0);
     ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
-    {
-        std::string err;
-        auto e = ocni::host::open_lmdb_engine(store_, err);
-        ASSERT_NE(e, nullptr) << err;
-        auto w = e->begin_write();
-        std::string key, value;
-        const std::string red = ocni::host::route_vrf_start("red");
-        w->scan(red, ocni::host::prefix_end(red), [&](const std::string &k, const std::string &v) {
-            key = k;
-            value = v;
-            return false;
-        });
-        ASSERT_FALSE(key.empty());
-        value.back() ^= 0x20;
-        ASSERT_EQ(w->put(key, value), 0u);
-        ASSERT_EQ(w->commit(), 0u);
-    }
+    auto all = dump_raw(); /* red's route record is the first key from red's start */
+    auto rec = std::lower_bound(all.begin(), all.end(), std::make_pair(ocni::host::route_vrf_start("red"), std::string()));
+    ASSERT_NE(rec, all.end());
+    rec->second.back() ^= 0x20;
+    put_raw({*rec});
     /* An edit meeting the record is a store fault too (exit 3), not the mapping's refusal. */
     const std::string red = native_doc("red", 4, native_prefix("172.16.0.0", 12, NH_ADDR, R"({"next-hop-address":"192.0.2.7"})"));
     for (const std::string &cmd : {std::string("get"), std::string("native"), "edit " + example("03-ipv4-red-address-and-interface.json"),
@@ -156,11 +141,6 @@ std::pair<std::string, std::string> old_route(const std::string &vrf, const std:
 TEST_F(Cli, PreviousFormatIsUpgradedIntoTheStoreAnEditWrites)
 {
     using Keys = std::vector<std::pair<std::string, std::string>>;
-    auto dump = [&](std::string err = "", Keys all = {}) {
-        auto e = ocni::host::open_lmdb_engine(store_, err);
-        EXPECT_TRUE(e && e->scan("", "", [&](const std::string &k, const std::string &v) { return all.emplace_back(k, v), true; }) == 0) << err;
-        return all;
-    };
     const std::string dmg = ": damaged record default\x1f", not_prefix = ": a route that is not a prefix of its family: ";
     const Keys v4 = {old_route("default", "10.26.0.0", "26", {"", "192.0.2.1", "2", "metric", "5", "description", "d"}),
                      {"/cfg/gl/static/router/ord_d/default/address/ipv4/unicast/ord_c/default/route/0a1a0000/0x20/0,0/nexthop/"
@@ -186,15 +166,15 @@ TEST_F(Cli, PreviousFormatIsUpgradedIntoTheStoreAnEditWrites)
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
         put_raw(r.old);
-        const Keys before = dump();
+        const Keys before = dump_raw();
         Outcome up = run("store upgrade");
         const bool refused = r.says[0] == ':';
         EXPECT_EQ(up.status, refused ? 3 : 0);
         EXPECT_EQ(refused ? up.err : up.out, (refused ? "ocni-map: error: store " + store_ : "") + r.says);
-        const Keys after = dump();
+        const Keys after = dump_raw();
         ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
         ASSERT_TRUE(refused || run(r.doc.empty() ? "vrf list" : "native edit -", r.doc).status == 0);
-        EXPECT_EQ(after, refused ? before : dump());
+        EXPECT_EQ(after, refused ? before : dump_raw());
         ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
     }
 }

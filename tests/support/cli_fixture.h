@@ -129,6 +129,16 @@ protected:
             ASSERT_EQ(e->put(kv.first, kv.second), 0u) << kv.first;
     }
 
+    /* Every key of the store with its value, in key order. */
+    std::vector<std::pair<std::string, std::string>> dump_raw()
+    {
+        std::string err;
+        std::vector<std::pair<std::string, std::string>> all;
+        auto e = ocni::host::open_lmdb_engine(store_, err);
+        EXPECT_TRUE(e && e->scan("", "", [&](const std::string &k, const std::string &v) { return all.emplace_back(k, v), true; }) == 0) << err;
+        return all;
+    }
+
     std::vector<pid_t> jobs_;
     std::string runner_; /* what runs the command ("" or a privilege change) */
 
