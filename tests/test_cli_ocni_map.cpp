@@ -224,22 +224,6 @@ TEST_F(Cli, DeleteRemovesOneNextHopAndNothingElse)
     EXPECT_EQ(run("native").out, native.out);
 }
 
-TEST_F(Cli, VrfHoldingRoutesIsDeletedOnlyWithItsRoutes)
-{
-    ASSERT_EQ(run("vrf add red").status, 0);
-    ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
-    ASSERT_EQ(run("edit " + example("05-ipv6-red-address.json")).status, 0);
-    const std::string before = run("native").out;
-    Outcome refused = run("vrf delete red");
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_NE(refused.err.find("refused: VRF red still holds 2 static routes: delete them first, or delete the VRF --with-routes"), std::string::npos) << refused.err;
-    EXPECT_EQ(run("native").out, before);
-    Outcome with = run("vrf delete red --with-routes");
-    EXPECT_EQ(with.status, 0) << with.err;
-    EXPECT_EQ(run("native").out.find("red"), std::string::npos);
-    EXPECT_EQ(run("vrf list").out.find("red\n"), std::string::npos);
-}
-
 /* ------------------------------------------------------------------ */
 /* Filters                                                             */
 /* ------------------------------------------------------------------ */
@@ -333,7 +317,9 @@ TEST_F(Cli, OperatorOutputSaysWhatChangedAndHintsAtMistakes)
          "1 deleted\n", "", false},
         {"delete " + quote(route), "", 0, "0 routes created, 0 changed, 0 deleted; " + none + "\n",
          "nothing to delete at", false},
+        {"vrf delete red", "", 1, "", "refused: VRF red still holds 1 static route: delete them first, or delete the VRF --with-routes\n", false},
         {"vrf delete red --with-routes", "", 0, "VRF red deleted with its 1 static route\n", "", false},
+        {"native", "", 0, "{}\n", "", false},
         {"vrf delete red", "", 1, "", "refused: VRF red is not configured\n", false},
         {"get --vrf blue", "", 0, "{}\n", "VRF blue does not exist", false},
         {"edit -", with("10.9.0.0/16", "DROP"), 2, "", "(an identity needs its module prefix: "
