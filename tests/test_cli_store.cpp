@@ -140,22 +140,20 @@ std::pair<std::string, std::string> old_route(const std::string &vrf, const std:
  */
 TEST_F(Cli, PreviousFormatIsUpgradedIntoTheStoreAnEditWrites)
 {
-    using Keys = std::vector<std::pair<std::string, std::string>>;
     const std::string dmg = ": damaged record default\x1f", not_prefix = ": a route that is not a prefix of its family: ";
-    const Keys v4 = {old_route("default", "10.26.0.0", "26", {"", "192.0.2.1", "2", "metric", "5", "description", "d"}),
-                     {"/cfg/gl/static/router/ord_d/default/address/ipv4/unicast/ord_c/default/route/0a1a0000/0x20/0,0/nexthop/"
-                      "________,c0000201,________,________", "old"}};
     const struct {
         const char *name;
-        Keys old;
+        std::vector<std::pair<std::string, std::string>> old;
         std::string says, doc = ""; /* doc: a native edit of the same routes */
     } rows[] = {
-        {"IPv4 route, old layout key", v4, "upgraded 1 routes\n", native_doc("default", 4, native_prefix("10.26.0.0", 26, NH_ADDR,
-                                                                   R"({"next-hop-address":"192.0.2.1","metric":5,"description":"d"})"))},
+        {"IPv4 route, old layout key", {old_route("default", "10.26.0.0", "26", {"", "192.0.2.1", "2", "metric", "5", "description", "d"}),
+                                        {"/cfg/gl/static/router/ord_d/default/address/ipv4/unicast/ord_c/default/route/0a1a0000/0x20/0,0/"
+                                         "nexthop/________,c0000201,________,________", "old"}}, "upgraded 1 routes\n",
+         native_doc("default", 4, native_prefix("10.26.0.0", 26, NH_ADDR, R"({"next-hop-address":"192.0.2.1","metric":5,"description":"d"})"))},
         {"IPv6 route", {old_route("default", "2001:db8::", "32", {"", "2001:db8::1", "0"}, "6")}, "upgraded 1 routes\n",
          native_doc("default", 6, native_prefix("2001:db8::", 32, NH_ADDR, R"({"next-hop-address":"2001:db8::1"})"))},
         {"no routes", {}, "upgraded 0 routes\n"},
-        {"next hop of table 3", {v4[0], old_route("default", "10.27.0.0", "16", {"", "192.0.2.1", "0"}, "4", '3')}, dmg + "4\x1f" "10.27.0.0\x1f" "16\n"},
+        {"next hop of table 3", {old_route("default", "10.26.0.0", "26", {"", "192.0.2.1", "0"}), old_route("default", "10.27.0.0", "16", {"", "192.0.2.1", "0"}, "4", '3')}, dmg + "4\x1f" "10.27.0.0\x1f" "16\n"},
         {"field past the end", {old_route("default", "10.27.0.0", "16", {"", "192.0.2.1", "1", "metric"})}, dmg + "4\x1f" "10.27.0.0\x1f" "16\n"},
         {"family 5", {old_route("default", "10.27.0.0", "16", {"", "192.0.2.1", "0"}, "5")}, dmg + "5\x1f" "10.27.0.0\x1f" "16\n"},
         {"no prefix", {old_route("default", "ten", "16", {"", "192.0.2.1", "0"})}, not_prefix + "ten/16\n"},
@@ -166,12 +164,12 @@ TEST_F(Cli, PreviousFormatIsUpgradedIntoTheStoreAnEditWrites)
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
         put_raw(r.old);
-        const Keys before = dump_raw();
+        const auto before = dump_raw();
         Outcome up = run("store upgrade");
         const bool refused = r.says[0] == ':';
         EXPECT_EQ(up.status, refused ? 3 : 0);
         EXPECT_EQ(refused ? up.err : up.out, (refused ? "ocni-map: error: store " + store_ : "") + r.says);
-        const Keys after = dump_raw();
+        const auto after = dump_raw();
         ASSERT_EQ(std::system(("rm -rf " + quote(store_)).c_str()), 0);
         ASSERT_TRUE(refused || run(r.doc.empty() ? "vrf list" : "native edit -", r.doc).status == 0);
         EXPECT_EQ(after, refused ? before : dump_raw());
