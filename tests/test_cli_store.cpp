@@ -87,9 +87,7 @@ TEST_F(Cli, EveryNativeLeafComesBackAsWrittenAndOutlivesASetTag)
         out.erase(std::remove_if(out.begin(), out.end(), [](char c) { return c == ' ' || c == '\n'; }), out.end());
         EXPECT_NE(out.find(head + tag + tail), std::string::npos) << out;
     }
-    std::string tuple;
-    for (const auto &[k, v] : dump_raw())
-        tuple = k.find("/nexthop/") == std::string::npos ? tuple : v;
+    const std::string tuple = dump_raw().at(0).second; /* the one next hop's key, first in the plug-in's layout */
     int f[9] = {};
     char obj[8] = "", desc[8] = "", index[8] = "";
     ASSERT_EQ(tuple_unpack(tuple.data(), uint32_t(tuple.size()), "%d%d%d%d%d%d%d%d%s%s%d%s", &f[0], &f[1], &f[2], &f[3], &f[4],
