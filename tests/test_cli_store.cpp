@@ -33,16 +33,14 @@ TEST_F(Cli, ForeignDamagedAndTruncatedStoresAreRefusedUnchanged)
         ASSERT_EQ(run("vrf add red").status, 0);
         ASSERT_EQ(run("edit " + example("03-ipv4-red-address-and-interface.json")).status, 0);
     };
-    auto resize = [&](long size) {
-        ASSERT_EQ(truncate((store_ + "/data.mdb").c_str(), size), 0);
-    };
     struct Row {
         const char *name;
         std::function<void()> make;
         const char *mentions;
     } rows[] = {
-        {"zero length", [&] { ours(); resize(0); }, "/data.mdb is empty: the store was truncated or never written"},
-        {"truncated", [&] { ours(); resize(3 * 4096); }, "/data.mdb is truncated: 12288 bytes where its meta page counts "},
+        {"zero length", [&] { ours(); ASSERT_EQ(truncate((store_ + "/data.mdb").c_str(), 0), 0); }, "/data.mdb is empty: the store was truncated or never written"},
+        {"truncated", [&] { ours(); ASSERT_EQ(truncate((store_ + "/data.mdb").c_str(), 3 * 4096), 0); },
+         "/data.mdb is truncated: 12288 bytes where its meta page counts 28672\n"},
         {"not a store", [&] { ASSERT_EQ(mkdir(store_.c_str(), 0755), 0); std::ofstream(store_ + "/data.mdb") << std::string(9000, 'x'); }, "/data.mdb is not a store: no valid meta page"},
         {"another program's", [&] { put_raw({{"/etc/thing", "1"}}); }, ": the store holds data of another program\n"},
         {"another program's marker", [&] { put_raw({{h::META_FORMAT_KEY, std::string("OCNX\x02\x00", 6)}}); }, ": the store holds a format marker of another program\n"},
