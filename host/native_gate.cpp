@@ -25,14 +25,6 @@ const char *const BOOLEAN_LEAVES[] = {"bfd-fast-detect", "permanent"};
 
 bool is_delete(uint32_t op) { return op == YFW_DT_OP_DELETE || op == YFW_DT_OP_REMOVE; }
 
-/* The operation a node carries, or the one it inherits (as the native apply reads them). */
-uint32_t effective_op(const zidl_yfw_datatree *n, uint32_t inherited)
-{
-    if (is_delete(n->op) || n->op == YFW_DT_OP_MERGE || n->op == YFW_DT_OP_CREATE || n->op == YFW_DT_OP_REPLACE)
-        return n->op;
-    return inherited;
-}
-
 template <typename F> void for_children(const zidl_yfw_datatree *n, F f)
 {
     if (!(n->flags & YFW_DT_F_CHILDREN))
@@ -139,7 +131,7 @@ public:
     bool root(const zidl_yfw_datatree *root)
     {
         for_children(root, [&](const zidl_yfw_datatree *n) {
-            walk(n, effective_op(n, YFW_DT_OP_MERGE));
+            walk(n);
             return ok_;
         });
         return ok_;
@@ -181,40 +173,42 @@ private:
         return s;
     }
 
-    void walk(const zidl_yfw_datatree *n, uint32_t op)
+    void walk(const zidl_yfw_datatree *n)
     {
         stack_.push_back(n);
-        check(n, op);
+        check(n);
         stack_.pop_back();
     }
 
-    void check(const zidl_yfw_datatree *n, uint32_t op)
+    /* Nothing below a delete is walked, so a node is deleted exactly when its own operation says so. */
+    void check(const zidl_yfw_datatree *n)
     {
         const char *name = n->name;
+        const bool deleting = is_delete(n->op);
         if (strcmp(name, "vrf") == 0 || strcmp(name, "default-vrf") == 0) {
             const char *v = child_value(n, "vrf-name");
             f_.vrf = strcmp(name, "default-vrf") == 0 ? "default" : v != nullptr ? v : "";
-            if (v != nullptr && !is_delete(op) && !vrf(n, op))
+            if (v != nullptr && !deleting && !vrf(n))
                 return;
         } else if (strcmp(name, "vrfipv4") == 0 || strcmp(name, "vrfipv6") == 0) {
             f_.ipv4 = name[6] == '4';
         } else if (strcmp(name, "vrf-prefix") == 0) {
             f_.prefix = f_.length = f_.index = "";
-            if (!is_delete(op) && !prefix(n))
+            if (!deleting && !prefix(n))
                 return;
         } else if (strncmp(name, "vrf-next-hop-", 13) == 0 && (n->flags & YFW_DT_F_LIST)) {
             const char *idx = child_value(n, "index");
             f_.index = idx != nullptr ? idx : "";
-            if (is_delete(op))
+            if (deleting)
                 deleted_.insert(next_hop_id(n));
-            else if (!next_hop(n, op))
+            else if (!next_hop(n))
                 return;
         }
-        if (is_delete(op))
+        if (deleting)
             return;
         for_children(n, [&](const zidl_yfw_datatree *c) {
             if (c->flags & YFW_DT_F_CHILDREN)
-                walk(c, effective_op(c, op));
+                walk(c);
             return ok_;
         });
     }
@@ -223,9 +217,9 @@ private:
      * Whether the subtree creates or sets anything: a non-key leaf or a bare
      * node that is not deleted. The ancestors of deletes write nothing.
      */
-    static bool writes(const zidl_yfw_datatree *n, uint32_t op)
+    static bool writes(const zidl_yfw_datatree *n)
     {
-        if (is_delete(op))
+        if (is_delete(n->op))
             return false;
         if (!(n->flags & YFW_DT_F_CHILDREN))
             return n->value == nullptr || !(n->flags & YFW_DT_F_LIST);
@@ -233,14 +227,14 @@ private:
         for_children(n, [&](const zidl_yfw_datatree *c) {
             if ((c->flags & YFW_DT_F_CHILDREN) || !(c->flags & YFW_DT_F_LIST))
                 bare = false;
-            any = writes(c, effective_op(c, op));
+            any = writes(c);
             return !any;
         });
         return any || bare;
     }
 
     /* Routes in a VRF the router does not know can be deleted, never created or changed. */
-    bool vrf(const zidl_yfw_datatree *n, uint32_t op)
+    bool vrf(const zidl_yfw_datatree *n)
     {
         const zidl_yfw_datatree *leaf = nullptr;
         for_children(n, [&](const zidl_yfw_datatree *c) {
@@ -251,7 +245,7 @@ private:
         std::string why = vrf_name_fault(f_.vrf);
         if (!why.empty())
             return fail(leaf, why);
-        if (gc_.vrf_known && writes(n, op) && !gc_.vrf_known(f_.vrf))
+        if (gc_.vrf_known && writes(n) && !gc_.vrf_known(f_.vrf))
             return fail(leaf, "is not a VRF the router knows");
         return true;
     }
@@ -284,11 +278,11 @@ private:
         return true;
     }
 
-    bool next_hop(const zidl_yfw_datatree *n, uint32_t op)
+    bool next_hop(const zidl_yfw_datatree *n)
     {
         const zidl_yfw_datatree *index = nullptr;
         for_children(n, [&](const zidl_yfw_datatree *c) {
-            if (c->value == nullptr || (c->flags & YFW_DT_F_CHILDREN) || is_delete(effective_op(c, op)))
+            if (c->value == nullptr || (c->flags & YFW_DT_F_CHILDREN) || is_delete(c->op))
                 return true;
             if (strcmp(c->name, "index") == 0)
                 index = c;
