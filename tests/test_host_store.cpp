@@ -361,9 +361,7 @@ TEST_F(StoreClient, BindRefusalsAndBadArgumentsChangeNothing)
         bad.third = r.third;
         EXPECT_EQ(store_write_next_hop(bad), SYSDB_RC_INVALID_ARG) << r.why;
     }
-    std::vector<NativeNextHop> all;
-    ASSERT_EQ(store_all_next_hops(all), YFW_RC_OK);
-    EXPECT_TRUE(all.empty());
+    EXPECT_EQ(dump(*store_engine()), KV{}) << "a refused write stores nothing";
 }
 
 TEST(StoreScope, LookupsReadTheScopesSnapshotAndFailOutsideAny)
