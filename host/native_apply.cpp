@@ -17,6 +17,10 @@ constexpr const char *NS_NATIVE = "urn:velmar:yang:ip-static-cfg";
 const char *const NH_LISTS[] = {"vrf-next-hop-interface-name", "vrf-next-hop-interface-name-next-hop-address",
                                 "vrf-next-hop-next-hop-address"};
 
+/*
+ * A delete ends the walk at its node (each level returns at one), so a node
+ * is deleted exactly when its own operation says so: nothing is inherited.
+ */
 bool is_delete(uint32_t op) { return op == YFW_DT_OP_DELETE || op == YFW_DT_OP_REMOVE; }
 
 /* ": <the system's words>" of a transaction's last failure, "" when it has none. */
@@ -26,13 +30,6 @@ std::string with_cause(const Txn &t)
     return c.empty() ? c : ": " + c;
 }
 
-/* The operation a node carries, or the one it inherits. */
-uint32_t effective_op(const zidl_yfw_datatree *n, uint32_t inherited)
-{
-    if (is_delete(n->op) || n->op == YFW_DT_OP_MERGE || n->op == YFW_DT_OP_CREATE || n->op == YFW_DT_OP_REPLACE)
-        return n->op;
-    return inherited;
-}
 
 bool nh_leaf_known(const char *name)
 {
@@ -496,7 +493,7 @@ public:
     {
         for_children(root, [&](const zidl_yfw_datatree *n) {
             if (strcmp(n->name, "router-static") == 0)
-                router_static(n, effective_op(n, YFW_DT_OP_MERGE));
+                router_static(n, n->op);
             else
                 fail("unknown native node /" + std::string(n->name));
         });
@@ -519,7 +516,7 @@ private:
             return;
         }
         for_children(n, [&](const zidl_yfw_datatree *ch) {
-            uint32_t cop = effective_op(ch, op);
+            uint32_t cop = ch->op;
             if (strcmp(ch->name, "default-vrf") == 0) {
                 vrf_body(ch, "default", cop);
             } else if (strcmp(ch->name, "vrfs") == 0) {
@@ -531,7 +528,7 @@ private:
                     if (strcmp(v->name, "vrf") != 0)
                         return fail("unknown native node " + std::string(v->name) + " under vrfs");
                     const char *name = child_value(v, "vrf-name");
-                    uint32_t vop = effective_op(v, cop);
+                    uint32_t vop = v->op;
                     if (name == nullptr || *name == '\0') {
                         if (is_delete(vop))
                             delete_named_vrfs(nullptr);
@@ -573,7 +570,7 @@ private:
                 return;
             if (strcmp(ch->name, "address-family") != 0)
                 return fail("unknown native node " + std::string(ch->name) + " in a vrf");
-            uint32_t aop = effective_op(ch, op);
+            uint32_t aop = ch->op;
             if (is_delete(aop)) {
                 c_.remove_routes_if(&vrf, nullptr, changes_);
                 return;
@@ -582,7 +579,7 @@ private:
                 bool v4 = strcmp(af->name, "vrfipv4") == 0;
                 if (!v4 && strcmp(af->name, "vrfipv6") != 0)
                     return fail("unknown address family " + std::string(af->name));
-                family(af, vrf, v4, effective_op(af, aop));
+                family(af, vrf, v4, af->op);
             });
         });
     }
@@ -597,19 +594,19 @@ private:
         for_children(af, [&](const zidl_yfw_datatree *u) {
             if (strcmp(u->name, "vrf-unicast") != 0)
                 return fail("unknown native node " + std::string(u->name));
-            uint32_t uop = effective_op(u, op);
+            uint32_t uop = u->op;
             if (is_delete(uop))
                 return c_.remove_routes_if(&vrf, &v4, changes_);
             for_children(u, [&](const zidl_yfw_datatree *ps) {
                 if (strcmp(ps->name, "vrf-prefixes") != 0)
                     return fail("unknown native node " + std::string(ps->name));
-                uint32_t pop = effective_op(ps, uop);
+                uint32_t pop = ps->op;
                 if (is_delete(pop))
                     return c_.remove_routes_if(&vrf, &v4, changes_);
                 for_children(ps, [&](const zidl_yfw_datatree *e) {
                     if (strcmp(e->name, "vrf-prefix") != 0)
                         return fail("unknown native node " + std::string(e->name));
-                    prefix_entry(e, vrf, v4, effective_op(e, pop));
+                    prefix_entry(e, vrf, v4, e->op);
                 });
             });
         });
@@ -650,16 +647,16 @@ private:
                 return;
             if (strcmp(ch->name, "vrf-route") != 0)
                 return fail("unknown native node " + std::string(ch->name) + " in vrf-prefix");
-            uint32_t rop = effective_op(ch, op);
+            uint32_t rop = ch->op;
             if (is_delete(rop))
                 return remove_all_nhs(k, r);
             for_children(ch, [&](const zidl_yfw_datatree *t) {
                 if (strcmp(t->name, "vrf-next-hop-table") != 0)
                     return fail("unknown native node " + std::string(t->name) + " in vrf-route");
-                uint32_t top = effective_op(t, rop);
+                uint32_t top = t->op;
                 if (is_delete(top))
                     return remove_all_nhs(k, r);
-                for_children(t, [&](const zidl_yfw_datatree *nh) { nh_entry(nh, k, r, effective_op(nh, top)); });
+                for_children(t, [&](const zidl_yfw_datatree *nh) { nh_entry(nh, k, r, nh->op); });
             });
         });
     }
@@ -734,7 +731,7 @@ private:
                 return;
             if (!nh_leaf_known(l->name))
                 return fail("unknown native leaf " + std::string(l->name) + " in " + e->name);
-            uint32_t lop = effective_op(l, op);
+            uint32_t lop = l->op;
             auto lit = leaves.find(l->name);
             if (is_delete(lop)) {
                 if (lit != leaves.end()) {
