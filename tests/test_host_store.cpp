@@ -77,7 +77,7 @@ TEST_F(StoreDir, EnginesShareOneTransactionContract)
         std::string v;
         EXPECT_EQ(e->get("/p/a", v), 0u);
         EXPECT_EQ(v, "v/p/a");
-        EXPECT_EQ(e->get("/p/x", v), SYSDB_RC_NOT_FOUND);
+        EXPECT_EQ(e->get("/p/x" + std::string(600, 'x'), v), SYSDB_RC_NOT_FOUND); /* longer than a key can be */
         EXPECT_EQ(e->del("/p/x"), SYSDB_RC_NOT_FOUND);
         std::vector<std::string> seen;
         auto w = e->begin_write();
