@@ -169,10 +169,6 @@ TEST_F(Cli, GetFedBackIntoAnEmptyStoreGivesTheSameNativeConfiguration)
     EXPECT_NE(get.out.find("##GigabitEthernet0/0/0/3##192.0.2.9##"), std::string::npos) << get.out;
     EXPECT_NE(get.out.find("##DROP##"), std::string::npos) << get.out;
 
-    Outcome state = run("get --state");
-    ASSERT_EQ(state.status, 0) << state.err;
-    EXPECT_NE(state.out.find("\"state\""), std::string::npos) << state.out;
-
     std::string first_store = store_;
     store_ = dir_ + "/store2";
     Outcome replay = run("edit -", get.out);

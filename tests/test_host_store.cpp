@@ -377,8 +377,10 @@ TEST(StoreScope, LookupsReadTheScopesSnapshotAndFailOutsideAny)
     {
         TxnScope scope(snap.get());
         ASSERT_EQ(store_add_vrf("blue"), YFW_RC_OK); /* committed after the snapshot */
-        EXPECT_EQ(sysdb_find_data(rsi, "vrf/red/", "", 0, &count, nullptr), YFW_RC_OK);
-        EXPECT_EQ(sysdb_find_data(rsi, "vrf/blue/", "", 0, &count, nullptr), SYSDB_RC_NOT_FOUND);
+        auto listed = [&](const char *pattern) { cerrno rc = sysdb_datalist(rsi, "vrf/", pattern, &count, nullptr, 0); return rc ? rc : count; };
+        EXPECT_EQ(listed(""), 1u) << "red, and not blue";
+        EXPECT_EQ(listed("b.*|x"), 0u) << "a listing's pattern is an expression over the names";
+        EXPECT_EQ(listed("("), SYSDB_RC_INVALID_ARG);
     }
     EXPECT_EQ(TxnScope::current(), nullptr);
     store_reset();
