@@ -116,6 +116,7 @@ TEST_F(StoreDir, EnginesShareOneTransactionContract)
         EXPECT_EQ(snap->get("/k/new", v), SYSDB_RC_NOT_FOUND) << "nor does a snapshot see pending writes";
         ASSERT_EQ(w->commit(), 0u);
         EXPECT_EQ(w->commit(), SYSDB_RC_FAILED);
+        EXPECT_EQ(w->get("/k/new", v), SYSDB_RC_FAILED) << "nor reads, once ended";
         EXPECT_EQ(snap->get("/k/keep", v), 0u) << "a snapshot keeps what it began with";
         EXPECT_EQ(snap->get("/k/new", v), SYSDB_RC_NOT_FOUND);
         EXPECT_EQ(dump(*e, "/k/", "/k0"), (KV{{"/k/new", "2"}}));
