@@ -30,7 +30,6 @@ std::string with_cause(const Txn &t)
     return c.empty() ? c : ": " + c;
 }
 
-
 bool nh_leaf_known(const char *name)
 {
     for (const char *l : NH_LEAF_NAMES)
