@@ -98,7 +98,7 @@ TEST_F(Gate, NativeDocumentsHoldOnlyWhatReadsBack)
          NATIVE, 2, "contains '_'"},
         {"interface of 64", native("default", 4, "10.0.0.0", 8, NH_IFACE, R"({"interface-name":")" + std::string(64, 'G') + "\"}"),
          NATIVE, 2, "is longer than 63 characters"},
-        {"VRF the router does not know", native("blue", 4, "10.0.0.0", 8, NH_ADDR, nh), NATIVE, 2,
+        {"VRF the router does not know", native("blue", 4, "10.0.0.0", 8, NH_ADDR, R"({"next-hop-address":"192.0.2.1","metric":1})"), NATIVE, 2,
          "vrf-name \"blue\" is not a VRF the router knows"},
         {"host bits", native("default", 4, "10.9.1.1", 16, NH_ADDR, nh), NATIVE, 2, "prefix \"10.9.1.1\" has bits set beyond its prefix length 16"},
         {"no address", native("default", 4, "999.1.1.1", 8, NH_ADDR, nh), NATIVE, 2, "is not an IPv4 address"},
