@@ -56,7 +56,7 @@ TEST(BoundedStrings, CutNeverOverflow)
     EXPECT_EQ(unterminated[3], '\0');
 }
 
-TEST(Trace, LevelsSlotsSequenceCutResultTextsAndSystemLog)
+TEST(Trace, LevelsSlotsSequenceCutAndResultTexts)
 {
     uint32_t state = DEBUG_TRC;
     EXPECT_EQ(yfw_debug_should_log(&state, YFW_LOG_LEVEL_TRC), 1);
@@ -91,10 +91,6 @@ TEST(Trace, LevelsSlotsSequenceCutResultTextsAndSystemLog)
     EXPECT_STREQ(cerr_strerror(0), "Success");
     EXPECT_STREQ(cerr_strerror(SYSDB_RC_NOT_FOUND), "Not found");
     EXPECT_STREQ(cerr_strerror(0x12345678u), "Unknown error");
-    syslog_clear();
-    qz_syslog(3, "\nIM_FIND failed for interface %s", "Gi0/0/0/9");
-    EXPECT_EQ(syslog_lines(), (Lines{"3:\nIM_FIND failed for interface Gi0/0/0/9"}));
-    syslog_clear();
 }
 
 class FrameworkOps : public HostFixture {};
@@ -132,6 +128,26 @@ TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
     EXPECT_EQ(watch.grown(), 3);
     h.reset();
     EXPECT_EQ(watch.grown(), 0);
+}
+
+/* Keys of the entries being mapped: input stack, then the ancestors table (innermost first), then the current node's parents. */
+TEST_F(FrameworkOps, NodeInfoReadsTheKeyOfTheEnclosingEntryOfThatList)
+{
+    const std::string NI = "/network-instances/network-instance", PR = NI + "/protocols/protocol", ST = PR + "/static-routes/static";
+    TreePtr in = build_tree(NI + "[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=1.0.0.0/8]/config/prefix = 1.0.0.0/8");
+    const struct { bool ancestors; std::string list; const char *key, *value; } rows[] = { /* else: the current input node's parents */
+        {true, NI, "name", "red"}, {true, PR + "/", "name", "DEFAULT"}, {true, PR, "identifier", "STATIC"}, {true, ST, "prefix", nullptr},
+        {true, NI, "description", nullptr}, {true, NI + "/config", "name", nullptr}, {false, ST, "prefix", "1.0.0.0/8"},
+        {false, NI, "name", "red"}, {false, ST + "/config", "prefix", nullptr}};
+    for (const auto &r : rows) {
+        h.reset();
+        for (const std::string &a : {NI, PR})
+            ASSERT_TRUE(!r.ancestors || req_push_ancestor(h.rc, a.c_str(), tree_find(in.get(), a.c_str())));
+        req_set_current_input(h.rc, r.ancestors ? nullptr : tree_find(in.get(), (ST + "/config/prefix").c_str()));
+        char *v = nullptr;
+        EXPECT_EQ(yfw_map_get_node_info(h.ctx, r.list.c_str(), r.key, &v), r.value ? YFW_RC_OK : YFW_RC_MAP_FAILED) << r.list;
+        EXPECT_STREQ(v, r.value) << r.list << " " << r.key;
+    }
 }
 
 } // namespace

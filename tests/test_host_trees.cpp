@@ -167,6 +167,14 @@ TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
     EXPECT_EQ(tree_size(h.out), 1u);
 }
 
+/* A placement resumes below the nodes of the previous one only as far as their tokens are the same. */
+TEST_F(TreeOps, PlacementResumesBelowTheSameLeadingTokensOnly)
+{
+    for (const char *p : {"/ab/c/x", "/ab/cd/y", "/ab/c/z", "/ab/x/c"})
+        ASSERT_EQ(add(p, "1"), YFW_RC_OK) << p;
+    EXPECT_EQ(h.out_lines(), (Lines{"/ab/c/x = 1", "/ab/c/z = 1", "/ab/cd/y = 1", "/ab/x/c = 1"}));
+}
+
 /* Sibling visits per operation stay bounded: quadratic scans would need n*n/2. */
 TEST_F(TreeOps, KeyedEntriesAreAddedAndFoundWithoutScanningSiblings)
 {
