@@ -72,8 +72,7 @@ protected:
     yfw_map_xpath_op rec(uint32_t op, uint32_t type, zidl_yfw_datatree *root, const std::string &path,
                          const char *value = nullptr)
     {
-        yfw_map_xpath_op r;
-        memset(&r, 0, sizeof r);
+        yfw_map_xpath_op r = {};
         r.op = op;
         r.node_type = type;
         r.root = root;

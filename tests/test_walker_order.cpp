@@ -1,9 +1,8 @@
 /*
  * The walker's framework duties, seen from small fake callbacks registered
- * under the plug-in's names: walk order, the subtrees argument, request
- * state around each call (VRF, ancestors, input list stack), refusals
- * that abort the whole edit and free the request, deletes below a deleted
- * entry; and an edit whose native result cannot be applied.
+ * under the plug-in's names: walk order, the subtrees argument and request
+ * state around each call (VRF, ancestors, input list stack); and native
+ * trees and records an edit cannot apply, refused whole.
  */
 #include <gtest/gtest.h>
 
@@ -115,16 +114,11 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
     ASSERT_TRUE(r.result.ok()) << r.result.message;
     /* Depth: network-instances, network-instance, protocols, protocol, static-routes, ...; entries: the list entries above. */
     EXPECT_EQ(calls(), (std::vector<std::string>{
-                           "man_cont_lvla_localroutes_staticroutes static-routes 1 4 red 2",
-                           "man_list_lvla_localroutes_staticroutes_static static 0 5 red 3",
-                           "man_leaf_lvla_localroutes_static_prefix prefix=10.0.0.0/24 0 6 red 3",
-                           "man_leaf_lvla_localroutes_config_settag set-tag=5 0 7 red 3",
-                           "man_leaf_lvla_localroutes_config_prefix prefix=10.0.0.0/24 0 7 red 3",
-                           "cont_lvla_localroutes_static_nexthops next-hops 1 6 red 3",
-                           "man_list_lvla_localroutes_nexthops_nexthop next-hop 0 7 red 4",
-                           "leaf_lvla_localroutes_nexthop_index index=1 0 8 red 4",
-                           "man_leaf_lvla_localroutes_config_nexthop next-hop=10.0.0.1 0 9 red 4",
-                           "man_leaf_lvla_localroutes_config_interface interface=Lo0 0 10 red 4"}));
+        "man_cont_lvla_localroutes_staticroutes static-routes 1 4 red 2", "man_list_lvla_localroutes_staticroutes_static static 0 5 red 3",
+        "man_leaf_lvla_localroutes_static_prefix prefix=10.0.0.0/24 0 6 red 3", "man_leaf_lvla_localroutes_config_settag set-tag=5 0 7 red 3",
+        "man_leaf_lvla_localroutes_config_prefix prefix=10.0.0.0/24 0 7 red 3", "cont_lvla_localroutes_static_nexthops next-hops 1 6 red 3",
+        "man_list_lvla_localroutes_nexthops_nexthop next-hop 0 7 red 4", "leaf_lvla_localroutes_nexthop_index index=1 0 8 red 4",
+        "man_leaf_lvla_localroutes_config_nexthop next-hop=10.0.0.1 0 9 red 4", "man_leaf_lvla_localroutes_config_interface interface=Lo0 0 10 red 4"}));
 }
 
 /* A native tree the apply cannot place is refused naming what is wrong; a damaged record met by an edit is a store fault. */
