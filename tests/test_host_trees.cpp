@@ -166,7 +166,6 @@ TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
     EXPECT_EQ(tree_size(h.out), 1u);
 }
 
-/* A placement resumes below the nodes of the previous one only as far as their tokens are the same. */
 TEST_F(TreeOps, PlacementResumesBelowTheSameLeadingTokensOnly)
 {
     for (const char *p : {"/ab/c/x", "/ab/cd/y", "/ab/c/z", "/ab/x/c"})
