@@ -21,36 +21,25 @@
 #include "ocni_common.h"
 #include "tree_builder.h"
 #include "walker_fixture.h"
-#include "yfw_str.h"
 
 using namespace ocni::host;
 using namespace ocni::test;
 
 namespace {
 
-struct Call {
-    std::string cb, node; /* node: name, "=value" for leaves */
-    unsigned subtrees;    /* containers only */
-    int depth;            /* ancestors table depth */
-    std::string vrf;
-    size_t entries; /* input list entries on the stack */
-};
-
+const std::string PFX = "ymap_ox_ocni_openconfiglocalrouting_";
 std::vector<std::string> g_names;
-std::vector<Call> g_calls;
-std::string g_fail_on;
-cerrno g_fail_rc = YFW_RC_INVALID_REQUEST;
+/* Each call: callback name without the common prefix, node ("name=value" for leaves), subtrees, ancestors depth, VRF, input entries. */
+std::vector<std::string> g_calls;
 
 cerrno fake(int i, yfw_map_ctx *ctx, const zidl_yfw_datatree *in, unsigned subtrees)
 {
     const char *vrf = ymap_oc_ni_get_vrf_name(ctx);
-    g_calls.push_back(Call{g_names[i], std::string(in->name) + (in->value ? std::string("=") + in->value : ""), subtrees,
-                           ctx->req_ctx->depth, vrf ? vrf : "", req_input_depth(ctx->req_ctx)});
-    if (g_names[i] != g_fail_on)
-        return 0;
-    if (g_fail_rc == YFW_RC_INVALID_REQUEST)
-        ctx->req_ctx->user_error_msg = yfw_strdup("refused by the fake", OCNI_TAG_MAP);
-    return g_fail_rc;
+    const std::string &cb = g_names[i];
+    g_calls.push_back((cb.rfind(PFX, 0) == 0 ? cb.substr(PFX.size()) : cb) + " " + in->name + (in->value ? std::string("=") + in->value : "") +
+                      " " + std::to_string(subtrees) + " " + std::to_string(ctx->req_ctx->depth) + " " + (vrf ? vrf : "") + " " +
+                      std::to_string(req_input_depth(ctx->req_ctx)));
+    return 0;
 }
 template <int I> cerrno leaf_fn(yfw_map_ctx *ctx, const zidl_yfw_datatree *in, zidl_yfw_datatree *) { return fake(I, ctx, in, 0); }
 template <int I> cerrno cont_fn(yfw_map_ctx *ctx, const zidl_yfw_datatree *in, unsigned int subtrees, zidl_yfw_datatree *)
@@ -62,15 +51,11 @@ template <int... I> std::vector<std::pair<void *, void *>> fn_table(std::integer
     return {{reinterpret_cast<void *>(&leaf_fn<I>), reinterpret_cast<void *>(&cont_fn<I>)}...};
 }
 
-const std::string PFX = "ymap_ox_ocni_openconfiglocalrouting_";
-
 class WalkerOrder : public ::testing::Test {
 protected:
     void SetUp() override
     {
         g_calls.clear();
-        g_fail_on.clear();
-        g_fail_rc = YFW_RC_INVALID_REQUEST;
         g_names = registration_callback_names();
         static const auto fns = fn_table(std::make_integer_sequence<int, 256>());
         ASSERT_LE(g_names.size(), fns.size());
@@ -86,15 +71,6 @@ protected:
         }, err);
         ASSERT_NE(plugin_, nullptr) << err;
         walker_ = std::make_unique<Walker>(*plugin_, config_);
-    }
-    /* Each call: callback name without the common prefix, node, subtrees, ancestors depth, VRF, input entries. */
-    std::vector<std::string> calls() const
-    {
-        std::vector<std::string> v;
-        for (const Call &c : g_calls)
-            v.push_back((c.cb.rfind(PFX, 0) == 0 ? c.cb.substr(PFX.size()) : c.cb) + " " + c.node + " " + std::to_string(c.subtrees) +
-                        " " + std::to_string(c.depth) + " " + c.vrf + " " + std::to_string(c.entries));
-        return v;
     }
     EditOutcome edit(const std::string &lines) { return walker_->edit(build_tree(lines, OCNI_NS_OC_NI).get()); }
 
@@ -113,7 +89,7 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
                          "/config/prefix = 10.0.0.0/24\n");
     ASSERT_TRUE(r.result.ok()) << r.result.message;
     /* Depth: network-instances, network-instance, protocols, protocol, static-routes, ...; entries: the list entries above. */
-    EXPECT_EQ(calls(), (std::vector<std::string>{
+    EXPECT_EQ(g_calls, (std::vector<std::string>{
         "man_cont_lvla_localroutes_staticroutes static-routes 1 4 red 2", "man_list_lvla_localroutes_staticroutes_static static 0 5 red 3",
         "man_leaf_lvla_localroutes_static_prefix prefix=10.0.0.0/24 0 6 red 3", "man_leaf_lvla_localroutes_config_settag set-tag=5 0 7 red 3",
         "man_leaf_lvla_localroutes_config_prefix prefix=10.0.0.0/24 0 7 red 3", "cont_lvla_localroutes_static_nexthops next-hops 1 6 red 3",
