@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -131,6 +132,27 @@ TEST_F(WalkerFixture, NativeTreesOutsideTheModelAndDamagedRecordsAreRefusedWhole
     EXPECT_EQ(r.result.rc, SYSDB_RC_FAILED);
     EXPECT_EQ(r.result.message, "store: damaged route record default 10.0.0.0/24: a record of an unknown version");
     EXPECT_TRUE(r.changes.empty());
+}
+
+TEST_F(WalkerFixture, SubtreeDeletesRemoveWhatTheyNameAndNothingElse)
+{
+    const std::string d = oc_static_routes("default") + "/static[prefix=10.0.0.0/24]", nh = d + "/next-hops/next-hop";
+    ASSERT_TRUE(edit("/network-instances/network-instance[name=red]/config/name = red\n" + d + "/config/set-tag = 5\n" + d + "/config/description = d\n" + nh +
+                     "[index=1]/config/next-hop = 10.0.0.1\n" + nh + "[index=1]/interface-ref/config/interface = Lo0\n" + nh + "[index=2]/config/next-hop = 10.0.0.2\n" +
+                     oc_static_routes("red") + "/static[prefix=10.1.0.0/24]/next-hops/next-hop[index=1]/config/next-hop = 10.1.0.1").result.ok());
+    const struct { std::string del; const char *from, *to; } rows[] = { /* in turn: the stored lines before, rewritten ("" drops one) */
+        {d + "/config", "^.*/(tag|description) = .*$", ""}, {nh + "[index=1]/interface-ref", "interface-name-next-hop-address\\[interface-name=Lo0\\]", "next-hop-address"},
+        {d + "/next-hops", "^(.*default-vrf/.*\\])/vrf-route/.*$", "$1"}, /* the prefix entry stays */
+        {"/network-instances/network-instance[name=default]", "^.*default-vrf.*$", ""}, {"/network-instances", "^.*$", ""}};
+    for (const auto &r : rows) {
+        Lines want;
+        for (const std::string &l : native())
+            if (std::string w = std::regex_replace(l, std::regex(r.from), r.to); !w.empty() && (want.empty() || want.back() != w))
+                want.push_back(w);
+        ASSERT_NE(native(), want) << r.del;
+        EXPECT_TRUE(edit(r.del + " (delete)").result.ok()) << r.del;
+        EXPECT_EQ(native(), want) << r.del;
+    }
 }
 
 } // namespace
