@@ -15,8 +15,6 @@
 #include "host/native_apply.h"
 #include "host/plugin_loader.h"
 #include "host/registration.h"
-#include "host/route_store.h"
-#include "host/store.h"
 #include "host/walker.h"
 #include "host_fixture.h"
 #include "ocni_common.h"
@@ -89,7 +87,6 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
                          "/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1\n" + ST + "/config/set-tag = 5\n" + ST +
                          "/config/prefix = 10.0.0.0/24\n");
     ASSERT_TRUE(r.result.ok()) << r.result.message;
-    /* Depth: network-instances, network-instance, protocols, protocol, static-routes, ...; entries: the list entries above. */
     EXPECT_EQ(g_calls, (std::vector<std::string>{
         "man_cont_lvla_localroutes_staticroutes static-routes 1 4 red 2", "man_list_lvla_localroutes_staticroutes_static static 0 5 red 3",
         "man_leaf_lvla_localroutes_static_prefix prefix=10.0.0.0/24 0 6 red 3", "man_leaf_lvla_localroutes_config_settag set-tag=5 0 7 red 3",
@@ -98,8 +95,8 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
         "man_leaf_lvla_localroutes_config_nexthop next-hop=10.0.0.1 0 9 red 4", "man_leaf_lvla_localroutes_config_interface interface=Lo0 0 10 red 4"}));
 }
 
-/* A native tree the apply cannot place is refused naming what is wrong; a damaged record met by an edit is a store fault. */
-TEST_F(WalkerFixture, NativeTreesOutsideTheModelAndDamagedRecordsAreRefusedWhole)
+/* A native tree the apply cannot place is refused naming what is wrong, and changes nothing. */
+TEST_F(WalkerFixture, NativeTreesOutsideTheModelAreRefusedWhole)
 {
     const std::string d = "/router-static/default-vrf", a = d + "/address-family/vrfipv4/vrf-unicast/vrf-prefixes",
                       p = a + "/vrf-prefix[prefix=10.0.0.0][prefix-length=24]", t = p + "/vrf-route/vrf-next-hop-table";
@@ -127,11 +124,6 @@ TEST_F(WalkerFixture, NativeTreesOutsideTheModelAndDamagedRecordsAreRefusedWhole
         EXPECT_EQ(r.result.message, why) << lines;
     }
     EXPECT_EQ(native(), before);
-    ASSERT_EQ(store_engine()->put(route_record_key(RouteKey{"default", true, "10.0.0.0", "24"}), "junk"), 0u);
-    EditOutcome r = edit(oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=2]/config/next-hop = 10.0.0.2");
-    EXPECT_EQ(r.result.rc, SYSDB_RC_FAILED);
-    EXPECT_EQ(r.result.message, "store: damaged route record default 10.0.0.0/24: a record of an unknown version");
-    EXPECT_TRUE(r.changes.empty());
 }
 
 TEST_F(WalkerFixture, SubtreeDeletesRemoveWhatTheyNameAndNothingElse)
@@ -153,6 +145,15 @@ TEST_F(WalkerFixture, SubtreeDeletesRemoveWhatTheyNameAndNothingElse)
         EXPECT_TRUE(edit(r.del + " (delete)").result.ok()) << r.del;
         EXPECT_EQ(native(), want) << r.del;
     }
+}
+
+TEST_F(WalkerFixture, TracedRequestsHandTheirLinesToTheFrontEndInTheOrderWritten)
+{
+    Lines traced;
+    walker->options() = WalkerOptions{true, [](const char *l, void *arg) { static_cast<Lines *>(arg)->push_back(l); }, &traced, {}, {}};
+    ASSERT_TRUE(edit(oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1").result.ok());
+    ASSERT_GE(traced.size(), 2u); /* log and lightweight trace lines, merged in the order written */
+    EXPECT_EQ(traced[0].substr(0, 14) + traced[0].substr(traced[0].rfind(',')) + traced[1].substr(0, 1), "TRC: YFW: ctx=,Start#");
 }
 
 } // namespace
