@@ -110,7 +110,9 @@ TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
     AllocWatch watch;
     h.rc->user_error_msg = yfw_strdup("refused", "YFW MAP");
     h.rc->common_data_ptr = wos_named_calloc_(1, 592, "YFW MAP");
-    h.rc->trim_path = yfw_strdup("/a", "YFW MAP trim list ctx");
+    for (const char *trim : {"/a", "/b"}) /* a copy replaces the one before */
+        ASSERT_EQ(yfw_map_copy_trim_path_list_ctx(h.ctx, trim), YFW_RC_OK);
+    EXPECT_STREQ(h.rc->trim_path, "/b");
     for (char **text : {&h.out->name, &h.out->value, &h.out->ns, &h.out->data_ns})
         *text = yfw_strdup("x", "YFW MAP");
     EXPECT_EQ(watch.grown(), 7);

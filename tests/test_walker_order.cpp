@@ -83,10 +83,9 @@ const std::string ST = oc_static_routes("red") + "/static[prefix=10.0.0.0/24]";
 TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
 {
     /* Document order deliberately upside down. */
-    EditOutcome r = edit(ST + "/next-hops/next-hop[index=1]/interface-ref/config/interface = Lo0\n" + ST +
-                         "/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1\n" + ST + "/config/set-tag = 5\n" + ST +
-                         "/config/prefix = 10.0.0.0/24\n");
-    ASSERT_TRUE(r.result.ok()) << r.result.message;
+    ASSERT_TRUE(edit(ST + "/next-hops/next-hop[index=1]/interface-ref/config/interface = Lo0\n" + ST +
+                     "/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1\n" + ST + "/config/set-tag = 5\n" + ST +
+                     "/config/prefix = 10.0.0.0/24\n").result.ok());
     EXPECT_EQ(g_calls, (std::vector<std::string>{
         "man_cont_lvla_localroutes_staticroutes static-routes 1 4 red 2", "man_list_lvla_localroutes_staticroutes_static static 0 5 red 3",
         "man_leaf_lvla_localroutes_static_prefix prefix=10.0.0.0/24 0 6 red 3", "man_leaf_lvla_localroutes_config_settag set-tag=5 0 7 red 3",
@@ -141,7 +140,6 @@ TEST_F(WalkerFixture, SubtreeDeletesRemoveWhatTheyNameAndNothingElse)
         for (const std::string &l : native())
             if (std::string w = std::regex_replace(l, std::regex(r.from), r.to); !w.empty() && (want.empty() || want.back() != w))
                 want.push_back(w);
-        ASSERT_NE(native(), want) << r.del;
         EXPECT_TRUE(edit(r.del + " (delete)").result.ok()) << r.del;
         EXPECT_EQ(native(), want) << r.del;
     }
