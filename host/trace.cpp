@@ -87,11 +87,6 @@ std::vector<std::string> merged_texts(const std::vector<const LogSink *> &sinks)
     return out;
 }
 
-uint32_t trace_index_peek()
-{
-    return g_trace_index.load();
-}
-
 std::vector<std::string> syslog_lines()
 {
     return syslog_sink().texts();

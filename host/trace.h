@@ -43,9 +43,6 @@ constexpr size_t LOG_LINE_MAX = 1024;
 /* Lines of several sinks merged in the order they were written. */
 std::vector<std::string> merged_texts(const std::vector<const LogSink *> &sinks);
 
-/* Value of the lightweight trace counter (next number is this + 1). */
-uint32_t trace_index_peek();
-
 /* System log lines as "<level>:<text>". */
 std::vector<std::string> syslog_lines();
 void syslog_clear();

@@ -486,10 +486,8 @@ private:
     {
         NodeRef nir = node_ref(ni);
         zidl_yfw_datatree *ps = ensure_container(node_get(nir), "protocols", NS_OC_NI);
-        bool existed = false;
-        zidl_yfw_datatree *p = node_find_entry(ps, "protocol", {{"identifier", "STATIC"}, {"name", "DEFAULT"}});
-        if (p == nullptr)
-            p = node_add_entry(ps, "protocol", {{"identifier", "STATIC"}, {"name", "DEFAULT"}}, NS_OC_NI, &existed);
+        /* The instance's own protocol entry when the edit holds it, else a new one. */
+        zidl_yfw_datatree *p = node_add_entry(ps, "protocol", {{"identifier", "STATIC"}, {"name", "DEFAULT"}}, NS_OC_NI);
         if (p == nullptr)
             return;
         if (zidl_yfw_datatree *id = node_child(p, "identifier"))

@@ -56,7 +56,7 @@ TEST(BoundedStrings, CutNeverOverflow)
     EXPECT_EQ(unterminated[3], '\0');
 }
 
-TEST(Trace, LevelsSlotsSequenceCutResultTextsAndSystemLog)
+TEST(Trace, LevelsSlotsCutAndResultTexts)
 {
     uint32_t state = DEBUG_TRC;
     EXPECT_EQ(yfw_debug_should_log(&state, YFW_LOG_LEVEL_TRC), 1);
@@ -73,15 +73,11 @@ TEST(Trace, LevelsSlotsSequenceCutResultTextsAndSystemLog)
     EXPECT_EQ(sink.texts()[1].size(), LOG_LINE_MAX - 1);
     EXPECT_EQ(slot, 2u);
 
-    uint32_t a = ret_nc_yfw_trace_index_incr();
-    EXPECT_EQ(ret_nc_yfw_trace_index_incr(), a + 1);
-    EXPECT_EQ(trace_index_peek(), a + 1);
     LogSink lt;
     _lstrace(&lt, YFW_LSTRACE_FLAGS, "#1: TRC: f:1 ctx=0x1,Start");
     _lstrace(nullptr, YFW_LSTRACE_FLAGS, "dropped");
     ASSERT_EQ(lt.lines().size(), 1u);
     EXPECT_EQ(lt.lines()[0].flags, YFW_LSTRACE_FLAGS);
-    EXPECT_EQ(merged_texts({&sink, &lt}).back(), "#1: TRC: f:1 ctx=0x1,Start");
     LogSink capped(1);
     capped.add("one");
     capped.add("two");
@@ -91,25 +87,12 @@ TEST(Trace, LevelsSlotsSequenceCutResultTextsAndSystemLog)
     EXPECT_STREQ(cerr_strerror(0), "Success");
     EXPECT_STREQ(cerr_strerror(SYSDB_RC_NOT_FOUND), "Not found");
     EXPECT_STREQ(cerr_strerror(0x12345678u), "Unknown error");
-    syslog_clear();
-    qz_syslog(3, "\nIM_FIND failed for interface %s", "Gi0/0/0/9");
-    EXPECT_EQ(syslog_lines(), (Lines{"3:\nIM_FIND failed for interface Gi0/0/0/9"}));
-    syslog_clear();
 }
 
 class FrameworkOps : public HostFixture {};
 
 TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
 {
-    const char *tag = "YFW MAP trim list ctx";
-    size_t base = alloc_live(tag);
-    ASSERT_EQ(yfw_map_copy_trim_path_list_ctx(h.ctx, "/a"), YFW_RC_OK);
-    ASSERT_EQ(yfw_map_copy_trim_path_list_ctx(h.ctx, "/b"), YFW_RC_OK);
-    EXPECT_STREQ(h.rc->trim_path, "/b");
-    EXPECT_EQ(alloc_live(tag), base + 1);
-    yfw_map_free_trim_path_list_ctx(h.ctx);
-    EXPECT_EQ(h.rc->trim_path, nullptr);
-    EXPECT_EQ(alloc_live(tag), base);
     EXPECT_EQ(yfw_map_copy_trim_path_list_ctx(h.ctx, nullptr), YFW_RC_MAP_FAILED);
 
     TreePtr in = build_tree("/a = 1 (delete)\n/l[k=1]/b = 2 (remove)");
@@ -123,15 +106,38 @@ TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
     yfw_oc_error_path(h.ctx);
     yfw_oc_error_path(nullptr);
     EXPECT_EQ(h.error_paths(), (Lines{"", "/l[k=1]/b"}));
-    /* The framework frees what the plug-in left on the request. */
+    /* The framework frees what the plug-in left on the request, and the texts it set on output nodes. */
     AllocWatch watch;
     h.rc->user_error_msg = yfw_strdup("refused", "YFW MAP");
     h.rc->common_data_ptr = wos_named_calloc_(1, 592, "YFW MAP");
-    h.rc->trim_path = yfw_strdup("/a", tag);
-    EXPECT_EQ(h.user_msg(), "refused");
-    EXPECT_EQ(watch.grown(), 3);
+    for (const char *trim : {"/a", "/b"}) /* a copy replaces the one before */
+        ASSERT_EQ(yfw_map_copy_trim_path_list_ctx(h.ctx, trim), YFW_RC_OK);
+    EXPECT_STREQ(h.rc->trim_path, "/b");
+    for (char **text : {&h.out->name, &h.out->value, &h.out->ns, &h.out->data_ns})
+        *text = yfw_strdup("x", "YFW MAP");
+    EXPECT_EQ(watch.grown(), 7);
     h.reset();
     EXPECT_EQ(watch.grown(), 0);
+}
+
+/* Keys of the entries being mapped: input stack, then the ancestors table (innermost first), then the current node's parents. */
+TEST_F(FrameworkOps, NodeInfoReadsTheKeyOfTheEnclosingEntryOfThatList)
+{
+    const std::string NI = "/network-instances/network-instance", PR = NI + "/protocols/protocol", ST = PR + "/static-routes/static";
+    TreePtr in = build_tree(NI + "[name=red]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=1.0.0.0/8]/config/prefix = 1.0.0.0/8");
+    const struct { bool ancestors; std::string list; const char *key, *value; } rows[] = { /* else: the current input node's parents */
+        {true, NI, "name", "red"}, {true, PR + "/", "name", "DEFAULT"}, {true, PR, "identifier", "STATIC"}, {true, ST, "prefix", nullptr},
+        {true, NI, "description", nullptr}, {true, NI + "/config", "name", nullptr}, {false, ST, "prefix", "1.0.0.0/8"},
+        {false, NI, "name", "red"}, {false, ST + "/config", "prefix", nullptr}};
+    for (const auto &r : rows) {
+        h.reset();
+        for (const std::string &a : {NI, PR})
+            ASSERT_TRUE(!r.ancestors || req_push_ancestor(h.rc, a.c_str(), tree_find(in.get(), a.c_str())));
+        req_set_current_input(h.rc, r.ancestors ? nullptr : tree_find(in.get(), (ST + "/config/prefix").c_str()));
+        char *v = nullptr;
+        EXPECT_EQ(yfw_map_get_node_info(h.ctx, r.list.c_str(), r.key, &v), r.value ? YFW_RC_OK : YFW_RC_MAP_FAILED) << r.list;
+        EXPECT_STREQ(v, r.value) << r.list << " " << r.key;
+    }
 }
 
 } // namespace

@@ -72,8 +72,7 @@ protected:
     yfw_map_xpath_op rec(uint32_t op, uint32_t type, zidl_yfw_datatree *root, const std::string &path,
                          const char *value = nullptr)
     {
-        yfw_map_xpath_op r;
-        memset(&r, 0, sizeof r);
+        yfw_map_xpath_op r = {};
         r.op = op;
         r.node_type = type;
         r.root = root;
@@ -165,6 +164,13 @@ TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
     EXPECT_EQ(yfw_map_get_node_info(h.ctx, nullptr, "name", &v), YFW_RC_MAP_FAILED);
     EXPECT_EQ(yfw_map_get_node_info(h.ctx, "/network-instances/network-instance", nullptr, &v), YFW_RC_MAP_FAILED);
     EXPECT_EQ(tree_size(h.out), 1u);
+}
+
+TEST_F(TreeOps, PlacementResumesBelowTheSameLeadingTokensOnly)
+{
+    for (const char *p : {"/ab/c/x", "/ab/cd/y", "/ab/c/z", "/ab/x/c"})
+        ASSERT_EQ(add(p, "1"), YFW_RC_OK) << p;
+    EXPECT_EQ(h.out_lines(), (Lines{"/ab/c/x = 1", "/ab/c/z = 1", "/ab/cd/y = 1", "/ab/x/c = 1"}));
 }
 
 /* Sibling visits per operation stay bounded: quadratic scans would need n*n/2. */

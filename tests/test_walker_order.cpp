@@ -1,13 +1,13 @@
 /*
  * The walker's framework duties, seen from small fake callbacks registered
- * under the plug-in's names: walk order, the subtrees argument, request
- * state around each call (VRF, ancestors, input list stack), refusals
- * that abort the whole edit and free the request, deletes below a deleted
- * entry; and an edit whose native result cannot be applied.
+ * under the plug-in's names: walk order, the subtrees argument and request
+ * state around each call (VRF, ancestors, input list stack); and native
+ * trees and records an edit cannot apply, refused whole.
  */
 #include <gtest/gtest.h>
 
 #include <map>
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,43 +15,30 @@
 #include "host/native_apply.h"
 #include "host/plugin_loader.h"
 #include "host/registration.h"
-#include "host/route_store.h"
-#include "host/store.h"
 #include "host/walker.h"
 #include "host_fixture.h"
 #include "ocni_common.h"
 #include "tree_builder.h"
 #include "walker_fixture.h"
-#include "yfw_str.h"
 
 using namespace ocni::host;
 using namespace ocni::test;
 
 namespace {
 
-struct Call {
-    std::string cb, node; /* node: name, "=value" for leaves */
-    unsigned subtrees;    /* containers only */
-    int depth;            /* ancestors table depth */
-    std::string vrf;
-    size_t entries; /* input list entries on the stack */
-};
-
+const std::string PFX = "ymap_ox_ocni_openconfiglocalrouting_";
 std::vector<std::string> g_names;
-std::vector<Call> g_calls;
-std::string g_fail_on;
-cerrno g_fail_rc = YFW_RC_INVALID_REQUEST;
+/* Each call: callback name without the common prefix, node ("name=value" for leaves), subtrees, ancestors depth, VRF, input entries. */
+std::vector<std::string> g_calls;
 
 cerrno fake(int i, yfw_map_ctx *ctx, const zidl_yfw_datatree *in, unsigned subtrees)
 {
     const char *vrf = ymap_oc_ni_get_vrf_name(ctx);
-    g_calls.push_back(Call{g_names[i], std::string(in->name) + (in->value ? std::string("=") + in->value : ""), subtrees,
-                           ctx->req_ctx->depth, vrf ? vrf : "", req_input_depth(ctx->req_ctx)});
-    if (g_names[i] != g_fail_on)
-        return 0;
-    if (g_fail_rc == YFW_RC_INVALID_REQUEST)
-        ctx->req_ctx->user_error_msg = yfw_strdup("refused by the fake", OCNI_TAG_MAP);
-    return g_fail_rc;
+    const std::string &cb = g_names[i];
+    g_calls.push_back((cb.rfind(PFX, 0) == 0 ? cb.substr(PFX.size()) : cb) + " " + in->name + (in->value ? std::string("=") + in->value : "") +
+                      " " + std::to_string(subtrees) + " " + std::to_string(ctx->req_ctx->depth) + " " + (vrf ? vrf : "") + " " +
+                      std::to_string(req_input_depth(ctx->req_ctx)));
+    return 0;
 }
 template <int I> cerrno leaf_fn(yfw_map_ctx *ctx, const zidl_yfw_datatree *in, zidl_yfw_datatree *) { return fake(I, ctx, in, 0); }
 template <int I> cerrno cont_fn(yfw_map_ctx *ctx, const zidl_yfw_datatree *in, unsigned int subtrees, zidl_yfw_datatree *)
@@ -63,15 +50,11 @@ template <int... I> std::vector<std::pair<void *, void *>> fn_table(std::integer
     return {{reinterpret_cast<void *>(&leaf_fn<I>), reinterpret_cast<void *>(&cont_fn<I>)}...};
 }
 
-const std::string PFX = "ymap_ox_ocni_openconfiglocalrouting_";
-
 class WalkerOrder : public ::testing::Test {
 protected:
     void SetUp() override
     {
         g_calls.clear();
-        g_fail_on.clear();
-        g_fail_rc = YFW_RC_INVALID_REQUEST;
         g_names = registration_callback_names();
         static const auto fns = fn_table(std::make_integer_sequence<int, 256>());
         ASSERT_LE(g_names.size(), fns.size());
@@ -88,21 +71,6 @@ protected:
         ASSERT_NE(plugin_, nullptr) << err;
         walker_ = std::make_unique<Walker>(*plugin_, config_);
     }
-    /* Callback names called, without the common prefix. */
-    std::vector<std::string> called() const
-    {
-        std::vector<std::string> v;
-        for (const Call &c : g_calls)
-            v.push_back(c.cb.rfind(PFX, 0) == 0 ? c.cb.substr(PFX.size()) : c.cb);
-        return v;
-    }
-    const Call *find(const std::string &suffix) const
-    {
-        for (const Call &c : g_calls)
-            if (c.cb.size() >= suffix.size() && c.cb.compare(c.cb.size() - suffix.size(), suffix.size(), suffix) == 0)
-                return &c;
-        return nullptr;
-    }
     EditOutcome edit(const std::string &lines) { return walker_->edit(build_tree(lines, OCNI_NS_OC_NI).get()); }
 
     NativeConfig config_;
@@ -111,39 +79,23 @@ protected:
 };
 
 const std::string ST = oc_static_routes("red") + "/static[prefix=10.0.0.0/24]";
-const std::vector<std::string> ROUTE_KEYS = {"man_cont_lvla_localroutes_staticroutes",
-                                             "man_list_lvla_localroutes_staticroutes_static",
-                                             "man_leaf_lvla_localroutes_static_prefix"};
 
 TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
 {
     /* Document order deliberately upside down. */
-    EditOutcome r = edit(ST + "/next-hops/next-hop[index=1]/interface-ref/config/interface = Lo0\n" + ST +
-                         "/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1\n" + ST + "/config/set-tag = 5\n" + ST +
-                         "/config/prefix = 10.0.0.0/24\n");
-    ASSERT_TRUE(r.result.ok()) << r.result.message;
-    std::vector<std::string> want = ROUTE_KEYS;
-    for (const char *cb : {"man_leaf_lvla_localroutes_config_settag", "man_leaf_lvla_localroutes_config_prefix",
-                           "cont_lvla_localroutes_static_nexthops", "man_list_lvla_localroutes_nexthops_nexthop",
-                           "leaf_lvla_localroutes_nexthop_index", "man_leaf_lvla_localroutes_config_nexthop",
-                           "man_leaf_lvla_localroutes_config_interface"})
-        want.push_back(cb);
-    EXPECT_EQ(called(), want);
-    const Call *sr = find("_staticroutes");
-    ASSERT_NE(sr, nullptr);
-    EXPECT_EQ(sr->subtrees, 1u) << "static-routes has a static entry to map";
-    EXPECT_EQ(sr->vrf, "red");
-    EXPECT_EQ(sr->entries, 2u) << "network-instance and protocol entries on the input stack";
-    const Call *pfx = find("_static_prefix");
-    ASSERT_NE(pfx, nullptr);
-    EXPECT_EQ(pfx->node, "prefix=10.0.0.0/24");
-    EXPECT_EQ(pfx->depth, 6); /* network-instances, network-instance, protocols, protocol, static-routes, static */
-    EXPECT_EQ(pfx->entries, 3u);
-    EXPECT_EQ(find("_nexthop_index")->entries, 4u) << "and the static and next-hop entries";
+    ASSERT_TRUE(edit(ST + "/next-hops/next-hop[index=1]/interface-ref/config/interface = Lo0\n" + ST +
+                     "/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1\n" + ST + "/config/set-tag = 5\n" + ST +
+                     "/config/prefix = 10.0.0.0/24\n").result.ok());
+    EXPECT_EQ(g_calls, (std::vector<std::string>{
+        "man_cont_lvla_localroutes_staticroutes static-routes 1 4 red 2", "man_list_lvla_localroutes_staticroutes_static static 0 5 red 3",
+        "man_leaf_lvla_localroutes_static_prefix prefix=10.0.0.0/24 0 6 red 3", "man_leaf_lvla_localroutes_config_settag set-tag=5 0 7 red 3",
+        "man_leaf_lvla_localroutes_config_prefix prefix=10.0.0.0/24 0 7 red 3", "cont_lvla_localroutes_static_nexthops next-hops 1 6 red 3",
+        "man_list_lvla_localroutes_nexthops_nexthop next-hop 0 7 red 4", "leaf_lvla_localroutes_nexthop_index index=1 0 8 red 4",
+        "man_leaf_lvla_localroutes_config_nexthop next-hop=10.0.0.1 0 9 red 4", "man_leaf_lvla_localroutes_config_interface interface=Lo0 0 10 red 4"}));
 }
 
-/* A native tree the apply cannot place is refused naming what is wrong; a damaged record met by an edit is a store fault. */
-TEST_F(WalkerFixture, NativeTreesOutsideTheModelAndDamagedRecordsAreRefusedWhole)
+/* A native tree the apply cannot place is refused naming what is wrong, and changes nothing. */
+TEST_F(WalkerFixture, NativeTreesOutsideTheModelAreRefusedWhole)
 {
     const std::string d = "/router-static/default-vrf", a = d + "/address-family/vrfipv4/vrf-unicast/vrf-prefixes",
                       p = a + "/vrf-prefix[prefix=10.0.0.0][prefix-length=24]", t = p + "/vrf-route/vrf-next-hop-table";
@@ -171,11 +123,35 @@ TEST_F(WalkerFixture, NativeTreesOutsideTheModelAndDamagedRecordsAreRefusedWhole
         EXPECT_EQ(r.result.message, why) << lines;
     }
     EXPECT_EQ(native(), before);
-    ASSERT_EQ(store_engine()->put(route_record_key(RouteKey{"default", true, "10.0.0.0", "24"}), "junk"), 0u);
-    EditOutcome r = edit(oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=2]/config/next-hop = 10.0.0.2");
-    EXPECT_EQ(r.result.rc, SYSDB_RC_FAILED);
-    EXPECT_EQ(r.result.message, "store: damaged route record default 10.0.0.0/24: a record of an unknown version");
-    EXPECT_TRUE(r.changes.empty());
+}
+
+TEST_F(WalkerFixture, SubtreeDeletesRemoveWhatTheyNameAndNothingElse)
+{
+    const std::string d = oc_static_routes("default") + "/static[prefix=10.0.0.0/24]", nh = d + "/next-hops/next-hop";
+    ASSERT_TRUE(edit("/network-instances/network-instance[name=red]/config/name = red\n" + d + "/config/set-tag = 5\n" + d + "/config/description = d\n" + nh +
+                     "[index=1]/config/next-hop = 10.0.0.1\n" + nh + "[index=1]/interface-ref/config/interface = Lo0\n" + nh + "[index=2]/config/next-hop = 10.0.0.2\n" +
+                     oc_static_routes("red") + "/static[prefix=10.1.0.0/24]/next-hops/next-hop[index=1]/config/next-hop = 10.1.0.1").result.ok());
+    const struct { std::string del; const char *from, *to; } rows[] = { /* in turn: the stored lines before, rewritten ("" drops one) */
+        {d + "/config", "^.*/(tag|description) = .*$", ""}, {nh + "[index=1]/interface-ref", "interface-name-next-hop-address\\[interface-name=Lo0\\]", "next-hop-address"},
+        {d + "/next-hops", "^(.*default-vrf/.*\\])/vrf-route/.*$", "$1"}, /* the prefix entry stays */
+        {"/network-instances/network-instance[name=default]", "^.*default-vrf.*$", ""}, {"/network-instances", "^.*$", ""}};
+    for (const auto &r : rows) {
+        Lines want;
+        for (const std::string &l : native())
+            if (std::string w = std::regex_replace(l, std::regex(r.from), r.to); !w.empty() && (want.empty() || want.back() != w))
+                want.push_back(w);
+        EXPECT_TRUE(edit(r.del + " (delete)").result.ok()) << r.del;
+        EXPECT_EQ(native(), want) << r.del;
+    }
+}
+
+TEST_F(WalkerFixture, TracedRequestsHandTheirLinesToTheFrontEndInTheOrderWritten)
+{
+    Lines traced;
+    walker->options() = WalkerOptions{true, [](const char *l, void *arg) { static_cast<Lines *>(arg)->push_back(l); }, &traced, {}, {}};
+    ASSERT_TRUE(edit(oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1").result.ok());
+    ASSERT_GE(traced.size(), 2u); /* log and lightweight trace lines, merged in the order written */
+    EXPECT_EQ(traced[0].substr(0, 14) + traced[0].substr(traced[0].rfind(',')) + traced[1].substr(0, 1), "TRC: YFW: ctx=,Start#");
 }
 
 } // namespace

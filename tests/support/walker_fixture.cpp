@@ -52,29 +52,23 @@ void WalkerFixture::reopen()
 
 EditOutcome WalkerFixture::edit(const std::string &lines, bool dry_run)
 {
-    TreePtr in = build_tree(lines, OCNI_NS_OC_NI);
-    return walker->edit(in.get(), dry_run);
+    return walker->edit(build_tree(lines, OCNI_NS_OC_NI).get(), dry_run);
 }
 
 void WalkerFixture::native_edit(const std::string &lines)
 {
-    TreePtr in = build_tree(lines, OCNI_NS_NATIVE);
-    EditOutcome r = walker->native_edit(in.get(), false, true);
+    EditOutcome r = walker->native_edit(build_tree(lines, OCNI_NS_NATIVE).get(), false, true);
     ASSERT_TRUE(r.result.ok()) << r.result.message;
 }
 
 std::vector<std::string> WalkerFixture::native() const
 {
-    TreePtr t(config->to_tree());
-    return tree_lines(t.get());
+    return tree_lines(TreePtr(config->to_tree()).get());
 }
 
 std::vector<std::string> WalkerFixture::read(bool state, const std::string &vrf, const std::string &prefix)
 {
-    ReadRequest req;
-    req.state = state;
-    req.vrf = vrf;
-    req.prefix = prefix;
+    ReadRequest req{state, vrf, prefix};
     zidl_yfw_datatree *out = nullptr;
     WalkResult r = walker->read(req, &out);
     EXPECT_TRUE(r.ok()) << rc_text(r.rc) << " " << r.message << " " << r.callback << " " << r.path;
