@@ -157,12 +157,14 @@ protected:
 /* ------------------------------------------------------------------ */
 
 const std::string P4 = "10.1.0.0/16";
+/* An ordinary index that only ends the way a generated one ("##...##") does. */
+const std::string IX = "10##";
 
 struct ChangeCase {
     const char *name;
     std::string vrf;
-    Lines stored;   /* the stored entry's lines below the table (index 1) */
-    Lines leaves;   /* the edit, below next-hop[index=1] */
+    Lines stored;   /* the stored entry's lines below the table (index IX) */
+    Lines leaves;   /* the edit, below next-hop[index=IX] */
     Lines expected; /* the table afterwards */
     bool removes;   /* the old entry is removed in the output */
 };
@@ -178,7 +180,7 @@ std::vector<ChangeCase> change_cases()
             l.push_back(entry + e);
         return l;
     };
-    auto plus_index = [&](const std::string &entry) { return with(entry, {"/index = 1"}); };
+    auto plus_index = [&](const std::string &entry) { return with(entry, {"/index = " + IX}); };
     return {
         {"InterfaceAddedToAddress", "default", plus_index(addr_entry("10.0.0.1")),
          {"/interface-ref/config/interface = GigabitEthernet0/0/0/1"},
@@ -209,12 +211,12 @@ std::vector<ChangeCase> change_cases()
          plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")), false},
         {"SameInterfaceWithAMetric", "red", plus_index(if_entry("GigabitEthernet0/0/0/1")),
          {"/interface-ref/config/interface = GigabitEthernet0/0/0/1", "/config/metric = 30"},
-         {if_entry("GigabitEthernet0/0/0/1") + "/description = core", if_entry("GigabitEthernet0/0/0/1") + "/index = 1",
+         {if_entry("GigabitEthernet0/0/0/1") + "/description = core", if_entry("GigabitEthernet0/0/0/1") + "/index = " + IX,
           if_entry("GigabitEthernet0/0/0/1") + "/metric = 30", if_entry("GigabitEthernet0/0/0/1") + "/tag = 9"},
          false},
         {"MetricAloneRewritesTheMetric", "default", plus_index(addr_entry("10.0.0.1")),
          {"/config/metric = 30"},
-         {addr_entry("10.0.0.1") + "/description = core", addr_entry("10.0.0.1") + "/index = 1",
+         {addr_entry("10.0.0.1") + "/description = core", addr_entry("10.0.0.1") + "/index = " + IX,
           addr_entry("10.0.0.1") + "/metric = 30", addr_entry("10.0.0.1") + "/tag = 9"},
          false},
         {"SubinterfaceDeleteDropsTheSuffix", "default", plus_index(if_entry("Bundle1.5")),
@@ -242,7 +244,7 @@ TEST_F(EditWalk, StoredNextHopChangeRewritesTheEntryWithItsAttributes)
 
         Lines in = {oc_static(c.vrf, P4) + "/config/prefix = " + P4};
         for (const std::string &l : c.leaves)
-            in.push_back(oc_nh(c.vrf, P4, "1") + l);
+            in.push_back(oc_nh(c.vrf, P4, IX) + l);
         EditOutcome o = edit(in);
         ASSERT_EQ(o.result.rc, 0u) << o.result.message << " at " << o.result.path;
         EXPECT_EQ(o.result.message, "");
