@@ -140,6 +140,25 @@ protected:
         return s;
     }
 
+    /* Key leaves tied to the last edit whose next-hop entry is not tied to it as an entry of its own. */
+    Lines untied_entries()
+    {
+        const Lines out = tree_lines(walker->last_native_output());
+        Lines l;
+        for (const std::string &s : out) {
+            const size_t t = s.find("/vrf-next-hop-table/"), end = s.find("]/", t);
+            if (t == std::string::npos || end == std::string::npos || s.back() != ')')
+                continue;
+            const std::string leaf = s.substr(end + 2, s.find(' ', end) - end - 2);
+            if (leaf != "next-hop-address" && leaf != "interface-name")
+                continue;
+            const std::string entry = s.substr(0, end + 1) + " (";
+            if (std::none_of(out.begin(), out.end(), [&](const std::string &o) { return o.compare(0, entry.size(), entry) == 0; }))
+                l.push_back(s);
+        }
+        return l;
+    }
+
     /* Output lines of the last edit whose operation is `op` ("remove", "delete"). */
     Lines output_with(const std::string &op)
     {
@@ -171,7 +190,9 @@ struct ChangeCase {
 
 std::vector<ChangeCase> change_cases()
 {
-    const Lines kept = {"/metric = 5", "/tag = 9", "/description = core"};
+    const Lines kept = {"/tag = 9", "/description = core", "/bfd-fast-detect = true", "/detect-multiplier = 3",
+                        "/minimum-interval = 50", "/permanent = true", "/vrf-lable = 7", "/tunnel-id = 4",
+                        "/load-metric = 2", "/object-name = obj1"};
     auto with = [&](const std::string &entry, const Lines &extra = {}) {
         Lines l;
         for (const std::string &k : kept)
@@ -180,7 +201,8 @@ std::vector<ChangeCase> change_cases()
             l.push_back(entry + e);
         return l;
     };
-    auto plus_index = [&](const std::string &entry) { return with(entry, {"/index = " + IX}); };
+    auto plus_index = [&](const std::string &entry) { return with(entry, {"/index = " + IX, "/metric = 5"}); };
+    auto metric_30 = [&](const std::string &entry) { return with(entry, {"/index = " + IX, "/metric = 30"}); };
     return {
         {"InterfaceAddedToAddress", "default", plus_index(addr_entry("10.0.0.1")),
          {"/interface-ref/config/interface = GigabitEthernet0/0/0/1"},
@@ -211,14 +233,12 @@ std::vector<ChangeCase> change_cases()
          plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")), false},
         {"SameInterfaceWithAMetric", "red", plus_index(if_entry("GigabitEthernet0/0/0/1")),
          {"/interface-ref/config/interface = GigabitEthernet0/0/0/1", "/config/metric = 30"},
-         {if_entry("GigabitEthernet0/0/0/1") + "/description = core", if_entry("GigabitEthernet0/0/0/1") + "/index = " + IX,
-          if_entry("GigabitEthernet0/0/0/1") + "/metric = 30", if_entry("GigabitEthernet0/0/0/1") + "/tag = 9"},
-         false},
+         metric_30(if_entry("GigabitEthernet0/0/0/1")), false},
+        {"SameAddressWithAMetric", "red", plus_index(addr_entry("10.0.0.1")),
+         {"/config/next-hop = 10.0.0.1", "/config/metric = 30"}, metric_30(addr_entry("10.0.0.1")), false},
         {"MetricAloneRewritesTheMetric", "default", plus_index(addr_entry("10.0.0.1")),
          {"/config/metric = 30"},
-         {addr_entry("10.0.0.1") + "/description = core", addr_entry("10.0.0.1") + "/index = " + IX,
-          addr_entry("10.0.0.1") + "/metric = 30", addr_entry("10.0.0.1") + "/tag = 9"},
-         false},
+         metric_30(addr_entry("10.0.0.1")), false},
         {"SubinterfaceDeleteDropsTheSuffix", "default", plus_index(if_entry("Bundle1.5")),
          {"/interface-ref/config/subinterface (delete)"},
          plus_index(if_entry("Bundle1")), true},
@@ -250,6 +270,7 @@ TEST_F(EditWalk, StoredNextHopChangeRewritesTheEntryWithItsAttributes)
         EXPECT_EQ(o.result.message, "");
         EXPECT_EQ(next_hops(), under(table(c.vrf, P4), c.expected));
         EXPECT_EQ(output_with("remove").empty(), !c.removes) << join(output_with("remove"));
+        EXPECT_EQ(untied_entries(), Lines{});
         EXPECT_EQ(stored().size(), 1u);
     }
 }
