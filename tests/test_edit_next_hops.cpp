@@ -140,20 +140,16 @@ protected:
         return s;
     }
 
-    /* Key leaves tied to the last edit whose next-hop entry is not tied to it as an entry of its own. */
+    /* Key leaves the last edit ties to it below a next-hop entry that is not tied to it itself. */
     Lines untied_entries()
     {
         const Lines out = tree_lines(walker->last_native_output());
         Lines l;
         for (const std::string &s : out) {
-            const size_t t = s.find("/vrf-next-hop-table/"), end = s.find("]/", t);
-            if (t == std::string::npos || end == std::string::npos || s.back() != ')')
-                continue;
-            const std::string leaf = s.substr(end + 2, s.find(' ', end) - end - 2);
-            if (leaf != "next-hop-address" && leaf != "interface-name")
-                continue;
+            const size_t end = s.find("]/", s.find("/vrf-next-hop-table/"));
             const std::string entry = s.substr(0, end + 1) + " (";
-            if (std::none_of(out.begin(), out.end(), [&](const std::string &o) { return o.compare(0, entry.size(), entry) == 0; }))
+            if (end != std::string::npos && s.back() == ')' && (s.find("]/next-hop-address = ") == end || s.find("]/interface-name = ") == end) &&
+                std::none_of(out.begin(), out.end(), [&](const std::string &o) { return o.compare(0, entry.size(), entry) == 0; }))
                 l.push_back(s);
         }
         return l;

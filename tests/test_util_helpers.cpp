@@ -520,11 +520,8 @@ TEST_F(NextHopEdits, StoredNextHopChangesOnlyWhatTheEditChanges)
         const char *msg = "";
     };
     const Row rows[] = {
-        {"the same address again", nh + "/config/next-hop = 10.0.0.1\n", nh + "/config/next-hop = 10.0.0.1\n", {},
-         {addr1 + "/index = 1"}},
         {"the stored interface again, on a next hop with an address", ifc + nh + "/config/next-hop = 10.0.0.1\n", ifc, {},
          {lo_a1 + "/index = 1"}},
-        {"the stored interface again", ifc, ifc, {}, {lo + "/index = 1"}},
         /* each is written whole by its list entry: the metric is the number, the second has no interface */
         {"new interface, then new address, metrics as 007", "",
          ifc + nh + "/config/metric = 007\n" + nh2 + "/config/next-hop = 10.0.0.2\n" + nh2 + "/config/metric = 007\n",
