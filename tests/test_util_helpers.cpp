@@ -193,17 +193,6 @@ TEST_F(HostFixture, RouteAttributesBecomeTheLeavesOfTheEntry)
         {"label zero", [](ocni_route_common_data &r) { r.vrf_label = 0; }, {e + "/vrf-lable = 0"}},
         {"label above the unset value",
          [](ocni_route_common_data &r) { r.vrf_label = OCNI_VRF_LABEL_UNSET + 1; }, {e + "/vrf-lable = 1048578"}},
-        {"every attribute",
-         [](ocni_route_common_data &r) {
-             r.bfd_fast_detect = r.permanent = 1;
-             r.detect_multiplier = 3, r.minimum_interval = 150, r.route_metric = 20, r.tag = 4294967295u;
-             r.vrf_label = 17, r.tunnel_id = 9, r.load_metric = 2;
-             snprintf(r.object_name, sizeof r.object_name, "obj");
-             snprintf(r.description, sizeof r.description, "to-core");
-         },
-         {e + "/bfd-fast-detect = true", e + "/description = to-core", e + "/detect-multiplier = 3",
-          e + "/load-metric = 2", e + "/metric = 20", e + "/minimum-interval = 150", e + "/object-name = obj",
-          e + "/permanent = true", e + "/tag = 4294967295", e + "/tunnel-id = 9", e + "/vrf-lable = 17"}},
     };
     for (const Row &r : rows) {
         SCOPED_TRACE(r.what);
