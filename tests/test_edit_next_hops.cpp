@@ -172,8 +172,7 @@ protected:
 /* ------------------------------------------------------------------ */
 
 const std::string P4 = "10.1.0.0/16";
-/* An ordinary index that only ends the way a generated one ("##...##") does. */
-const std::string IX = "10##";
+const std::string IX = "10##"; /* an ordinary index that only ends the way a generated one ("##...##") does */
 
 struct ChangeCase {
     const char *name;
@@ -189,16 +188,13 @@ std::vector<ChangeCase> change_cases()
     const Lines kept = {"/tag = 9", "/description = core", "/bfd-fast-detect = true", "/detect-multiplier = 3",
                         "/minimum-interval = 50", "/permanent = true", "/vrf-lable = 7", "/tunnel-id = 4",
                         "/load-metric = 2", "/object-name = obj1"};
-    auto with = [&](const std::string &entry, const Lines &extra = {}) {
-        Lines l;
+    /* The entry's lines: the attributes kept, its index and a metric. */
+    auto plus_index = [&](const std::string &entry, const std::string &metric = "5") {
+        Lines l = {entry + "/index = " + IX, entry + "/metric = " + metric};
         for (const std::string &k : kept)
             l.push_back(entry + k);
-        for (const std::string &e : extra)
-            l.push_back(entry + e);
         return l;
     };
-    auto plus_index = [&](const std::string &entry) { return with(entry, {"/index = " + IX, "/metric = 5"}); };
-    auto metric_30 = [&](const std::string &entry) { return with(entry, {"/index = " + IX, "/metric = 30"}); };
     return {
         {"InterfaceAddedToAddress", "default", plus_index(addr_entry("10.0.0.1")),
          {"/interface-ref/config/interface = GigabitEthernet0/0/0/1"},
@@ -229,12 +225,12 @@ std::vector<ChangeCase> change_cases()
          plus_index(both_entry("GigabitEthernet0/0/0/1", "10.0.0.1")), false},
         {"SameInterfaceWithAMetric", "red", plus_index(if_entry("GigabitEthernet0/0/0/1")),
          {"/interface-ref/config/interface = GigabitEthernet0/0/0/1", "/config/metric = 30"},
-         metric_30(if_entry("GigabitEthernet0/0/0/1")), false},
+         plus_index(if_entry("GigabitEthernet0/0/0/1"), "30"), false},
         {"SameAddressWithAMetric", "red", plus_index(addr_entry("10.0.0.1")),
-         {"/config/next-hop = 10.0.0.1", "/config/metric = 30"}, metric_30(addr_entry("10.0.0.1")), false},
+         {"/config/next-hop = 10.0.0.1", "/config/metric = 30"}, plus_index(addr_entry("10.0.0.1"), "30"), false},
         {"MetricAloneRewritesTheMetric", "default", plus_index(addr_entry("10.0.0.1")),
          {"/config/metric = 30"},
-         metric_30(addr_entry("10.0.0.1")), false},
+         plus_index(addr_entry("10.0.0.1"), "30"), false},
         {"SubinterfaceDeleteDropsTheSuffix", "default", plus_index(if_entry("Bundle1.5")),
          {"/interface-ref/config/subinterface (delete)"},
          plus_index(if_entry("Bundle1")), true},
