@@ -473,6 +473,10 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         std::sort(want.begin(), want.end());
         EXPECT_EQ(h.out_lines(), want);
         EXPECT_EQ(h.user_msg(), r.msg);
+        prepare(r.kind, r.facts); /* an output nothing can be added to: the last addition's failure is the result */
+        zidl_yfw_datatree foreign = {};
+        h.enter(n);
+        EXPECT_EQ(r.leaf ? r.leaf(h.ctx, n, &foreign) : r.cont(h.ctx, n, 0, &foreign), want.empty() ? r.rc : YFW_RC_MAP_FAILED);
         h.reset();
         EXPECT_EQ(watch.grown(), 0);
     }
