@@ -382,6 +382,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb interface = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_interface;
     const LeafCb subinterface = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_subinterface;
     const LeafCb settag = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_settag;
+    const LeafCb tag = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_config_settag_v2;
     const LeafCb description = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_description;
     const LeafCb prefix_key = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_static_prefix;
     const LeafCb config_prefix = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_prefix;
@@ -416,6 +417,8 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
          {red_leaf(true, "if", "/interface-name"), red_leaf(true, "ifaddr", "/interface-name"),
           red_leaf(false, "if", "/interface-name"), red_leaf(false, "ifaddr", "[interface-name=5]")}},
         {"interface set with neither interface nor next hop", interface, statics, YFW_REQ_EDIT, "", "Gi0", {}, YFW_RC_INVALID_REQUEST,
+         "Invalid request to get path"},
+        {"tag set with neither interface nor next hop", tag, statics, YFW_REQ_EDIT, "", "5", {}, YFW_RC_INVALID_REQUEST,
          "Invalid request to get path"},
         {"subinterface without interface", subinterface, statics, YFW_REQ_EDIT, "", "5", {}, YFW_RC_INVALID_REQUEST,
          "Invalid request"},
