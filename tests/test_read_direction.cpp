@@ -77,18 +77,19 @@ TEST_F(ReadRequest, NewNextHopIsAskedForWithTheRouteDescription)
 {
     const struct {
         uint32_t op;
-        const char *description, *tag;
+        const char *description, *tag, *metric;
         cerrno rc; /* not 0: on an output that takes nothing */
         const char *msg;
-    } cases[] = {{YFW_REQ_READ, "d", "", 0, ""}, {YFW_REQ_EDIT, "d", "", 0, ""}, {YFW_REQ_READ, "", "", 0, ""},
-                 {YFW_REQ_EDIT, "d", "", YFW_RC_MAP_FAILED, ""},
-                 {YFW_REQ_READ, "", "5", YFW_RC_INVALID_REQUEST, "set-tag configuration is failed"}};
+    } cases[] = {{YFW_REQ_READ, "d", "", nullptr, 0, ""}, {YFW_REQ_EDIT, "d", "", nullptr, 0, ""}, {YFW_REQ_READ, "", "", nullptr, 0, ""},
+                 {YFW_REQ_EDIT, "d", "", nullptr, YFW_RC_MAP_FAILED, ""},
+                 {YFW_REQ_EDIT, "d", "", "7", YFW_RC_INVALID_REQUEST, "Invalid request"}, /* the route attributes */
+                 {YFW_REQ_READ, "", "5", nullptr, YFW_RC_INVALID_REQUEST, "set-tag configuration is failed"}};
     for (const auto &c : cases) {
         ocni_route_common_data *rec = record(c.op, "x");
         snprintf(rec->description_in, sizeof rec->description_in, "%s", c.description);
         snprintf(rec->set_tag, sizeof rec->set_tag, "%s", c.tag);
         const std::string at = st("default", "10.1.0.0/16") + "/next-hops/next-hop[index=x]";
-        TreePtr oc = build_tree(at + "/config/next-hop = 10.0.0.1", OCNI_NS_OC_NI);
+        TreePtr oc = build_tree(at + "/config/next-hop = 10.0.0.1\n" + (c.metric ? at + "/config/metric = " + c.metric : ""), OCNI_NS_OC_NI);
         zidl_yfw_datatree foreign = {};
         h.enter(tree_find(oc.get(), at.c_str()));
         EXPECT_EQ(callback<LeafCb>("ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_nexthops_nexthop")(
