@@ -81,7 +81,6 @@ TEST_F(ReadRequest, NewNextHopIsAskedForWithTheRouteDescription)
         cerrno rc; /* not 0: on an output that takes nothing */
         const char *msg;
     } cases[] = {{YFW_REQ_READ, "d", "", nullptr, 0, ""}, {YFW_REQ_EDIT, "d", "", nullptr, 0, ""}, {YFW_REQ_READ, "", "", nullptr, 0, ""},
-                 {YFW_REQ_EDIT, "d", "", nullptr, YFW_RC_MAP_FAILED, ""},
                  {YFW_REQ_EDIT, "d", "", "7", YFW_RC_INVALID_REQUEST, "Invalid request"}, /* the route attributes */
                  {YFW_REQ_READ, "", "5", nullptr, YFW_RC_INVALID_REQUEST, "set-tag configuration is failed"}};
     for (const auto &c : cases) {
