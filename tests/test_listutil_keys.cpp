@@ -42,7 +42,6 @@ protected:
         return tree_find(tree_.get(), (std::string(NI_LIST) + "[name=red]/protocols/protocol[identifier=" + id +
                                        "][name=" + name + "]").c_str());
     }
-    /* A tree whose list /a/item holds k=1 in OCNI_NS_OC_NI's module and k=2 in `other_ns`, or the reverse. */
 
     TreePtr tree_;
     zidl_yfw_datatree *found = nullptr;

@@ -69,57 +69,42 @@ protected:
 
 /* --- What an OpenConfig read of a next hop asks the native side for --- */
 
-TEST_F(ReadRequest, NextHopLeafReadAsksForTheStoredEntrysNativeKey)
-{
-    const std::string t = "/router-static/default-vrf/address-family/vrfipv4" + VP + TBL;
-    const struct {
-        const char *name, *interface, *address;
-        bool whole_vrf; /* the request names the instance, not one next hop */
-        Lines want;
-    } rows[] = {
-        {"interface", "Gi0", nullptr, false, {t + "vrf-next-hop-interface-name[interface-name=Gi0]"}},
-        {"interface and address", "Gi0", "10.0.0.1", false, {t + "vrf-next-hop-interface-name-next-hop-address[next-hop-address=10.0.0.1]"}},
-        {"address", nullptr, "10.0.0.1", false, {t + "vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]"}},
-        {"whole instance", nullptr, nullptr, true, {t + "vrf-next-hop-interface-name-next-hop-address/next-hop-address",
-                                                    t + "vrf-next-hop-interface-name/interface-name",
-                                                    t + "vrf-next-hop-next-hop-address/next-hop-address"}},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.name);
-        ocni_route_common_data *rec = record(YFW_REQ_READ, r.whole_vrf ? nullptr : "1");
-        h.rc->vrf_path_flag = r.whole_vrf ? 1 : 0;
-        rec->native_has_interface = r.interface != nullptr;
-        rec->native_has_address = r.address != nullptr;
-        snprintf(rec->native_interface, sizeof rec->native_interface, "%s", r.interface ? r.interface : "");
-        snprintf(rec->native_address, sizeof rec->native_address, "%s", r.address ? r.address : "");
-        TreePtr oc = build_tree("/config/next-hop", OCNI_NS_OC_NI);
-        EXPECT_EQ(h.call(callback<LeafCb>("ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_nexthop"),
-                         tree_find(oc.get(), "/config/next-hop")),
-                  0u);
-        EXPECT_EQ(h.out_lines(), sorted(r.want));
-    }
-}
-
-/* A next hop the store lacks: a read asks for its entry, and for a route description of every next-hop table; an edit writes the description with the entry. */
+/*
+ * A next hop the store lacks: a read asks for its entry, and for a route description of every next-hop table; an edit
+ * writes the description with the entry. On an output nothing can be added to, the failure is reported.
+ */
 TEST_F(ReadRequest, NewNextHopIsAskedForWithTheRouteDescription)
 {
-    const std::pair<uint32_t, const char *> cases[] = {{YFW_REQ_READ, "d"}, {YFW_REQ_EDIT, "d"}, {YFW_REQ_READ, ""}};
-    for (const auto &[op, description] : cases) {
-        ocni_route_common_data *rec = record(op, "x");
-        snprintf(rec->description_in, sizeof rec->description_in, "%s", description);
-        TreePtr oc = build_tree(st("default", "10.1.0.0/16") + "/next-hops/next-hop[index=x]/config/next-hop = 10.0.0.1", OCNI_NS_OC_NI);
-        EXPECT_EQ(h.call(callback<LeafCb>("ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_nexthops_nexthop"),
-                         tree_find(oc.get(), (st("default", "10.1.0.0/16") + "/next-hops/next-hop[index=x]").c_str())),
-                  0u) << h.user_msg();
+    const struct {
+        uint32_t op;
+        const char *description, *tag, *metric;
+        cerrno rc; /* not 0: on an output that takes nothing */
+        const char *msg;
+    } cases[] = {{YFW_REQ_READ, "d", "", nullptr, 0, ""}, {YFW_REQ_EDIT, "d", "", nullptr, 0, ""}, {YFW_REQ_READ, "", "", nullptr, 0, ""},
+                 {YFW_REQ_EDIT, "d", "", "7", YFW_RC_INVALID_REQUEST, "Invalid request"}, /* the route attributes */
+                 {YFW_REQ_READ, "", "5", nullptr, YFW_RC_INVALID_REQUEST, "set-tag configuration is failed"}};
+    for (const auto &c : cases) {
+        ocni_route_common_data *rec = record(c.op, "x");
+        snprintf(rec->description_in, sizeof rec->description_in, "%s", c.description);
+        snprintf(rec->set_tag, sizeof rec->set_tag, "%s", c.tag);
+        const std::string at = st("default", "10.1.0.0/16") + "/next-hops/next-hop[index=x]";
+        TreePtr oc = build_tree(at + "/config/next-hop = 10.0.0.1\n" + (c.metric ? at + "/config/metric = " + c.metric : ""), OCNI_NS_OC_NI);
+        zidl_yfw_datatree foreign = {};
+        h.enter(tree_find(oc.get(), at.c_str()));
+        EXPECT_EQ(callback<LeafCb>("ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_nexthops_nexthop")(
+                      h.ctx, tree_find(oc.get(), at.c_str()), c.rc ? &foreign : h.out),
+                  c.rc);
+        EXPECT_EQ(h.user_msg(), c.msg);
         const std::string t = "/router-static/default-vrf/address-family/vrfipv4" + VP + TBL, t6 = subst(t, "ipv4", "ipv6");
-        const Lines want = op == YFW_REQ_EDIT ? Lines{t + "vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]/description = d (none)"}
-            : description[0] == '\0' ? Lines{t + "vrf-next-hop-next-hop-address (none)"}
+        const Lines want = c.rc ? Lines{}
+            : c.op == YFW_REQ_EDIT ? Lines{t + "vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]/description = d (none)"}
+            : c.description[0] == '\0' ? Lines{t + "vrf-next-hop-next-hop-address (none)"}
             : Lines{t + "vrf-next-hop-interface-name-next-hop-address/description", t + "vrf-next-hop-interface-name/description",
                     t + "vrf-next-hop-next-hop-address/description", t6 + "vrf-next-hop-interface-name-next-hop-address/description",
                     t6 + "vrf-next-hop-interface-name/description", t6 + "vrf-next-hop-next-hop-address/description"};
         Lines got;
         for (const std::string &l : h.out_lines())
-            if (l.find("/description") != std::string::npos || description[0] == '\0')
+            if (l.find("/description") != std::string::npos || c.description[0] == '\0')
                 got.push_back(l);
         EXPECT_EQ(got, want);
     }

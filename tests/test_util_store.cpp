@@ -14,6 +14,7 @@
 #include "host/store_layout.h"
 #include "host_fixture.h"
 #include "tree_builder.h"
+#include "ymap_ocni_openconfig_local_routing_man.h"
 #include "ymap_ocni_openconfig_local_routing_man_util.h"
 
 using namespace ocni::test;
@@ -185,6 +186,26 @@ TEST_F(IndexLookup, GeneratedIndexLoadsCliEntriesOrJudgesTheRequest)
         EXPECT_EQ(log_has(trc(head + (stored ? " rejected, as it contains ## at start & end& invalid nexthop data"
                                              : " rejected, as it contains ## at start & end"))),
                   r.outcome == REJECTED);
+    }
+}
+
+/* A stored next hop on an output nothing can be added to: a read or a delete reports the failed addition, a follow-up its refusal. */
+TEST_F(IndexLookup, StoredNextHopOnAnOutputThatTakesNothing)
+{
+    seed(nh("10.0.0.0", 24, "", "10.0.0.1", "1"));
+    const struct { uint32_t kind; std::string lines; cerrno rc; const char *msg; } rows[] = {
+        {YFW_REQ_READ, "/config/index = 1", YFW_RC_MAP_FAILED, ""}, {YFW_REQ_EDIT, " (delete)", YFW_RC_MAP_FAILED, ""},
+        {YFW_REQ_EDIT, "/config/next-hop = 10.0.0.1", YFW_RC_INVALID_REQUEST, "description configuration is failed"}};
+    for (const auto &r : rows) {
+        h.reset(r.kind), h.set_vrf("default");
+        h.rc->common_data_ptr = rec = static_cast<ocni_route_common_data *>(wos_named_calloc_(sizeof *rec, 1, OCNI_TAG_MAP));
+        route("10.0.0.0/24"), snprintf(rec->description_in, sizeof rec->description_in, "d");
+        tree = build_tree("/next-hops/next-hop[index=1]" + r.lines + "\n", OCNI_NS_OC_NI);
+        const zidl_yfw_datatree *e = host::tree_find(tree.get(), "/next-hops/next-hop[index=1]");
+        zidl_yfw_datatree foreign = {};
+        h.enter(e);
+        EXPECT_EQ(ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_nexthops_nexthop(h.ctx, e, &foreign), r.rc) << r.lines;
+        EXPECT_EQ(h.user_msg(), r.msg);
     }
 }
 

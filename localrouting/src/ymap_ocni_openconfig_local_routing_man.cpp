@@ -1591,7 +1591,6 @@ cerrno settag_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_datatr
     REC_OR_RETURN(id, ctx, rec);
 
     if (in->value != NULL) {
-        memset(rec->set_tag, 0, sizeof rec->set_tag);
         cut_printf(rec->set_tag, sizeof rec->set_tag, "%.20s", in->value);
         normalise_tag(rec->set_tag, sizeof rec->set_tag);
     }
@@ -1721,7 +1720,6 @@ cerrno description_leaf(const ocni_cb_id &id, yfw_map_ctx *ctx, const zidl_yfw_d
             ocni_set_user_msg(ctx, DESC_TOO_LONG);
             OCNI_CB_RETURN(id, ctx, YFW_RC_INVALID_REQUEST);
         }
-        memset(rec->description_in, 0, sizeof rec->description_in);
         cut_printf(rec->description_in, DESC_MAX + 1, "%s", native);
     }
 

@@ -172,9 +172,6 @@ cerrno ocni_yfw_ipstatic_init(void)
     rc = _sysdb_bind(&ocni_ip_static_sysdb_connid, k_static_root, SYSDB_BIND_MODE_RW);
     if (rc != YFW_RC_OK)
         return rc;
-    rc = check_sysdb_lib();
-    if (rc != YFW_RC_OK)
-        return rc;
     return _sysdb_bind(&ocni_ip_static_rsi_sysdb_connid, k_rsi_root, SYSDB_BIND_MODE_RW);
 }
 
