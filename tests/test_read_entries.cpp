@@ -138,11 +138,11 @@ const EntryCase CASES[] = {
          "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.6]/index = dup\n",
      {nh("dup") + "/config/next-hop = 192.0.2.5", nh("##192.0.2.6##") + "/config/next-hop = 192.0.2.6"},
      {}, {}, {"next hop ##192.0.2.6## of 10.1.0.0/16 in network instance default: index \"dup\" is taken"}},
-    {"IndexesWithBracketsGetTheirState",
-     V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.7]/index = a]b\n" + V4 +
-         "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.8]/index = [v]\n",
-     {nh("'a]b'") + "/config/index = a]b", nh("'[v]'") + "/config/index = [v]"},
-     {nh("'a]b'") + "/state/next-hop = 192.0.2.7"}, {}, {}},
+    {"IndexesWithBracketsOrAFirstLetterApartGetTheirState",
+     V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.7]/index = a]b\n" + V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.8]/index = [v]\n" +
+         V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.6]/index = b]b\n",
+     {nh("'a]b'") + "/config/next-hop = 192.0.2.7", nh("'b]b'") + "/config/next-hop = 192.0.2.6", nh("'[v]'") + "/config/index = [v]"},
+     {}, {}, {}},
 };
 
 class StoredEntries : public WalkerFixture, public ::testing::WithParamInterface<EntryCase> {};
