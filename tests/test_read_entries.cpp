@@ -57,10 +57,10 @@ const std::string PLAIN_SEED =
           "vrf-next-hop-table/vrf-next-hop-next-hop-address[next-hop-address=192.0.2.9]/metric = 3\n";
 const std::string PLAIN = oc_static_routes("default") + "/static[prefix=10.9.0.0/16]/next-hops/next-hop[index=##192.0.2.9##]";
 
-const std::string IF95 = "Gi" + std::string(88, 'x') + "0/0/1"; /* interface part of a 97-character name */
+const std::string IF99 = "Gi" + std::string(92, 'x') + "0/0/1"; /* 99 characters: the read keeps it whole */
 const std::string ADDR38 = "2001:db8:aaaa:bbbb:cccc:dddd:eeee:ffff";
 /* "##<interface>.7##<address>##" cut to the 128 characters an index holds. */
-const std::string LONG_INDEX = ("##" + IF95 + ".7##" + ADDR38 + "##").substr(0, 128);
+const std::string LONG_INDEX = ("##" + IF99 + ".7##" + ADDR38 + "##").substr(0, 128);
 
 struct EntryCase {
     const char *name;
@@ -113,10 +113,10 @@ const EntryCase CASES[] = {
      {"Gi0/0/0/3", "Gi0/0/0/2", "index=odd", "config/set-tag"},
      {"Gi0/0/0/3.abc of 10.1.0.0/16 in network instance default left out: subinterface \"abc\"",
       "Gi0/0/0/2.1.2 of 2001:db8::/64 in network instance default left out: subinterface \"1.2\""}},
-    {"IndexCutInConfigIsTheIndexOfState",
-     V6 + "vrf-next-hop-interface-name-next-hop-address[interface-name=" + IF95 + ".7][next-hop-address=" +
+    {"IndexCutInConfigIsTheIndexOfStateAndInterfaceIsWhole",
+     V6 + "vrf-next-hop-interface-name-next-hop-address[interface-name=" + IF99 + ".7][next-hop-address=" +
          ADDR38 + "]/metric = 2\n",
-     {nh(LONG_INDEX, ST6) + "/config/index = " + LONG_INDEX},
+     {nh(LONG_INDEX, ST6) + "/config/index = " + LONG_INDEX, nh(LONG_INDEX, ST6) + "/interface-ref/config/interface = " + IF99},
      {nh(LONG_INDEX, ST6) + "/state/metric = 2"}, {}, {}},
     {"UnderscoresInNamesKeepStateOnTheConfiguredEntry",
      V4 + "vrf-next-hop-interface-name[interface-name=tunnel_te1.2]/index = my_idx\n",
