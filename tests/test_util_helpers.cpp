@@ -206,6 +206,7 @@ TEST_F(HostFixture, RouteAttributesBecomeTheLeavesOfTheEntry)
         for (const std::string &l : r.want)
             EXPECT_STREQ(h.out_node(l.substr(0, l.find(" = ")))->ns, OCNI_NS_NATIVE) << l;
     }
+    EXPECT_EQ(ocni_set_metadata_path(nullptr, h.ctx, h.out), YFW_RC_NO_COMMON_DATA); /* a record, but no entry */
 }
 /* ------------------------------------------------------------------ */
 /* Next-hop checks                                                     */
