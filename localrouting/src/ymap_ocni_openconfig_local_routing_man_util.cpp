@@ -421,10 +421,10 @@ const char *family_part(uint32_t is_ipv4)
 }
 
 /* base + family + tail into a 250-byte buffer */
-void compose(const char *caller, char *buf, const char *vrf, uint32_t is_ipv4, const char *tail)
+void compose(const char *caller, char *buf, const char *vrf, bool v4, const char *tail)
 {
     yfw_strncpy_s(caller, buf, OCNI_PATH_LEN, vrf_base(vrf), OCNI_PATH_LEN - 1);
-    yfw_strcat_s(caller, buf, OCNI_PATH_LEN, family_part(is_ipv4));
+    yfw_strcat_s(caller, buf, OCNI_PATH_LEN, family_part(v4));
     yfw_strcat_s(caller, buf, OCNI_PATH_LEN, tail);
 }
 
@@ -480,8 +480,8 @@ void ocni_fill_path_for_null_prefix(yfw_map_ctx *ctx, char *buf_v4, char *buf_v6
     const char *vrf = ocni_vrf_name(ctx);
     if (vrf == NULL)
         return;
-    compose(__func__, buf_v4, vrf, 1, k_prefix_list);
-    compose(__func__, buf_v6, vrf, 0, k_prefix_list);
+    compose(__func__, buf_v4, vrf, true, k_prefix_list);
+    compose(__func__, buf_v6, vrf, false, k_prefix_list);
 }
 
 cerrno ocni_get_mapping_path_name(yfw_map_ctx *ctx, uint32_t is_ipv4, uint32_t has_next_hop,
