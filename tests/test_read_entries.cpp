@@ -116,8 +116,7 @@ const EntryCase CASES[] = {
     {"IndexCutInConfigIsTheIndexOfStateAndInterfaceIsWhole",
      V6 + "vrf-next-hop-interface-name-next-hop-address[interface-name=" + IF99 + ".7][next-hop-address=" +
          ADDR38 + "]/metric = 2\n",
-     {nh(LONG_INDEX, ST6) + "/config/index = " + LONG_INDEX, nh(LONG_INDEX, ST6) + "/interface-ref/config/interface = " + IF99},
-     {nh(LONG_INDEX, ST6) + "/state/metric = 2"}, {}, {}},
+     {nh(LONG_INDEX, ST6) + "/config/index = " + LONG_INDEX, nh(LONG_INDEX, ST6) + "/interface-ref/config/interface = " + IF99}, {}, {}, {}},
     {"UnderscoresInNamesKeepStateOnTheConfiguredEntry",
      V4 + "vrf-next-hop-interface-name[interface-name=tunnel_te1.2]/index = my_idx\n",
      {nh("my_idx") + "/interface-ref/config/interface = tunnel_te1"},

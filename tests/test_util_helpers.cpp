@@ -332,7 +332,7 @@ protected:
     void prepare(uint32_t kind, const std::string &facts)
     {
         h.reset(kind);
-        h.set_vrf("red");
+        h.set_vrf(facts.find("novrf") == std::string::npos ? "red" : nullptr);
         std::istringstream in(facts);
         bool norec = false, v6 = false, noprefix = false;
         std::vector<std::string> words;
@@ -417,6 +417,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
          "if idx", "5",
          {red_leaf(true, "if", "/interface-name"), red_leaf(true, "ifaddr", "/interface-name"),
           red_leaf(false, "if", "/interface-name"), red_leaf(false, "ifaddr", "[interface-name=5]")}},
+        {"subinterface read without a network instance: nothing asked", subinterface, statics, YFW_REQ_READ, "if novrf", "5", {}},
         {"interface set with neither interface nor next hop", interface, statics, YFW_REQ_EDIT, "", "Gi0", {}, YFW_RC_INVALID_REQUEST,
          "Invalid request to get path"},
         {"tag set with neither interface nor next hop", tag, statics, YFW_REQ_EDIT, "", "5", {}, YFW_RC_INVALID_REQUEST,
