@@ -167,12 +167,12 @@ protected:
     BindingIndex index_{Model::Operational};
 };
 
-/* Empty set-tag and description write an empty leaf; empty interface and bfd write nothing. */
+/* Empty set-tag and description write an empty leaf; empty interface and bfd write nothing; no metric, no value. */
 TEST_P(StateRead, EmptyValues)
 {
-    walk(RT + "/static-routes-state/set-tag = \n" + RT + "/static-routes-state/description = \n" + NH +
-         "/interface-ref/state/interface = \n" + NH + "/interface-ref/state/subinterface = \n" + NH + "/enable-bfd/state/enabled = \n");
-    EXPECT_EQ(h.out_lines(), expect({OC + "/state/description = ", OC + "/state/set-tag = ", OC_NH}));
+    walk(RT + "/static-routes-state/set-tag = \n" + RT + "/static-routes-state/description = \n" + NH + "/interface-ref/state/interface = \n" +
+         NH + "/interface-ref/state/subinterface = \n" + NH + "/enable-bfd/state/enabled = \n" + NH + "/state/metric\n");
+    EXPECT_EQ(h.out_lines(), expect({OC + "/state/description = ", OC + "/state/set-tag = ", OC_NH + "/state/metric"}));
     EXPECT_EQ(failed, "");
 }
 
