@@ -66,6 +66,9 @@ const size_t SUBIF_MAX = 9;
 /* Leaf members                                                        */
 /* ------------------------------------------------------------------ */
 
+/* Operational keys a member reads. */
+enum : uint8_t { KEY_NI = 1, KEY_PREFIX = 2, KEY_INDEX = 4 };
+
 enum class oc_entry : uint8_t { STATIC, NEXT_HOP };
 
 /* Which text keys the OpenConfig entry. */
@@ -91,6 +94,7 @@ enum class leaf_when : uint8_t {
 };
 
 struct leaf_member {
+    uint8_t keys;       /* KEY_* read from the operational entry */
     bool needs_in;      /* `in` is checked together with `out` */
     oc_entry entry;
     entry_key key_from;
@@ -114,43 +118,45 @@ enum leaf_row {
     REV_ROWS
 };
 
+const uint8_t KEYS_NH = KEY_NI | KEY_PREFIX | KEY_INDEX;
+
 /*
  * One row per leaf_row, in that order. The static-route key and the
  * next-hop key write no leaf: they only make the entries.
  */
 const leaf_member LEAF_MEMBERS[] = {
     /* REV_STATIC_KEY */
-    {true, oc_entry::STATIC, entry_key::OWN_VALUE,
+    {KEY_NI, true, oc_entry::STATIC, entry_key::OWN_VALUE,
      NULL, leaf_value::NONE, leaf_when::ALWAYS},
     /* REV_NH_KEY */
-    {false, oc_entry::NEXT_HOP, entry_key::OWN_VALUE,
+    {KEYS_NH, false, oc_entry::NEXT_HOP, entry_key::OWN_VALUE,
      NULL, leaf_value::NONE, leaf_when::ALWAYS},
     /* REV_NH_INDEX */
-    {false, oc_entry::NEXT_HOP, entry_key::OWN_VALUE,
+    {KEYS_NH, false, oc_entry::NEXT_HOP, entry_key::OWN_VALUE,
      "/state/index", leaf_value::INDEX, leaf_when::ALWAYS},
     /* REV_NH_NEXTHOP */
-    {true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/state/next-hop", leaf_value::AS_IS, leaf_when::NOT_IDENTITY},
     /* REV_NH_METRIC */
-    {true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/state/metric", leaf_value::AS_IS, leaf_when::ALWAYS},
     /* REV_NH_INTERFACE */
-    {false, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, false, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/interface-ref/state/interface", leaf_value::INTERFACE, leaf_when::NOT_EMPTY},
     /* REV_NH_SUBINTERFACE */
-    {true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/interface-ref/state/subinterface", leaf_value::SUBINTERFACE, leaf_when::NOT_EMPTY},
     /* REV_NH_ENABLE_BFD */
-    {true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/enable-bfd/state/enabled", leaf_value::AS_IS, leaf_when::NOT_EMPTY},
     /* REV_ST_PREFIX */
-    {true, oc_entry::STATIC, entry_key::OWN_VALUE,
+    {KEY_NI, true, oc_entry::STATIC, entry_key::OWN_VALUE,
      "/state/prefix", leaf_value::ENTRY_KEY, leaf_when::ALWAYS},
     /* REV_ST_SETTAG */
-    {true, oc_entry::STATIC, entry_key::OPER_KEY,
+    {KEY_NI | KEY_PREFIX, true, oc_entry::STATIC, entry_key::OPER_KEY,
      "/state/set-tag", leaf_value::AS_IS, leaf_when::PRESENT},
     /* REV_ST_DESCRIPTION */
-    {true, oc_entry::STATIC, entry_key::OPER_KEY,
+    {KEY_NI | KEY_PREFIX, true, oc_entry::STATIC, entry_key::OPER_KEY,
      "/state/description", leaf_value::AS_IS, leaf_when::PRESENT},
 };
 
@@ -168,11 +174,10 @@ struct oper_keys {
 };
 
 /*
- * Reads the keys of the current operational entry; the key of a list the
- * entry is not inside is NULL. The network instance is "default" whenever
- * the answer names none.
+ * Reads the keys `which` of the current operational entry. The network
+ * instance is "default" whenever the answer names none.
  */
-void read_oper_keys(yfw_map_ctx *ctx, const oper_family &fam, oper_keys &keys)
+void read_oper_keys(yfw_map_ctx *ctx, const oper_family &fam, uint8_t which, oper_keys &keys)
 {
     static char default_vrf[] = "default";
 
@@ -181,11 +186,15 @@ void read_oper_keys(yfw_map_ctx *ctx, const oper_family &fam, oper_keys &keys)
     keys.index = NULL;
     if (ctx == NULL) /* left to the context assertion that follows */
         return;
-    (void)yfw_map_get_node_info(ctx, fam.ni_list, "name", &keys.vrf);
-    if (keys.vrf == NULL)
-        keys.vrf = default_vrf;
-    (void)yfw_map_get_node_info(ctx, fam.static_list, "prefix", &keys.prefix);
-    (void)yfw_map_get_node_info(ctx, fam.nh_list, "index", &keys.index);
+    if (which & KEY_NI) {
+        (void)yfw_map_get_node_info(ctx, fam.ni_list, "name", &keys.vrf);
+        if (keys.vrf == NULL)
+            keys.vrf = default_vrf;
+    }
+    if (which & KEY_PREFIX)
+        (void)yfw_map_get_node_info(ctx, fam.static_list, "prefix", &keys.prefix);
+    if (which & KEY_INDEX)
+        (void)yfw_map_get_node_info(ctx, fam.nh_list, "index", &keys.index);
 }
 
 /* Makes sure the static entry of the operational prefix `prefix` exists. */
@@ -350,7 +359,7 @@ cerrno rev_leaf(const ocni_cb_id &id, const oper_family &fam, const leaf_member 
     if (conv_len != 0)
         convert_copy(in_value, converted, conv_len);
 
-    read_oper_keys(ctx, fam, keys);
+    read_oper_keys(ctx, fam, m.keys, keys);
     /* The next-hop key is converted where it lies, for the later leaves of the entry too. */
     if (m.entry == oc_entry::NEXT_HOP && m.key_from == entry_key::OPER_KEY)
         ocni_get_external_ifname(keys.index);
