@@ -84,9 +84,10 @@ TEST(Trace, LevelsSlotsCutAndResultTexts)
     EXPECT_EQ(capped.texts(), (Lines{"one"}));
     EXPECT_EQ(capped.dropped(), 1u);
 
-    EXPECT_STREQ(cerr_strerror(0), "Success");
-    EXPECT_STREQ(cerr_strerror(SYSDB_RC_NOT_FOUND), "Not found");
-    EXPECT_STREQ(cerr_strerror(0x12345678u), "Unknown error");
+    const std::pair<cerrno, std::string> texts[] = {{0, "Success"}, {YFW_RC_MAP_FAILED, "Mapping failed"}, {YFW_RC_INVALID_REQUEST, "Invalid request"},
+        {YFW_RC_NODE_EXISTS, "Node already exists"}, {YFW_RC_NO_MEMORY, "Out of memory"}, {YFW_RC_NOT_APPLICABLE, "Not applicable"}, {YFW_RC_NO_COMMON_DATA, "No common data"},
+        {SYSDB_RC_NOT_FOUND, "Not found"}, {SYSDB_RC_INVALID_ARG, "Invalid argument"}, {SYSDB_RC_FAILED, "Store failure"}, {0x8081c200u, "Initialisation failed"}, {0x12345678u, "Unknown error"}};
+    for (const auto &t : texts) EXPECT_EQ(cerr_strerror(t.first), t.second);
 }
 
 class FrameworkOps : public HostFixture {};
