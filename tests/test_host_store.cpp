@@ -378,10 +378,11 @@ TEST(StoreScope, LookupsReadTheScopesSnapshotAndFailOutsideAny)
     {
         TxnScope scope(snap.get());
         ASSERT_EQ(store_add_vrf("blue"), YFW_RC_OK); /* committed after the snapshot */
-        auto listed = [&](const char *pattern) { cerrno rc = sysdb_datalist(rsi, "vrf/", pattern, &count, nullptr, 0); return rc ? rc : count; };
-        EXPECT_EQ(listed(""), 1u) << "red, and not blue";
-        EXPECT_EQ(listed("b.*|x"), 0u) << "a listing's pattern is an expression over the names";
-        EXPECT_EQ(listed("("), SYSDB_RC_INVALID_ARG);
+        auto listed = [&](const char *pattern) { sysdb_datalist_t *l = nullptr; cerrno rc = sysdb_datalist(rsi, "vrf/", pattern, &count, &l, 0);
+            std::string s = std::to_string(rc ? rc : count); for (const Listed &i : drain(l)) s += " " + i.path; return s; };
+        EXPECT_EQ(listed(""), "1 /cfg/gl/rsi/vrf/red/") << "red, and not blue";
+        EXPECT_EQ(listed("b.*|x"), "0") << "a listing's pattern is an expression over the names";
+        EXPECT_EQ(listed("("), std::to_string(SYSDB_RC_INVALID_ARG));
     }
     EXPECT_EQ(TxnScope::current(), nullptr);
     store_reset();
