@@ -301,7 +301,7 @@ public:
         else if (t)
             mdb_txn_abort(t);
         if (rc != 0) {
-            err = "store " + dir + ": " + mdb_strerror(rc);
+            err = mdb_strerror(rc); /* the caller names the store, as for every other failure here */
             return false;
         }
         max_key_ = static_cast<size_t>(mdb_env_get_maxkeysize(env_));
