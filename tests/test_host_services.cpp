@@ -49,8 +49,8 @@ TEST(BoundedStrings, CutNeverOverflow)
     EXPECT_STREQ(buf, "123");
     EXPECT_EQ(yfw_strncpy_s("t", buf, sizeof buf, nullptr, 3), 1);
     EXPECT_STREQ(buf, "");
-    EXPECT_EQ(yfw_strcpy_s("t", nullptr, 4, "a"), 1);
-    EXPECT_EQ(yfw_strcpy_s("t", buf, 0, "a"), 1);
+    for (int rc : {yfw_strcpy_s("t", nullptr, 4, "a"), yfw_strcpy_s("t", buf, 0, "a"), yfw_strcat_s("t", nullptr, 4, "a"), yfw_strcat_s("t", buf, 0, "a")})
+        EXPECT_EQ(rc, 1) << "a missing or empty destination is refused";
     char unterminated[4] = {'a', 'b', 'c', 'd'};
     EXPECT_EQ(yfw_strcat_s("t", unterminated, sizeof unterminated, "e"), 1);
     EXPECT_EQ(unterminated[3], '\0');
