@@ -96,6 +96,7 @@ enum class leaf_when : uint8_t {
 struct leaf_member {
     uint8_t keys;       /* KEY_* read from the operational entry */
     bool needs_in;      /* `in` is checked together with `out` */
+    size_t conv_len;    /* non-zero: the value is converted into a buffer this big */
     oc_entry entry;
     entry_key key_from;
     const char *leaf;   /* relative to the entry; NULL with leaf_value::NONE */
@@ -126,37 +127,37 @@ const uint8_t KEYS_NH = KEY_NI | KEY_PREFIX | KEY_INDEX;
  */
 const leaf_member LEAF_MEMBERS[] = {
     /* REV_STATIC_KEY */
-    {KEY_NI, true, oc_entry::STATIC, entry_key::OWN_VALUE,
+    {KEY_NI, true, 0, oc_entry::STATIC, entry_key::OWN_VALUE,
      NULL, leaf_value::NONE, leaf_when::ALWAYS},
     /* REV_NH_KEY */
-    {KEYS_NH, false, oc_entry::NEXT_HOP, entry_key::OWN_VALUE,
+    {KEYS_NH, false, INDEX_BUF_LEN, oc_entry::NEXT_HOP, entry_key::OWN_VALUE,
      NULL, leaf_value::NONE, leaf_when::ALWAYS},
     /* REV_NH_INDEX */
-    {KEYS_NH, false, oc_entry::NEXT_HOP, entry_key::OWN_VALUE,
+    {KEYS_NH, false, INDEX_BUF_LEN, oc_entry::NEXT_HOP, entry_key::OWN_VALUE,
      "/state/index", leaf_value::INDEX, leaf_when::ALWAYS},
     /* REV_NH_NEXTHOP */
-    {KEYS_NH, true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, true, 0, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/state/next-hop", leaf_value::AS_IS, leaf_when::NOT_IDENTITY},
     /* REV_NH_METRIC */
-    {KEYS_NH, true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, true, 0, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/state/metric", leaf_value::AS_IS, leaf_when::ALWAYS},
     /* REV_NH_INTERFACE */
-    {KEYS_NH, false, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, false, IFNAME_BUF_LEN, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/interface-ref/state/interface", leaf_value::INTERFACE, leaf_when::NOT_EMPTY},
     /* REV_NH_SUBINTERFACE */
-    {KEYS_NH, true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, true, 0, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/interface-ref/state/subinterface", leaf_value::SUBINTERFACE, leaf_when::NOT_EMPTY},
     /* REV_NH_ENABLE_BFD */
-    {KEYS_NH, true, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
+    {KEYS_NH, true, 0, oc_entry::NEXT_HOP, entry_key::OPER_KEY,
      "/enable-bfd/state/enabled", leaf_value::AS_IS, leaf_when::NOT_EMPTY},
     /* REV_ST_PREFIX */
-    {KEY_NI, true, oc_entry::STATIC, entry_key::OWN_VALUE,
+    {KEY_NI, true, 0, oc_entry::STATIC, entry_key::OWN_VALUE,
      "/state/prefix", leaf_value::ENTRY_KEY, leaf_when::ALWAYS},
     /* REV_ST_SETTAG */
-    {KEY_NI | KEY_PREFIX, true, oc_entry::STATIC, entry_key::OPER_KEY,
+    {KEY_NI | KEY_PREFIX, true, 0, oc_entry::STATIC, entry_key::OPER_KEY,
      "/state/set-tag", leaf_value::AS_IS, leaf_when::PRESENT},
     /* REV_ST_DESCRIPTION */
-    {KEY_NI | KEY_PREFIX, true, oc_entry::STATIC, entry_key::OPER_KEY,
+    {KEY_NI | KEY_PREFIX, true, 0, oc_entry::STATIC, entry_key::OPER_KEY,
      "/state/description", leaf_value::AS_IS, leaf_when::PRESENT},
 };
 
@@ -348,16 +349,9 @@ cerrno rev_leaf(const ocni_cb_id &id, const oper_family &fam, const leaf_member 
     const char *in_value = in != NULL ? in->value : NULL;
     oper_keys keys;
 
-    /*
-     * The value is converted first, in a copy: the answer keeps its text. A
-     * next-hop key converts as an index; an interface as an interface name.
-     */
-    const size_t conv_len = m.value == leaf_value::INTERFACE ? IFNAME_BUF_LEN
-                            : m.entry == oc_entry::NEXT_HOP && m.key_from == entry_key::OWN_VALUE
-                                ? INDEX_BUF_LEN
-                                : 0;
-    if (conv_len != 0)
-        convert_copy(in_value, converted, conv_len);
+    /* The value is converted first, in a copy: the answer keeps its text. */
+    if (m.conv_len != 0)
+        convert_copy(in_value, converted, m.conv_len);
 
     read_oper_keys(ctx, fam, m.keys, keys);
     /* The next-hop key is converted where it lies, for the later leaves of the entry too. */
@@ -365,7 +359,7 @@ cerrno rev_leaf(const ocni_cb_id &id, const oper_family &fam, const leaf_member 
         ocni_get_external_ifname(keys.index);
 
     /* A member that converts the value cannot do without it either. */
-    const bool in_required = m.needs_in || conv_len != 0;
+    const bool in_required = m.needs_in || m.conv_len != 0;
     OCNI_CB_BEGIN(id, ctx, out != NULL && (in != NULL || !in_required));
 
     const char *static_key = m.entry == oc_entry::STATIC && m.key_from == entry_key::OWN_VALUE
