@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <regex>
 #include <set>
 #include <string>
@@ -20,6 +21,7 @@
 #include "host_fixture.h"
 #include "tree_builder.h"
 #include "ymap_ocni_openconfig_local_routing_man.h"
+#include "ymap_ocni_openconfig_local_routing_man_util.h"
 #include "ymap_ocni_velmar_orn_qz_ip_static_cfg_man.h"
 
 using namespace ocni::test;
@@ -218,11 +220,21 @@ TEST_F(FrameDeathTest, NullContextFailsTheAssertionNamingFileAndSignature)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     zidl_yfw_datatree *in = leaf();
     zidl_yfw_datatree *out = h.out;
-    EXPECT_DEATH(ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd(nullptr, in, out),
-                 "localrouting/src/ymap_ocni_openconfig_local_routing_man:[0-9]+: "
-                 "[a-z_ ]*ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd\\(yfw_map_ctx ?\\*, "
-                 "const zidl_yfw_datatree ?\\*, zidl_yfw_datatree ?\\*\\): "
-                 "Assertion .NULL != ctx. failed");
+    const std::string tree = "const zidl_yfw_datatree ?\\*", src = "localrouting/src/ymap_ocni_";
+    const struct { std::function<void()> call; std::string where; } rows[] = {
+        {[&] { ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd(nullptr, in, out); },
+         "openconfig_local_routing_man:[0-9]+: [a-z_ ]*ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd\\(yfw_map_ctx ?\\*, " +
+             tree + ", zidl_yfw_datatree ?\\*\\)"},
+        {[&] { ocni_do_index_lookup_on_sysdb(nullptr, in, out); },
+         "openconfig_local_routing_man_util:[0-9]+: [a-z_ ]*ocni_do_index_lookup_on_sysdb\\(yfw_map_ctx ?\\*, " + tree +
+             ", zidl_yfw_datatree ?\\*\\)"},
+        {[&] { ymap_oc_ni_add_vrf_metadata(nullptr, in, "red"); },
+         "velmar_orn_qz_ip_static_cfg_man:[0-9]+: [a-z_ ]*ymap_oc_ni_add_vrf_metadata\\(yfw_map_ctx ?\\*, " + tree + ", const char ?\\*\\)"},
+        {[&] { ymap_oc_ni_add_protocol_static_metadata(nullptr, in, "red"); },
+         "velmar_orn_qz_ip_static_cfg_man:[0-9]+: [a-z_ ]*ymap_oc_ni_add_protocol_static_metadata\\(yfw_map_ctx ?\\*, " + tree +
+             ", const char ?\\*\\)"}};
+    for (const auto &r : rows)
+        EXPECT_DEATH(r.call(), src + r.where + ": Assertion .NULL != ctx. failed");
 }
 
 /* A frame user of this file, to see the macros cut an over-long line. */

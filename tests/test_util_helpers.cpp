@@ -76,7 +76,7 @@ TEST(UtilTexts, NumbersAddressesDescriptionsAndLengths)
         EXPECT_EQ(text, r.out);
     }
     const std::string a64(64, 'a'), s63 = "/" + a64.substr(1);
-    const std::pair<std::string, std::string> internal[] = {{"Gi0/0/0/1", "Gi0_0_0_1"}, {"", "keep"}, {s63, "_" + a64.substr(1)},
+    const std::pair<std::string, std::string> internal[] = {{"Gi0/0/0/1", "Gi0_0_0_1"}, {"", "keep"}, {"/", "_"}, {s63, "_" + a64.substr(1)},
                                                             {a64 + "b", a64}, {s63 + "//", "_" + a64.substr(1)}, {a64 + a64, a64}};
     for (const auto &r : internal) {
         char dst[65] = "keep";
