@@ -218,23 +218,16 @@ using FrameDeathTest = FrameTest;
 TEST_F(FrameDeathTest, NullContextFailsTheAssertionNamingFileAndSignature)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    zidl_yfw_datatree *in = leaf();
-    zidl_yfw_datatree *out = h.out;
-    const std::string tree = "const zidl_yfw_datatree ?\\*", src = "localrouting/src/ymap_ocni_";
-    const struct { std::function<void()> call; std::string where; } rows[] = {
-        {[&] { ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd(nullptr, in, out); },
-         "openconfig_local_routing_man:[0-9]+: [a-z_ ]*ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd\\(yfw_map_ctx ?\\*, " +
-             tree + ", zidl_yfw_datatree ?\\*\\)"},
-        {[&] { ocni_do_index_lookup_on_sysdb(nullptr, in, out); },
-         "openconfig_local_routing_man_util:[0-9]+: [a-z_ ]*ocni_do_index_lookup_on_sysdb\\(yfw_map_ctx ?\\*, " + tree +
-             ", zidl_yfw_datatree ?\\*\\)"},
-        {[&] { ymap_oc_ni_add_vrf_metadata(nullptr, in, "red"); },
-         "velmar_orn_qz_ip_static_cfg_man:[0-9]+: [a-z_ ]*ymap_oc_ni_add_vrf_metadata\\(yfw_map_ctx ?\\*, " + tree + ", const char ?\\*\\)"},
-        {[&] { ymap_oc_ni_add_protocol_static_metadata(nullptr, in, "red"); },
-         "velmar_orn_qz_ip_static_cfg_man:[0-9]+: [a-z_ ]*ymap_oc_ni_add_protocol_static_metadata\\(yfw_map_ctx ?\\*, " + tree +
-             ", const char ?\\*\\)"}};
+    zidl_yfw_datatree *in = leaf(), *out = h.out;
+    const std::string oc = "openconfig_local_routing_man", cfg = "velmar_orn_qz_ip_static_cfg_man", o = "zidl_yfw_datatree", c = "const char";
+    const struct { std::function<void()> call; std::string file, fn, last; } rows[] = {
+        {[&] { ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd(nullptr, in, out); }, oc, "ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd", o},
+        {[&] { ocni_do_index_lookup_on_sysdb(nullptr, in, out); }, oc + "_util", "ocni_do_index_lookup_on_sysdb", o},
+        {[&] { ymap_oc_ni_add_vrf_metadata(nullptr, in, "red"); }, cfg, "ymap_oc_ni_add_vrf_metadata", c},
+        {[&] { ymap_oc_ni_add_protocol_static_metadata(nullptr, in, "red"); }, cfg, "ymap_oc_ni_add_protocol_static_metadata", c}};
     for (const auto &r : rows)
-        EXPECT_DEATH(r.call(), src + r.where + ": Assertion .NULL != ctx. failed");
+        EXPECT_DEATH(r.call(), "localrouting/src/ymap_ocni_" + r.file + ":[0-9]+: [a-z_ ]*" + r.fn +
+                                   "\\(yfw_map_ctx ?\\*, const zidl_yfw_datatree ?\\*, " + r.last + " ?\\*\\): Assertion .NULL != ctx. failed");
 }
 
 /* A frame user of this file, to see the macros cut an over-long line. */
