@@ -447,6 +447,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
           red_leaf(true, "addr", "/description")}},
         {"index of the stored address, none given", index, statics, YFW_REQ_READ, "saddr=10.0.0.1", "1",
          {red_leaf(true, "addr", "/index = 1")}},
+        {"index of the stored address, read withholding configuration: nothing asked", index, statics, YFW_REQ_READ, "saddr=10.0.0.1 nocfg", "1", {}},
         {"static key, state read withholding configuration: operational leaves only", prefix_key, statics,
          YFW_REQ_READ_STATE, "v6 nocfg", "2001:db8::/64", {oper_sr + "description", oper_sr + "prefix", oper_sr + "set-tag"}},
         {"next hop, whole VRF but one index: the stored entry's key", nexthop, statics, YFW_REQ_READ,
