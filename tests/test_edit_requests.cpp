@@ -94,24 +94,6 @@ TEST_F(StateRead, NextHopIndexRequestsANewOperationalNextHopOfItsFamily)
     }
 }
 
-/* A delete of all routes of an instance (keyless static entry, suppression on) removes the native VRF. */
-TEST_F(HostFixture, WholeInstanceDeleteRemovesItsNativeRoutesAndKeepsSuppression)
-{
-    /* The default instance's removals are made while suppressed, so the framework drops them. */
-    const struct { const char *vrf; Lines out; } rows[] = {
-        {"red", {"/router-static/vrfs/vrf[vrf-name=red] (delete)"}}, {"default", {}}, {nullptr, {}}};
-    for (const auto &r : rows) {
-        h.reset(YFW_REQ_EDIT);
-        h.set_vrf(r.vrf);
-        TreePtr in = build_tree("/network-instances/network-instance[name=x]" + PROTO + "/static-routes/static (delete)", OCNI_NS_OC_NI);
-        h.rc->suppress_flag = 1;
-        EXPECT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static,
-                         tree_find(in.get(), ("/network-instances/network-instance" + PROTO + "/static-routes/static").c_str())), 0u);
-        EXPECT_EQ(h.out_lines(), r.out) << (r.vrf ? r.vrf : "no VRF");
-        EXPECT_EQ(h.rc->suppress_flag, 1u);
-    }
-}
-
 /* ------------------------------------------------------------------ */
 /* Condition callbacks                                                 */
 /* ------------------------------------------------------------------ */

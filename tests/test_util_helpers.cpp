@@ -325,7 +325,7 @@ const std::string OPER_NH = "/network-instances/network-instance/protocols/proto
  * Record facts, space separated: v6, noprefix, idx (index 1), vp (VRF-path
  * flag 1), if (interface Loopback0), sub=S, nh=A (a next hop; "DROP" too),
  * sif=I / saddr=A (the stored entry), ll (LOCAL_LINK), del (the input is a
- * delete), nocfg (a read that withholds configuration), norec, bgp (the input lies in a BGP protocol entry).
+ * delete), sup (suppression on), nocfg (a read that withholds configuration), norec, bgp (the input lies in a BGP protocol entry).
  */
 class LeafCallbacks : public HostFixture {
 protected:
@@ -354,8 +354,8 @@ protected:
             char *text = const_cast<char *>(keep.back().c_str());
             if (k == "idx")
                 rec->index = const_cast<char *>("1");
-            else if (k == "vp")
-                h.rc->vrf_path_flag = 1;
+            else if (k == "vp" || k == "sup")
+                (k == "vp" ? h.rc->vrf_path_flag : h.rc->suppress_flag) = 1;
             else if (k == "ll")
                 rec->is_local_link = 1;
             else if (k == "nocfg")
@@ -389,6 +389,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb config_prefix = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_prefix;
     const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
     const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
+    const LeafCb list = ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static;
     const ContainerCb statics = nullptr, routes = ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes;
     const std::string oper_sr = "/ocni/vrfipv6/network-instances/network-instance[name=red]/protocols/protocol/"
                                 "static-routes/static-route[prefix=2001:db8::/64]/static-routes-state/";
@@ -463,6 +464,8 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         {"config prefix, read: the native prefix and length", config_prefix, statics, YFW_REQ_READ, "", "10.0.0.0/24",
          {"/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]"}},
         {"static-routes delete without subtrees: its entries carry it", nullptr, routes, YFW_REQ_EDIT, "del", nullptr, {}},
+        {"all routes of an instance deleted, suppressed: its native VRF all the same", list, statics, YFW_REQ_EDIT, "del sup", nullptr, {"/router-static/vrfs/vrf[vrf-name=red] (delete)"}},
+        {"all routes deleted without a network instance: nothing", list, statics, YFW_REQ_EDIT, "del sup novrf", nullptr, {}},
         {"static-routes, read", nullptr, routes, YFW_REQ_READ, "", nullptr, {"/router-static (none)"}},
         {"static-routes, read withholding configuration", nullptr, routes, YFW_REQ_READ, "nocfg", nullptr, {}},
         {"next-hops state withholding configuration", nullptr, nexthops, YFW_REQ_READ_STATE, "noprefix nocfg", nullptr, {"/ocni/vrfipv4" + OPER_NH, "/ocni/vrfipv6" + OPER_NH}},
