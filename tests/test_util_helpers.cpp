@@ -389,6 +389,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb config_prefix = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_prefix;
     const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
     const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
+    const std::string VP = "/vrf-unicast/vrf-prefixes/vrf-prefix";
     const LeafCb list = ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static;
     const ContainerCb statics = nullptr, routes = ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes;
     const std::string oper_sr = "/ocni/vrfipv6/network-instances/network-instance[name=red]/protocols/protocol/"
@@ -465,6 +466,8 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
          {"/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]"}},
         {"static-routes delete without subtrees: its entries carry it", nullptr, routes, YFW_REQ_EDIT, "del", nullptr, {}},
         {"all routes of an instance deleted, suppressed: its native VRF all the same", list, statics, YFW_REQ_EDIT, "del sup", nullptr, {"/router-static/vrfs/vrf[vrf-name=red] (delete)"}},
+        {"all routes of an instance set: its native VRF and both prefix lists", list, statics, YFW_REQ_EDIT, "", nullptr,
+         {"/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv4" + VP + " (none)", "/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv6" + VP + " (none)"}},
         {"all routes deleted without a network instance: nothing", list, statics, YFW_REQ_EDIT, "del sup novrf", nullptr, {}},
         {"static-routes, read", nullptr, routes, YFW_REQ_READ, "", nullptr, {"/router-static (none)"}},
         {"static-routes, read withholding configuration", nullptr, routes, YFW_REQ_READ, "nocfg", nullptr, {}},
@@ -493,6 +496,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         std::sort(want.begin(), want.end());
         EXPECT_EQ(h.out_lines(), want);
         EXPECT_EQ(h.user_msg(), r.msg);
+        EXPECT_EQ(h.rc->vrf_path_flag * 2 + h.rc->suppress_flag, (facts.find("vp") != std::string::npos) * 2u + (facts.find("sup") != std::string::npos));
         prepare(r.kind, r.facts); /* an output nothing can be added to: the last addition's failure is the result */
         zidl_yfw_datatree foreign = {};
         h.enter(n);
