@@ -257,7 +257,6 @@ TEST_F(HostFixture, NextHopChecksRecordWhatTheEntryHolds)
         {"interface and subinterface", interface, ifr + "interface = Gi0/0/0/1\n" + ifr + "subinterface = 5", 1,
          "if if=Gi0/0/0/1 sub=5"},
         {"no interface", interface, nh + "/config/next-hop = 10.0.0.1", 0, ""},
-        {"interface-ref deleted", interface, nh + "/interface-ref (delete)", 0, "if-del"},
         {"interface-ref deleted after an interface", interface, nh + "/interface-ref (delete)", 0, "if-del", "if"},
         {"its config deleted", interface, nh + "/interface-ref/config (delete)", 0, "if-del"},
         {"interface leaf deleted", interface, ifr + "interface (delete)", 0, "if-del"},
