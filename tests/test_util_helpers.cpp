@@ -129,10 +129,6 @@ TEST(UtilNames, OnlyAKnownInterfaceIsValidAndFailuresGoToTheSystemLog)
 }
 
 /* ------------------------------------------------------------------ */
-/* Per-next-hop reset                                                  */
-/* ------------------------------------------------------------------ */
-
-/* ------------------------------------------------------------------ */
 /* Native paths                                                        */
 /* ------------------------------------------------------------------ */
 
@@ -147,7 +143,6 @@ class UtilPaths : public HostFixture {
 protected:
     void SetUp() override { h.reset(YFW_REQ_EDIT); }
     char buf[OCNI_PATH_LEN];
-    char buf2[OCNI_PATH_LEN];
 };
 
 TEST_F(UtilPaths, NextHopTableFitsWhatTheNextHopHolds)
