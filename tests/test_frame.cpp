@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <regex>
 #include <set>
 #include <string>
@@ -20,6 +21,7 @@
 #include "host_fixture.h"
 #include "tree_builder.h"
 #include "ymap_ocni_openconfig_local_routing_man.h"
+#include "ymap_ocni_openconfig_local_routing_man_util.h"
 #include "ymap_ocni_velmar_orn_qz_ip_static_cfg_man.h"
 
 using namespace ocni::test;
@@ -114,11 +116,8 @@ TEST_F(FrameTest, EachChannelWritesOnlyWhenSwitchedOn)
         Lines log; /* "%p" of the context written as "@" */
         size_t lt_lines;
     } rows[] = {
-        {false, false, false, false, {}, 0},
-        {false, false, false, true, {}, 0},
-        {true, false, false, false, {}, 0},
-        {true, false, false, true, {"ERR: YFW: ctx=@,Invalid arguments passed!"}, 0},
-        {false, true, false, true, {"TRC: YFW: ctx=@,Start"}, 0},
+        {false, false, false, false, {}, 0}, {false, false, false, true, {}, 0}, {true, false, false, false, {}, 0},
+        {true, false, false, true, {"ERR: YFW: ctx=@,Invalid arguments passed!"}, 0}, {false, true, false, true, {"TRC: YFW: ctx=@,Start"}, 0},
         {false, false, true, true, {}, 2},
     };
     for (const Row &r : rows) {
@@ -216,13 +215,16 @@ using FrameDeathTest = FrameTest;
 TEST_F(FrameDeathTest, NullContextFailsTheAssertionNamingFileAndSignature)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    zidl_yfw_datatree *in = leaf();
-    zidl_yfw_datatree *out = h.out;
-    EXPECT_DEATH(ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd(nullptr, in, out),
-                 "localrouting/src/ymap_ocni_openconfig_local_routing_man:[0-9]+: "
-                 "[a-z_ ]*ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd\\(yfw_map_ctx ?\\*, "
-                 "const zidl_yfw_datatree ?\\*, zidl_yfw_datatree ?\\*\\): "
-                 "Assertion .NULL != ctx. failed");
+    zidl_yfw_datatree *in = leaf(), *out = h.out;
+    const std::string oc = "openconfig_local_routing_man", cfg = "velmar_orn_qz_ip_static_cfg_man", o = "zidl_yfw_datatree", c = "const char";
+    const struct { std::function<void()> call; std::string file, fn, last; } rows[] = {
+        {[&] { ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd(nullptr, in, out); }, oc, "ymap_ocni_lr_ipv6_staticroutes_static_state_settag_fwd", o},
+        {[&] { ocni_do_index_lookup_on_sysdb(nullptr, in, out); }, oc + "_util", "ocni_do_index_lookup_on_sysdb", o},
+        {[&] { ymap_oc_ni_add_vrf_metadata(nullptr, in, "red"); }, cfg, "ymap_oc_ni_add_vrf_metadata", c},
+        {[&] { ymap_oc_ni_add_protocol_static_metadata(nullptr, in, "red"); }, cfg, "ymap_oc_ni_add_protocol_static_metadata", c}};
+    for (const auto &r : rows)
+        EXPECT_DEATH(r.call(), "localrouting/src/ymap_ocni_" + r.file + ":[0-9]+: [a-z_ ]*" + r.fn +
+                                   "\\(yfw_map_ctx ?\\*, const zidl_yfw_datatree ?\\*, " + r.last + " ?\\*\\): Assertion .NULL != ctx. failed");
 }
 
 /* A frame user of this file, to see the macros cut an over-long line. */

@@ -76,7 +76,7 @@ TEST(UtilTexts, NumbersAddressesDescriptionsAndLengths)
         EXPECT_EQ(text, r.out);
     }
     const std::string a64(64, 'a'), s63 = "/" + a64.substr(1);
-    const std::pair<std::string, std::string> internal[] = {{"Gi0/0/0/1", "Gi0_0_0_1"}, {"", "keep"}, {s63, "_" + a64.substr(1)},
+    const std::pair<std::string, std::string> internal[] = {{"Gi0/0/0/1", "Gi0_0_0_1"}, {"", "keep"}, {"/", "_"}, {s63, "_" + a64.substr(1)},
                                                             {a64 + "b", a64}, {s63 + "//", "_" + a64.substr(1)}, {a64 + a64, a64}};
     for (const auto &r : internal) {
         char dst[65] = "keep";
@@ -129,10 +129,6 @@ TEST(UtilNames, OnlyAKnownInterfaceIsValidAndFailuresGoToTheSystemLog)
 }
 
 /* ------------------------------------------------------------------ */
-/* Per-next-hop reset                                                  */
-/* ------------------------------------------------------------------ */
-
-/* ------------------------------------------------------------------ */
 /* Native paths                                                        */
 /* ------------------------------------------------------------------ */
 
@@ -147,7 +143,6 @@ class UtilPaths : public HostFixture {
 protected:
     void SetUp() override { h.reset(YFW_REQ_EDIT); }
     char buf[OCNI_PATH_LEN];
-    char buf2[OCNI_PATH_LEN];
 };
 
 TEST_F(UtilPaths, NextHopTableFitsWhatTheNextHopHolds)
@@ -257,7 +252,6 @@ TEST_F(HostFixture, NextHopChecksRecordWhatTheEntryHolds)
         {"interface and subinterface", interface, ifr + "interface = Gi0/0/0/1\n" + ifr + "subinterface = 5", 1,
          "if if=Gi0/0/0/1 sub=5"},
         {"no interface", interface, nh + "/config/next-hop = 10.0.0.1", 0, ""},
-        {"interface-ref deleted", interface, nh + "/interface-ref (delete)", 0, "if-del"},
         {"interface-ref deleted after an interface", interface, nh + "/interface-ref (delete)", 0, "if-del", "if"},
         {"its config deleted", interface, nh + "/interface-ref/config (delete)", 0, "if-del"},
         {"interface leaf deleted", interface, ifr + "interface (delete)", 0, "if-del"},
@@ -325,7 +319,7 @@ const std::string OPER_NH = "/network-instances/network-instance/protocols/proto
  * Record facts, space separated: v6, noprefix, idx (index 1), vp (VRF-path
  * flag 1), if (interface Loopback0), sub=S, nh=A (a next hop; "DROP" too),
  * sif=I / saddr=A (the stored entry), ll (LOCAL_LINK), del (the input is a
- * delete), nocfg (a read that withholds configuration), norec, bgp (the input lies in a BGP protocol entry).
+ * delete), sup (suppression on), nocfg (a read that withholds configuration), norec, bgp (the input lies in a BGP protocol entry).
  */
 class LeafCallbacks : public HostFixture {
 protected:
@@ -354,8 +348,8 @@ protected:
             char *text = const_cast<char *>(keep.back().c_str());
             if (k == "idx")
                 rec->index = const_cast<char *>("1");
-            else if (k == "vp")
-                h.rc->vrf_path_flag = 1;
+            else if (k == "vp" || k == "sup")
+                (k == "vp" ? h.rc->vrf_path_flag : h.rc->suppress_flag) = 1;
             else if (k == "ll")
                 rec->is_local_link = 1;
             else if (k == "nocfg")
@@ -389,6 +383,8 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     const LeafCb config_prefix = ymap_ox_ocni_openconfiglocalrouting_man_leaf_lvla_localroutes_config_prefix;
     const LeafCb index = ymap_ox_ocni_openconfiglocalrouting_leaf_lvla_localroutes_nexthop_index;
     const ContainerCb nexthops = ymap_ox_ocni_openconfiglocalrouting_cont_lvla_localroutes_static_nexthops;
+    const std::string VP = "/vrf-unicast/vrf-prefixes/vrf-prefix";
+    const LeafCb list = ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static;
     const ContainerCb statics = nullptr, routes = ymap_ox_ocni_openconfiglocalrouting_man_cont_lvla_localroutes_staticroutes;
     const std::string oper_sr = "/ocni/vrfipv6/network-instances/network-instance[name=red]/protocols/protocol/"
                                 "static-routes/static-route[prefix=2001:db8::/64]/static-routes-state/";
@@ -447,6 +443,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
           red_leaf(true, "addr", "/description")}},
         {"index of the stored address, none given", index, statics, YFW_REQ_READ, "saddr=10.0.0.1", "1",
          {red_leaf(true, "addr", "/index = 1")}},
+        {"index of the stored address, read withholding configuration: nothing asked", index, statics, YFW_REQ_READ, "saddr=10.0.0.1 nocfg", "1", {}},
         {"static key, state read withholding configuration: operational leaves only", prefix_key, statics,
          YFW_REQ_READ_STATE, "v6 nocfg", "2001:db8::/64", {oper_sr + "description", oper_sr + "prefix", oper_sr + "set-tag"}},
         {"next hop, whole VRF but one index: the stored entry's key", nexthop, statics, YFW_REQ_READ,
@@ -462,6 +459,13 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         {"config prefix, read: the native prefix and length", config_prefix, statics, YFW_REQ_READ, "", "10.0.0.0/24",
          {"/router-static/vrfs/vrf/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]"}},
         {"static-routes delete without subtrees: its entries carry it", nullptr, routes, YFW_REQ_EDIT, "del", nullptr, {}},
+        {"all routes of an instance deleted, suppressed: its native VRF all the same", list, statics, YFW_REQ_EDIT, "del sup", nullptr, {"/router-static/vrfs/vrf[vrf-name=red] (delete)"}},
+        {"all routes of an instance set: its native VRF and both prefix lists", list, statics, YFW_REQ_EDIT, "", nullptr,
+         {"/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv4" + VP + " (none)", "/router-static/vrfs/vrf[vrf-name=red]/address-family/vrfipv6" + VP + " (none)"}},
+        {"all routes deleted without a network instance: nothing", list, statics, YFW_REQ_EDIT, "del sup novrf", nullptr, {}},
+        {"static-routes, read", nullptr, routes, YFW_REQ_READ, "", nullptr, {"/router-static (none)"}},
+        {"static-routes, read withholding configuration", nullptr, routes, YFW_REQ_READ, "nocfg", nullptr, {}},
+        {"next-hops state withholding configuration", nullptr, nexthops, YFW_REQ_READ_STATE, "noprefix nocfg", nullptr, {"/ocni/vrfipv4" + OPER_NH, "/ocni/vrfipv6" + OPER_NH}},
         {"static-routes of another protocol, read", nullptr, routes, YFW_REQ_READ, "bgp", nullptr, {}, YFW_RC_NOT_APPLICABLE},
         {"static-routes of another protocol, deleted", nullptr, routes, YFW_REQ_EDIT, "bgp del", nullptr, {}, YFW_RC_NOT_APPLICABLE},
         {"index without a route record", index, statics, YFW_REQ_READ, "norec", "1", {}},
@@ -486,6 +490,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         std::sort(want.begin(), want.end());
         EXPECT_EQ(h.out_lines(), want);
         EXPECT_EQ(h.user_msg(), r.msg);
+        EXPECT_EQ(h.rc->vrf_path_flag * 2 + h.rc->suppress_flag, (facts.find("vp") != std::string::npos) * 2u + (facts.find("sup") != std::string::npos));
         prepare(r.kind, r.facts); /* an output nothing can be added to: the last addition's failure is the result */
         zidl_yfw_datatree foreign = {};
         h.enter(n);
