@@ -175,8 +175,10 @@ TEST_F(Conditions, IndexAndMetricRowsFollowTheRequestOrTheStoredEntry)
         int nrows = 6;              /* rows of the framework's table */
         const char *leaf = "index"; /* the condition of this leaf */
     } cases[] = {
-        {"EditAddressAndInterface", YFW_REQ_EDIT, {true, "10.0.0.2", "Gi1"}, 0, true, {1}}, {"EditAddress", YFW_REQ_EDIT, {true, "10.0.0.2", nullptr}, 0, true, {2}},
-        {"EditDrop", YFW_REQ_EDIT, {true, "DROP", nullptr}, 0, true, {0}}, {"EditInterfaceV6", YFW_REQ_EDIT, {false, nullptr, "Gi1"}, 0, true, {3}},
+        {"EditAddressAndInterface", YFW_REQ_EDIT, {true, "10.0.0.2", "Gi1"}, 0, true, {1}},
+        {"EditAddress", YFW_REQ_EDIT, {true, "10.0.0.2", nullptr}, 0, true, {2}},
+        {"EditDrop", YFW_REQ_EDIT, {true, "DROP", nullptr}, 0, true, {0}},
+        {"EditInterfaceV6", YFW_REQ_EDIT, {false, nullptr, "Gi1"}, 0, true, {3}},
         {"EditNothingGiven", YFW_REQ_EDIT, {true}, 0, true, {}},
         {"EditWrittenByTheList", YFW_REQ_EDIT, {true, "10.0.0.2", nullptr, nullptr, nullptr, true}, 0, true, {}},
         {"ReadStoredBoth", YFW_REQ_READ, {true, nullptr, nullptr, "10.0.0.1", "Gi0"}, 0, true, {1}},

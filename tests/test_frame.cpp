@@ -116,8 +116,11 @@ TEST_F(FrameTest, EachChannelWritesOnlyWhenSwitchedOn)
         Lines log; /* "%p" of the context written as "@" */
         size_t lt_lines;
     } rows[] = {
-        {false, false, false, false, {}, 0}, {false, false, false, true, {}, 0}, {true, false, false, false, {}, 0},
-        {true, false, false, true, {"ERR: YFW: ctx=@,Invalid arguments passed!"}, 0}, {false, true, false, true, {"TRC: YFW: ctx=@,Start"}, 0},
+        {false, false, false, false, {}, 0},
+        {false, false, false, true, {}, 0},
+        {true, false, false, false, {}, 0},
+        {true, false, false, true, {"ERR: YFW: ctx=@,Invalid arguments passed!"}, 0},
+        {false, true, false, true, {"TRC: YFW: ctx=@,Start"}, 0},
         {false, false, true, true, {}, 2},
     };
     for (const Row &r : rows) {
