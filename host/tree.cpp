@@ -904,11 +904,9 @@ bool parse_path_views(std::string_view path, std::vector<StepView> &steps, std::
 {
     steps.clear();
     keys.clear();
-    auto fail = [&](const char *why) {
+    auto fail = [&](const char *why) { /* callers discard the steps of a malformed path */
         if (err != nullptr)
             *err = why;
-        steps.clear();
-        keys.clear();
         return false;
     };
     const char *p = path.data();

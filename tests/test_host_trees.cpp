@@ -60,6 +60,7 @@ TEST(Trees, KeylessStepsFindTheOldestEntryWithoutScanning)
     EXPECT_LT(tree_sibling_visits() - before, 10u * 1000);
     EXPECT_EQ(tree_find(t.get(), "/routes/nothing"), nullptr);
     EXPECT_STREQ(tree_find(build_tree("/r/a[k=1]\n/r/b[k=2]").get(), "/r/b/k")->value, "2") << "few siblings: no index";
+    EXPECT_STREQ(tree_find(build_tree("/r/a[a=1][b=2][c=3][d=4][e=5]/x = 1\n/r/a[a=2][b=2][c=3][d=4][e=5]/x = 2").get(), "/r/a[e=5][d=4][c=3][b=2][a=2]/x")->value, "2");
 }
 
 class TreeOps : public HostFixture {
@@ -121,6 +122,14 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
     EXPECT_EQ(h.out_lines(), (Lines{"/static-routes/static[prefix=10.1.0.0/16]/next-hops/next-hop[index='a]b']"}));
     EXPECT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_CONTAINER, h.out, "/static-routes/static[prefix=\"10.1.0.0/16\"]"),
               YFW_RC_OK);
+    /* An entry whose key leaf is rewritten answers to its new keys only, also to a lookup made before. */
+    h.reset_output();
+    const std::string L = "/l[a=1][b=2][c=3][d=4]";
+    const struct { uint32_t type; std::string path; const char *value; cerrno rc; } rekeyed[] = {{YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK},
+        {YFW_XPATH_NODE_LEAF, L + "[k=1]/k", "2", YFW_RC_NODE_EXISTS}, {YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, L + "[k=2]/x", nullptr, YFW_RC_NODE_EXISTS}};
+    for (const auto &r : rekeyed)
+        EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, r.type, h.out, r.path, r.value), r.rc) << r.path;
+    EXPECT_EQ(h.out_lines(), (Lines{L + "[k=1]/x", L + "[k=2]/x"}));
 }
 
 TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
