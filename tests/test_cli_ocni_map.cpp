@@ -18,20 +18,11 @@ namespace {
 
 TEST_F(Cli, EveryCommandHasHelp)
 {
-    struct Row {
-        const char *args;
-        const char *usage;
-    } rows[] = {
-        {"--help", "usage: ocni-map [--store DIR]"},
-        {"help", "usage: ocni-map [--store DIR]"},
-        {"edit --help", "usage: ocni-map edit FILE|- [--dry-run"},
-        {"delete --help", "usage: ocni-map delete PATH"},
-        {"get --help", "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX]"},
-        {"native --help", "usage: ocni-map native"},
-        {"native edit --help", "ocni-map native edit FILE|-"},
-        {"vrf --help", "usage: ocni-map vrf add NAME"},
-        {"vrf list --help", "ocni-map vrf list"},
-        {"store --help", "usage: ocni-map store upgrade"},
+    struct Row { const char *args; const char *usage; } rows[] = {
+        {"--help", "usage: ocni-map [--store DIR]"}, {"help", "usage: ocni-map [--store DIR]"}, {"edit --help", "usage: ocni-map edit FILE|- [--dry-run"},
+        {"delete --help", "usage: ocni-map delete PATH"}, {"get --help", "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX]"},
+        {"native --help", "usage: ocni-map native"}, {"native edit --help", "ocni-map native edit FILE|-"}, {"vrf --help", "usage: ocni-map vrf add NAME"},
+        {"vrf list --help", "ocni-map vrf list"}, {"store --help", "usage: ocni-map store upgrade"},
     };
     for (const Row &r : rows) {
         Outcome res = run(r.args);
@@ -43,28 +34,14 @@ TEST_F(Cli, EveryCommandHasHelp)
 
 TEST_F(Cli, UsageErrorsExitTwo)
 {
-    struct Row {
-        const char *args;
-        const char *mentions;
-    } rows[] = {
-        {"", "usage: ocni-map"},
-        {"frobnicate", "unknown command frobnicate"},
-        {"get --colour", "unknown option --colour"},
-        {"edit", "usage: ocni-map edit"},
-        {"edit a.json b.json", "usage: ocni-map edit"},
-        {"delete", "usage: ocni-map delete"},
-        {"native edit", "usage: ocni-map native"},
-        {"vrf", "usage: ocni-map vrf"},
-        {"vrf rename red", "unknown vrf command rename"},
-        {"vrf add", "usage: ocni-map vrf"},
+    struct Row { const char *args; const char *mentions; } rows[] = {
+        {"", "usage: ocni-map"}, {"frobnicate", "unknown command frobnicate"}, {"get --colour", "unknown option --colour"}, {"edit", "usage: ocni-map edit"},
+        {"edit a.json b.json", "usage: ocni-map edit"}, {"delete", "usage: ocni-map delete"}, {"native edit", "usage: ocni-map native"},
+        {"vrf", "usage: ocni-map vrf"}, {"vrf rename red", "unknown vrf command rename"}, {"vrf add", "usage: ocni-map vrf"},
         {"vrf add this-name-is-far-too-long-for-a-vrf-of-the-router", "is longer than 32 characters"},
-        {"vrf add -x", "a name that starts with '-' goes after --"},
-        {"vrf add \"$(printf 'a\\tb')\"", "VRF name \"a\\x09b\" contains a control character"},
-        {"vrf add \"$(printf 'a\\nb')\"", "VRF name \"a\\x0ab\" contains a control character"},
-        {"vrf add 'a]b'", "contains ']'"},
-        {"vrf delete 'a]b'", "contains ']'"},
-        {"get --vrf", "--vrf needs a name"},
-        {"get --prefix tomato", "invalid prefix \"tomato\""},
+        {"vrf add -x", "a name that starts with '-' goes after --"}, {"vrf add \"$(printf 'a\\tb')\"", "VRF name \"a\\x09b\" contains a control character"},
+        {"vrf add \"$(printf 'a\\nb')\"", "VRF name \"a\\x0ab\" contains a control character"}, {"vrf add 'a]b'", "contains ']'"},
+        {"vrf delete 'a]b'", "contains ']'"}, {"get --vrf", "--vrf needs a name"}, {"get --prefix tomato", "invalid prefix \"tomato\""},
         {"get --format yaml", "--format needs json or xml"},
     };
     for (const Row &r : rows) {
@@ -79,11 +56,7 @@ TEST_F(Cli, UsageErrorsExitTwo)
 TEST_F(Cli, InputThatDoesNotParseExitsTwoNamingLineOrPathAndStoresNothing)
 {
     const std::string proto = "/network-instances/network-instance[name=default]/protocols/protocol[identifier=STATIC][name=DEFAULT]";
-    struct Row {
-        std::string args;
-        std::string input;
-        std::vector<std::string> mentions;
-    } rows[] = {
+    struct Row { std::string args; std::string input; std::vector<std::string> mentions; } rows[] = {
         {"edit -", "{\"openconfig-network-instance:network-instances\": {\n  \"network-instance\": [\n", {"line 3"}},
         {"edit " + example("invalid-leaf.json"), "", {"invalid-leaf.json", "line 20", "config/metric"}},
         {"edit " + example("invalid-prefix.json"), "", {"\"10.1.1.0/24\"", "static[prefix='10.1.1.1/24']"}},
@@ -228,18 +201,10 @@ TEST_F(Cli, FiltersSelectStoredRoutesByMeaning)
         Outcome seed = run("native edit -", native);
         ASSERT_EQ(seed.status, 0) << seed.err;
     }
-    struct Row {
-        std::string filter;
-        std::vector<const char *> finds; /* none: an empty document */
-    } rows[] = {
-        {"--vrf red --prefix 10.26.1.1/24", {"192.0.2.1"}},
-        {"--vrf red --prefix 10.26.1.0/24", {"192.0.2.1"}},
-        {"--prefix 10.26.1.0/24", {"192.0.2.1"}},
-        {"--prefix 10.27.1.0/24", {"192.0.2.7"}},
-        {"--prefix 10.26.1.0/25", {}},
-        {"--prefix 2001:DB8:26::/48", {"DROP"}},
-        {"--prefix 2001:db8:26:0::1/48", {"DROP"}},
-        {"--vrf red", {"192.0.2.1", "192.0.2.7", "DROP"}},
+    struct Row { std::string filter; std::vector<const char *> finds; /* none: an empty document */ } rows[] = {
+        {"--vrf red --prefix 10.26.1.1/24", {"192.0.2.1"}}, {"--vrf red --prefix 10.26.1.0/24", {"192.0.2.1"}}, {"--prefix 10.26.1.0/24", {"192.0.2.1"}},
+        {"--prefix 10.27.1.0/24", {"192.0.2.7"}}, {"--prefix 10.26.1.0/25", {}}, {"--prefix 2001:DB8:26::/48", {"DROP"}},
+        {"--prefix 2001:db8:26:0::1/48", {"DROP"}}, {"--vrf red", {"192.0.2.1", "192.0.2.7", "DROP"}},
     };
     for (const Row &r : rows) {
         Outcome o = run("get " + r.filter);

@@ -100,11 +100,7 @@ protected:
 
 TEST_F(ReadStream, BatchesPrintTheDocumentTheWholeTreePrints)
 {
-    const struct {
-        const char *what;
-        bool native;
-        ocni::tool::ReadFilter filter;
-    } rows[] = {
+    const struct { const char *what; bool native; ocni::tool::ReadFilter filter; } rows[] = {
         {"native", true, {}}, {"get", false, {}}, {"get --state", false, {true, "", ""}},
         {"get --vrf red", false, {false, "red", ""}}, {"get --state --vrf default", false, {true, "default", ""}},
         {"get --prefix", false, {true, "", "10.1.0.0/16"}},

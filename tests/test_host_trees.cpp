@@ -21,17 +21,9 @@ const std::string ROUTES = "/network-instances/network-instance/protocols/protoc
 
 TEST(Trees, InstancePathsParseToStepsOrSayWhatIsWrong)
 {
-    const struct {
-        const char *path, *why; /* why: "" when the path parses */
-    } rows[] = {
-        {"/a[k='x]y'][n=2]/b", ""},
-        {"/a[k=1]x", "text after ']'"},
-        {"/a['k'=1]", ""},
-        {"/a[k='1'x]", "text after a quoted key value"},
-        {"/a[k='1", "unterminated quoted key value"},
-        {"/a[k=1", "unterminated '['"},
-        {"/a[k]", "key without '='"},
-        {"/[k=1]", "key without a node name"},
+    const struct { const char *path, *why; /* why: "" when the path parses */ } rows[] = {
+        {"/a[k='x]y'][n=2]/b", ""}, {"/a[k=1]x", "text after ']'"}, {"/a['k'=1]", ""}, {"/a[k='1'x]", "text after a quoted key value"},
+        {"/a[k='1", "unterminated quoted key value"}, {"/a[k=1", "unterminated '['"}, {"/a[k]", "key without '='"}, {"/[k=1]", "key without a node name"},
     };
     for (const auto &r : rows) {
         std::vector<PathStep> steps;
@@ -99,12 +91,8 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
         /network-instances/network-instance[name=blue]/config/name = blue
     )");
     zidl_yfw_datatree *nis = tree_find(in.get(), "/network-instances");
-    struct Row {
-        const char *path, *value;
-        bool found;
-    } rows[] = {
-        {"/network-instance[name=red]/config/name", "red", true},
-        {"/network-instance[name=blue]/config/name", "blue", true},
+    struct Row { const char *path, *value; bool found; } rows[] = {
+        {"/network-instance[name=red]/config/name", "red", true}, {"/network-instance[name=blue]/config/name", "blue", true},
         {"/network-instance[name=blue]/config/name", "red", false}, /* value must match */
         {"/network-instance[name=blue]/config/name", "", true},     /* no value: any */
         {"/network-instance[name=green]/config/name", "green", false},
