@@ -94,6 +94,21 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
         "man_leaf_lvla_localroutes_config_nexthop next-hop=10.0.0.1 0 9 red 4", "man_leaf_lvla_localroutes_config_interface interface=Lo0 0 10 red 4"}));
 }
 
+/* Native reads: the instance named to the callbacks is the one they map, also when the store lists a VRF before default-vrf. */
+TEST_F(WalkerOrder, NativeReadsNameTheInstanceOfTheVrfBeingMapped)
+{
+    const std::string a = "/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]/vrf-route/"
+                          "vrf-next-hop-table/vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]/metric = 1\n";
+    ASSERT_TRUE(walker_->native_edit(build_tree("/router-static/vrfs/vrf[vrf-name=blue]" + a + "/router-static/default-vrf" + a, OCNI_NS_NATIVE).get(), false, true).result.ok());
+    zidl_yfw_datatree *out = nullptr;
+    ASSERT_TRUE(walker_->read(ReadRequest{}, &out).ok());
+    tree_free(out);
+    Lines vrfs; /* the instance each callback was given, in call order */
+    for (const std::string &c : g_calls)
+        vrfs.push_back(std::regex_replace(c, std::regex("^.* (\\S*) \\d+$"), "$1"));
+    EXPECT_EQ(vrfs, (Lines{"", "blue", "blue", "blue", "blue", "blue", "blue", "default", "default", "default", "default", "default", "default"}));
+}
+
 /* A native tree the apply cannot place is refused naming what is wrong, and changes nothing. */
 TEST_F(WalkerFixture, NativeTreesOutsideTheModelAreRefusedWhole)
 {
