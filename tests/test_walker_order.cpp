@@ -6,6 +6,7 @@
  */
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <regex>
 #include <string>
@@ -157,6 +158,45 @@ TEST_F(WalkerFixture, SubtreeDeletesRemoveWhatTheyNameAndNothingElse)
                 want.push_back(w);
         EXPECT_TRUE(edit(r.del + " (delete)").result.ok()) << r.del;
         EXPECT_EQ(native(), want) << r.del;
+    }
+}
+
+/* Each tree a request makes refused in turn: the request fails out of memory changing nothing, until it has all it needs. */
+TEST_F(WalkerFixture, RequestsWhoseTreesCannotBeMadeFailOutOfMemoryChangingNothing)
+{
+    const std::string st = oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.";
+    ASSERT_TRUE(edit(st + "1").result.ok());
+    std::string many; /* more routes than the edit applies at once */
+    for (int i = 0; i < 1025; ++i)
+        many += oc_static_routes("default") + "/static[prefix=" + std::to_string(10 + i / 256) + "." + std::to_string(i % 256) + ".0.0/16]/config/set-tag = 1\n";
+    TreePtr in = build_tree(st + "2", OCNI_NS_OC_NI), big = build_tree(many, OCNI_NS_OC_NI);
+    Lines got;
+    auto sink = [&](const zidl_yfw_datatree *t) { got = tree_lines(t); return true; };
+    auto read_lines = [&](const ReadRequest &rq) {
+        zidl_yfw_datatree *out = nullptr;
+        WalkResult r = walker->read(rq, &out);
+        got = tree_lines(out);
+        tree_free(out);
+        return r;
+    };
+    const std::function<WalkResult()> requests[] = {[&] { return read_lines(ReadRequest{}); }, [&] { return read_lines(ReadRequest{true, "", ""}); },
+        [&] { return read_lines(ReadRequest{true, "default", "10.0.0.0/24"}); }, [&] { return walker->read_batches(ReadRequest{}, 1, sink); },
+        [&] { return walker->read_batches(ReadRequest{}, 1, sink, true); },
+        [&] { WalkResult r = walker->edit(in.get()).result; alloc_fail_nth("", 0); got = native(); return r; }, /* the store read unrefused */
+        [&] { WalkResult r = walker->edit(big.get()).result; alloc_fail_nth("", 0); got = native(); return r; }};
+    for (size_t i = 0; i < std::size(requests); ++i) {
+        const Lines stored = native();
+        unsigned nth = 1;
+        for (WalkResult r; alloc_fail_nth("host tree", nth), r = requests[i](), alloc_fail_nth("", 0), !r.ok(); ++nth) {
+            ASSERT_LT(nth, 20u) << i;
+            EXPECT_EQ(r.rc, YFW_RC_NO_MEMORY) << i << " " << nth;
+            EXPECT_EQ(r.message, "out of memory") << i << " " << nth;
+            EXPECT_EQ(native(), stored) << i << " " << nth;
+        }
+        EXPECT_GT(nth, 1u) << i;
+        const Lines whole = got;
+        ASSERT_TRUE(requests[i]().ok());
+        EXPECT_EQ(got, whole) << i << ": a request that succeeds has made all its trees";
     }
 }
 
