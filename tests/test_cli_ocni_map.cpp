@@ -242,16 +242,9 @@ TEST_F(Cli, OperatorOutputSaysWhatChangedAndHintsAtMistakes)
         return oc_doc("default", oc_route(prefix, oc_hop("1", hop)));
     };
     const std::string none = "0 next hops created, 0 changed, 0 deleted";
-    struct Row {
-        std::string args, input;
-        int status;
-        std::string out;  /* exact, or with `contains` a part of it */
-        std::string err;  /* a part of stderr ("" : stderr empty) */
-        bool contains;
-    } rows[] = {
-        {"get", "", 0, "{}\n", "", false},
-        {"native", "", 0, "{}\n", "", false},
-        {"vrf add red", "", 0, "VRF red created\n", "", false},
+    /* out: exact, or with `contains` a part of it; err: a part of stderr ("": stderr empty) */
+    struct Row { std::string args, input; int status; std::string out, err; bool contains; } rows[] = {
+        {"get", "", 0, "{}\n", "", false}, {"native", "", 0, "{}\n", "", false}, {"vrf add red", "", 0, "VRF red created\n", "", false},
         {"vrf add red", "", 0, "VRF red exists already: nothing changed\n", "", false},
         {"vrf add -- -x", "", 0, "VRF -x created\n", "", false},
         {"edit " + example("01-ipv4-default-next-hop-address.json"), "", 0,

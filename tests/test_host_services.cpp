@@ -127,7 +127,6 @@ TEST_F(FrameworkOps, ExportedCallsRefuseMissingArgumentsOneByOne)
     bare.req_ctx = nullptr;
     char *v = nullptr, tok[] = "/a/b", hex[64];
     ip_addr_t a = {};
-    uint32_t all = ~0u;
     imc_if_req_t q = {};
     imc_if_resp_t r = {};
     LogSink sink;
@@ -150,7 +149,7 @@ TEST_F(FrameworkOps, ExportedCallsRefuseMissingArgumentsOneByOne)
         {[&] { return qz_inet_pton(QZ_AF_INET, nullptr, &a) + qz_inet_pton(QZ_AF_INET, "10.0.0.1", nullptr); }, 0}, {[&] { return qz_inet_pton(QZ_AF_INET, "10.0.0.1", &a); }, 1},
         {[&] { return ip_addr2hex_string(nullptr, hex, 9) + ip_addr2hex_string(&a, nullptr, 9) + ip_addr2hex_string(&a, hex, 8); }, -3}, {[&] { return ip_addr2hex_string(&a, hex, 9); }, 0},
         {[&] { return hex_string2ip_addr(nullptr, &a) + hex_string2ip_addr(hex, nullptr); }, -2}, {[&] { return hex_string2ip_addr(hex, &a) + strlen(ip_addr_string(nullptr)); }, 0},
-        {[&] { return getaddrinfo_qz("10.0.0.1", nullptr, nullptr, nullptr); }, EAI_FAIL}, {[&] { return yfw_debug_should_log(nullptr, 0) + yfw_debug_should_log(&all, -1) + yfw_debug_should_log(&all, 32); }, 0},
+        {[&] { return getaddrinfo_qz("10.0.0.1", nullptr, nullptr, nullptr); }, EAI_FAIL}, {[&] { return yfw_debug_should_log(nullptr, 0) + yfw_debug_should_log(&h.ctx->debug_state, -1) + yfw_debug_should_log(&h.ctx->debug_state, 32); }, 0},
         {[&] { return imc_interface_find(nullptr, 0, nullptr, nullptr, nullptr); }, F}, {[&] { return imc_interface_find(yfw_ocifmgr_im_conn, 1, nullptr, nullptr, &r); }, F},
         {[&] { return imc_interface_find(yfw_ocifmgr_im_conn, 1, &q, nullptr, nullptr); }, F}, {[&] { return imc_interface_find(yfw_ocifmgr_im_conn, 0, nullptr, nullptr, nullptr); }, YFW_RC_OK},
         {[&] { _lstrace(nullptr, 0, "x"); _lstrace(&sink, 0, nullptr); _wos_dt_log_filter_adv(&sink, 0, 0, 0, 0, 0, nullptr, nullptr); return long(sink.size()) + (yfw_strdup(nullptr, "t") != nullptr); }, 0},
