@@ -123,7 +123,7 @@ TEST_F(FrameworkOps, ExportedCallsRefuseMissingArgumentsOneByOne)
     zidl_yfw_datatree *ni = tree_find(in.get(), (NI + "[name=red]").c_str()), foreign = {}, *e = nullptr;
     h.enter(tree_find(in.get(), (NI + "[name=red]/config/name").c_str()));
     h.set_vrf("red");
-    yfw_map_ctx bare = *h.ctx; /* the same context, its request gone */
+    yfw_map_ctx bare = *h.ctx, foreign_ctx = {}; /* the same context, its request gone; one the host did not make */
     bare.req_ctx = nullptr;
     char *v = nullptr, tok[] = "/a/b", hex[64];
     ip_addr_t a = {};
@@ -145,6 +145,7 @@ TEST_F(FrameworkOps, ExportedCallsRefuseMissingArgumentsOneByOne)
         {[&] { yfw_map_free_trim_path_list_ctx(nullptr); yfw_map_free_trim_path_list_ctx(&bare); yfw_oc_error_path(nullptr); yfw_oc_error_path(&bare); return long(h.error_paths().size()); }, 0},
         {[&] { return yfw_map_tree_xpath_operations(h.ctx, nullptr); }, F}, {[&] { return yfw_map_stitch_list_to_list(h.ctx, nullptr); }, F},
         {[&] { return yfw_map_do_these_match(nullptr, "a") + yfw_map_do_these_match("a", nullptr) + yfw_map_is_request_delete(nullptr); }, 0}, {[&] { return yfw_map_do_these_match("a", "a"); }, 1},
+        {[&] { return long(map_ctx_err_sink(nullptr) != nullptr) + (map_ctx_err_sink(&foreign_ctx) != nullptr) + (map_ctx_trc_sink(&foreign_ctx) != nullptr) + (map_ctx_ltrace_sink(&foreign_ctx) != nullptr); }, 0},
         {[&] { return long(ymap_oc_ni_get_vrf_name(nullptr) == nullptr) + (ymap_oc_ni_get_vrf_name(&bare) == nullptr) + (ymap_oc_ni_get_vrf_name(h.ctx) == nullptr); }, 2},
         {[&] { return qz_inet_pton(QZ_AF_INET, nullptr, &a) + qz_inet_pton(QZ_AF_INET, "10.0.0.1", nullptr); }, 0}, {[&] { return qz_inet_pton(QZ_AF_INET, "10.0.0.1", &a); }, 1},
         {[&] { return ip_addr2hex_string(nullptr, hex, 9) + ip_addr2hex_string(&a, nullptr, 9) + ip_addr2hex_string(&a, hex, 8); }, -3}, {[&] { return ip_addr2hex_string(&a, hex, 9); }, 0},
