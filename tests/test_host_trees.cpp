@@ -114,10 +114,14 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
     h.reset_output();
     const std::string L = "/l[a=1][b=2][c=3][d=4]";
     const struct { uint32_t type; std::string path; const char *value; cerrno rc; } rekeyed[] = {{YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK},
-        {YFW_XPATH_NODE_LEAF, L + "[k=1]/k", "2", YFW_RC_NODE_EXISTS}, {YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, L + "[k=2]/x", nullptr, YFW_RC_NODE_EXISTS}};
+        {YFW_XPATH_NODE_LEAF, L + "[k=1]/k", "2", YFW_RC_NODE_EXISTS}, {YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, L + "[k=2]/x", nullptr, YFW_RC_NODE_EXISTS},
+        /* and a repeated lookup makes current again only the entries on its own path: /s/static/z goes below static[prefix=2] */
+        {YFW_XPATH_NODE_CONTAINER, "/s/static[prefix=1]/x", nullptr, YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, "/s/next-hop[index=1]/x", nullptr, YFW_RC_OK},
+        {YFW_XPATH_NODE_LEAF, "/s/static[prefix=2]/v", "1", YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, "/s/next-hop[index=1]/x", nullptr, YFW_RC_NODE_EXISTS}};
     for (const auto &r : rekeyed)
         EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, r.type, h.out, r.path, r.value), r.rc) << r.path;
-    EXPECT_EQ(h.out_lines(), (Lines{L + "[k=1]/x", L + "[k=2]/x"}));
+    EXPECT_EQ(add("/s/static/z", "2"), YFW_RC_OK);
+    EXPECT_EQ(h.out_lines(), (Lines{L + "[k=1]/x", L + "[k=2]/x", "/s/next-hop[index=1]/x", "/s/static[prefix=1]/x", "/s/static[prefix=2]/v = 1", "/s/static[prefix=2]/z = 2"}));
 }
 
 TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
