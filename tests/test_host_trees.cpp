@@ -96,8 +96,7 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
         {"/network-instance[name=red]/config/name", "red", true}, {"/network-instance[name=blue]/config/name", "blue", true},
         {"/network-instance[name=blue]/config/name", "red", false}, /* value must match */
         {"/network-instance[name=blue]/config/name", "", true},     /* no value: any */
-        {"/network-instance[name=green]/config/name", "green", false},
-        {"/network-instance[name=red]/config/description", nullptr, false},
+        {"/network-instance[name=green]/config/name", "green", false}, {"/network-instance[name=red]/config/description", nullptr, false},
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(std::string(row.path) + " " + (row.value ? row.value : "-"));
@@ -123,6 +122,14 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
         EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, r.type, h.out, r.path, r.value), r.rc) << r.path;
     EXPECT_EQ(add("/s/static/z", "2"), YFW_RC_OK);
     EXPECT_EQ(h.out_lines(), (Lines{L + "[k=1]/x", L + "[k=2]/x", "/s/next-hop[index=1]/x", "/s/static[prefix=1]/x", "/s/static[prefix=2]/v = 1", "/s/static[prefix=2]/z = 2"}));
+    /* A current list the plug-in still holds into a freed tree is not followed. */
+    h.rc->current_list = h.out_node("/s/static[prefix=2]");
+    ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_CONTAINER, h.out, "/s"), YFW_RC_OK);
+    zidl_yfw_datatree *stale = h.rc->current_list;
+    h.reset_output();
+    h.rc->current_list = stale;
+    EXPECT_EQ(add("/a", "1"), YFW_RC_OK);
+    EXPECT_EQ(h.rc->current_list, stale);
 }
 
 TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
