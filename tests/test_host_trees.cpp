@@ -123,9 +123,8 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
     EXPECT_EQ(add("/s/static/z", "2"), YFW_RC_OK);
     EXPECT_EQ(h.out_lines(), (Lines{L + "[k=1]/x", L + "[k=2]/x", "/s/next-hop[index=1]/x", "/s/static[prefix=1]/x", "/s/static[prefix=2]/v = 1", "/s/static[prefix=2]/z = 2"}));
     /* A current list the plug-in still holds into a freed tree is not followed. */
-    h.rc->current_list = h.out_node("/s/static[prefix=2]");
+    zidl_yfw_datatree *stale = h.rc->current_list = h.out_node("/s/static[prefix=2]");
     ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_CONTAINER, h.out, "/s"), YFW_RC_OK);
-    zidl_yfw_datatree *stale = h.rc->current_list;
     h.reset_output();
     h.rc->current_list = stale;
     EXPECT_EQ(add("/a", "1"), YFW_RC_OK);
