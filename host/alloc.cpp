@@ -83,6 +83,13 @@ void alloc_fail_nth(const std::string &tag, unsigned nth)
     r.fail_nth = nth;
 }
 
+bool alloc_refused(const char *tag)
+{
+    Registry &r = reg();
+    std::lock_guard<std::mutex> lk(r.mu);
+    return refuse(r, tag);
+}
+
 } // namespace ocni::host
 
 using namespace ocni::host;

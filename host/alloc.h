@@ -20,6 +20,8 @@ std::string alloc_tag_of(const void *p);
  * tag is `tag` ("" = any tag). 0 switches refusal off.
  */
 void alloc_fail_nth(const std::string &tag, unsigned nth);
+/* Whether the host's own allocation under `tag` is refused by the above (trees: "host tree"). */
+bool alloc_refused(const char *tag);
 
 } // namespace ocni::host
 

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <unordered_set>
 
+#include "host/alloc.h"
 #include "wos_alloc.h"
 
 namespace ocni::host {
@@ -696,6 +697,8 @@ std::string instance_path(const NodeRec *r)
 
 zidl_yfw_datatree *new_tree()
 {
+    if (alloc_refused("host tree"))
+        return nullptr;
     auto *root = static_cast<zidl_yfw_datatree *>(calloc(1, sizeof(zidl_yfw_datatree)));
     if (root == nullptr)
         return nullptr;
@@ -904,11 +907,9 @@ bool parse_path_views(std::string_view path, std::vector<StepView> &steps, std::
 {
     steps.clear();
     keys.clear();
-    auto fail = [&](const char *why) {
+    auto fail = [&](const char *why) { /* callers discard the steps of a malformed path */
         if (err != nullptr)
             *err = why;
-        steps.clear();
-        keys.clear();
         return false;
     };
     const char *p = path.data();

@@ -2,7 +2,6 @@
  * xpath operations on instance paths with bracketed keys, and stitching an
  * output list to an entry.
  */
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -135,11 +134,10 @@ void remember(ReqState *st, NodeRec *root, std::string_view text, NodeRec *resul
     h.gen = st->current_gen;
     h.path.assign(text);
     h.result = result;
-    h.entries.clear();
+    h.entries.clear(); /* innermost first: each is the current entry of a list of its own, so order does not matter */
     for (NodeRec *r = result; r != nullptr && r != root; r = r->parent)
         if (r->kind == NodeKind::Entry)
             h.entries.push_back(r);
-    std::reverse(h.entries.begin(), h.entries.end());
 }
 
 } // namespace

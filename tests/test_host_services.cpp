@@ -5,6 +5,7 @@
  * token, trim path, request state, error path, list lookup).
  */
 #include <cstring>
+#include <functional>
 
 #include "host/iface_table.h"
 #include "host/native_gate.h"
@@ -61,8 +62,6 @@ TEST(Trace, LevelsSlotsCutAndResultTexts)
     uint32_t state = DEBUG_TRC;
     EXPECT_EQ(yfw_debug_should_log(&state, YFW_LOG_LEVEL_TRC), 1);
     EXPECT_EQ(yfw_debug_should_log(&state, YFW_LOG_LEVEL_ERR), 0);
-    EXPECT_EQ(yfw_debug_should_log(nullptr, YFW_LOG_LEVEL_ERR), 0);
-    EXPECT_EQ(yfw_debug_should_log(&state, 40), 0);
 
     LogSink sink;
     uint32_t slot = 0xFFFFFFFFu;
@@ -75,7 +74,6 @@ TEST(Trace, LevelsSlotsCutAndResultTexts)
 
     LogSink lt;
     _lstrace(&lt, YFW_LSTRACE_FLAGS, "#1: TRC: f:1 ctx=0x1,Start");
-    _lstrace(nullptr, YFW_LSTRACE_FLAGS, "dropped");
     ASSERT_EQ(lt.lines().size(), 1u);
     EXPECT_EQ(lt.lines()[0].flags, YFW_LSTRACE_FLAGS);
     LogSink capped(1);
@@ -94,18 +92,14 @@ class FrameworkOps : public HostFixture {};
 
 TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
 {
-    EXPECT_EQ(yfw_map_copy_trim_path_list_ctx(h.ctx, nullptr), YFW_RC_MAP_FAILED);
-
     TreePtr in = build_tree("/a = 1 (delete)\n/l[k=1]/b = 2 (remove)");
     EXPECT_TRUE(yfw_map_is_request_delete(tree_find(in.get(), "/a")));
     EXPECT_FALSE(yfw_map_is_request_delete(tree_find(in.get(), "/l[k=1]/b")));
-    EXPECT_FALSE(yfw_map_is_request_delete(nullptr));
     /* The error path names the current input node, "" before there is one; its entry is on the input stack. */
     yfw_oc_error_path(h.ctx);
     h.enter(tree_find(in.get(), "/l[k=1]/b"));
     EXPECT_EQ(req_input_depth(h.rc), 1u);
     yfw_oc_error_path(h.ctx);
-    yfw_oc_error_path(nullptr);
     EXPECT_EQ(h.error_paths(), (Lines{"", "/l[k=1]/b"}));
     /* The framework frees what the plug-in left on the request, and the texts it set on output nodes. */
     AllocWatch watch;
@@ -119,6 +113,52 @@ TEST_F(FrameworkOps, RequestStateTrimPathDeleteErrorPathAndCleanup)
     EXPECT_EQ(watch.grown(), 7);
     h.reset();
     EXPECT_EQ(watch.grown(), 0);
+}
+
+/* Each pointer argument missing in turn, and a context without its request: the exact refusal, nothing touched. */
+TEST_F(FrameworkOps, ExportedCallsRefuseMissingArgumentsOneByOne)
+{
+    const std::string NI = "/network-instances/network-instance", K = NI + "/name";
+    TreePtr in = build_tree(NI + "[name=red]/config/name = red");
+    zidl_yfw_datatree *ni = tree_find(in.get(), (NI + "[name=red]").c_str()), foreign = {}, *e = nullptr;
+    h.enter(tree_find(in.get(), (NI + "[name=red]/config/name").c_str()));
+    h.set_vrf("red");
+    yfw_map_ctx bare = *h.ctx, foreign_ctx = {}; /* the same context, its request gone; one the host did not make */
+    bare.req_ctx = nullptr;
+    char *v = nullptr, tok[] = "/a/b", hex[64];
+    ip_addr_t a = {};
+    imc_if_req_t q = {};
+    imc_if_resp_t r = {};
+    LogSink sink;
+    auto add = [&](yfw_map_ctx *c, zidl_yfw_datatree *o, const char *path) { return yfw_map_datatree_add_path_flagged(c, o, path, "urn:t", nullptr, nullptr, nullptr, 0, 0); };
+    auto info = [&](yfw_map_ctx *c, const char *l, const char *k, char **out) { return yfw_map_get_node_info(c, l, k, out); };
+    const long F = YFW_RC_MAP_FAILED;
+    const std::pair<std::function<long()>, long> rows[] = { /* each function's last row: all arguments there */
+        {[&] { return add(nullptr, h.out, "/a"); }, F}, {[&] { return add(&bare, h.out, "/a"); }, F}, {[&] { return add(h.ctx, nullptr, "/a"); }, F},
+        {[&] { return add(h.ctx, h.out, nullptr); }, F}, {[&] { return add(h.ctx, &foreign, "/a"); }, F}, {[&] { return long(tree_size(h.out)); }, 1},
+        {[&] { return info(nullptr, NI.c_str(), "name", &v); }, F}, {[&] { return info(&bare, NI.c_str(), "name", &v); }, F}, {[&] { return info(h.ctx, nullptr, "name", &v); }, F},
+        {[&] { return info(h.ctx, NI.c_str(), nullptr, &v); }, F}, {[&] { return info(h.ctx, NI.c_str(), "name", nullptr); }, F}, {[&] { return info(h.ctx, NI.c_str(), "name", &v); }, YFW_RC_OK},
+        {[&] { return yfw_map_get_list(h.ctx, nullptr, K.c_str(), nullptr, &e); }, F}, {[&] { return yfw_map_get_list(h.ctx, ni, nullptr, nullptr, &e); }, F},
+        {[&] { return yfw_map_get_list(h.ctx, ni, K.c_str(), nullptr, nullptr); }, F}, {[&] { return yfw_map_get_list(h.ctx, ni, K.c_str(), nullptr, &e); }, YFW_RC_OK},
+        {[&] { return yfw_map_get_last_token_from_path(nullptr, &v); }, F}, {[&] { return yfw_map_get_last_token_from_path(tok, nullptr); }, F}, {[&] { return yfw_map_get_last_token_from_path(tok, &v); }, YFW_RC_OK},
+        {[&] { return yfw_map_copy_trim_path_list_ctx(nullptr, "/a"); }, F}, {[&] { return yfw_map_copy_trim_path_list_ctx(&bare, "/a"); }, F}, {[&] { return yfw_map_copy_trim_path_list_ctx(h.ctx, nullptr); }, F},
+        {[&] { yfw_map_free_trim_path_list_ctx(nullptr); yfw_map_free_trim_path_list_ctx(&bare); yfw_oc_error_path(nullptr); yfw_oc_error_path(&bare); return long(h.error_paths().size()); }, 0},
+        {[&] { return yfw_map_tree_xpath_operations(h.ctx, nullptr); }, F}, {[&] { return yfw_map_stitch_list_to_list(h.ctx, nullptr); }, F},
+        {[&] { return yfw_map_do_these_match(nullptr, "a") + yfw_map_do_these_match("a", nullptr) + yfw_map_is_request_delete(nullptr); }, 0}, {[&] { return yfw_map_do_these_match("a", "a"); }, 1},
+        {[&] { return long(map_ctx_err_sink(nullptr) != nullptr) + (map_ctx_err_sink(&foreign_ctx) != nullptr) + (map_ctx_trc_sink(&foreign_ctx) != nullptr) + (map_ctx_ltrace_sink(&foreign_ctx) != nullptr); }, 0},
+        {[&] { return long(ymap_oc_ni_get_vrf_name(nullptr) == nullptr) + (ymap_oc_ni_get_vrf_name(&bare) == nullptr) + (ymap_oc_ni_get_vrf_name(h.ctx) == nullptr); }, 2},
+        {[&] { return qz_inet_pton(QZ_AF_INET, nullptr, &a) + qz_inet_pton(QZ_AF_INET, "10.0.0.1", nullptr); }, 0}, {[&] { return qz_inet_pton(QZ_AF_INET, "10.0.0.1", &a); }, 1},
+        {[&] { return ip_addr2hex_string(nullptr, hex, 9) + ip_addr2hex_string(&a, nullptr, 9) + ip_addr2hex_string(&a, hex, 8); }, -3}, {[&] { return ip_addr2hex_string(&a, hex, 9); }, 0},
+        {[&] { return hex_string2ip_addr(nullptr, &a) + hex_string2ip_addr(hex, nullptr); }, -2}, {[&] { return hex_string2ip_addr(hex, &a) + strlen(ip_addr_string(nullptr)); }, 0},
+        {[&] { return getaddrinfo_qz("10.0.0.1", nullptr, nullptr, nullptr); }, EAI_FAIL}, {[&] { return yfw_debug_should_log(nullptr, 0) + yfw_debug_should_log(&h.ctx->debug_state, -1) + yfw_debug_should_log(&h.ctx->debug_state, 32); }, 0},
+        {[&] { return imc_interface_find(nullptr, 0, nullptr, nullptr, nullptr); }, F}, {[&] { return imc_interface_find(yfw_ocifmgr_im_conn, 1, nullptr, nullptr, &r); }, F},
+        {[&] { return imc_interface_find(yfw_ocifmgr_im_conn, 1, &q, nullptr, nullptr); }, F}, {[&] { return imc_interface_find(yfw_ocifmgr_im_conn, 0, nullptr, nullptr, nullptr); }, YFW_RC_OK},
+        {[&] { _lstrace(nullptr, 0, "x"); _lstrace(&sink, 0, nullptr); _wos_dt_log_filter_adv(&sink, 0, 0, 0, 0, 0, nullptr, nullptr); return long(sink.size()) + (yfw_strdup(nullptr, "t") != nullptr); }, 0},
+    };
+    for (size_t i = 0; i < std::size(rows); ++i)
+        EXPECT_EQ(rows[i].first(), rows[i].second) << "row " << i;
+    EXPECT_STREQ(v, "b");
+    EXPECT_EQ(e, ni);
 }
 
 /* Keys of the entries being mapped: input stack, then the ancestors table (innermost first), then the current node's parents. */

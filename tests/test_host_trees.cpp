@@ -6,6 +6,7 @@
  * suppression, key leaves.
  */
 #include <cstring>
+#include <tuple>
 
 #include "host_fixture.h"
 #include "tree_builder.h"
@@ -21,17 +22,9 @@ const std::string ROUTES = "/network-instances/network-instance/protocols/protoc
 
 TEST(Trees, InstancePathsParseToStepsOrSayWhatIsWrong)
 {
-    const struct {
-        const char *path, *why; /* why: "" when the path parses */
-    } rows[] = {
-        {"/a[k='x]y'][n=2]/b", ""},
-        {"/a[k=1]x", "text after ']'"},
-        {"/a['k'=1]", ""},
-        {"/a[k='1'x]", "text after a quoted key value"},
-        {"/a[k='1", "unterminated quoted key value"},
-        {"/a[k=1", "unterminated '['"},
-        {"/a[k]", "key without '='"},
-        {"/[k=1]", "key without a node name"},
+    const struct { const char *path, *why; /* why: "" when the path parses */ } rows[] = {
+        {"/a[k='x]y'][n=2]/b", ""}, {"/a[k=1]x", "text after ']'"}, {"/a['k'=1]", ""}, {"/a[k='1'x]", "text after a quoted key value"},
+        {"/a[k='1", "unterminated quoted key value"}, {"/a[k=1", "unterminated '['"}, {"/a[k]", "key without '='"}, {"/[k=1]", "key without a node name"},
     };
     for (const auto &r : rows) {
         std::vector<PathStep> steps;
@@ -60,6 +53,7 @@ TEST(Trees, KeylessStepsFindTheOldestEntryWithoutScanning)
     EXPECT_LT(tree_sibling_visits() - before, 10u * 1000);
     EXPECT_EQ(tree_find(t.get(), "/routes/nothing"), nullptr);
     EXPECT_STREQ(tree_find(build_tree("/r/a[k=1]\n/r/b[k=2]").get(), "/r/b/k")->value, "2") << "few siblings: no index";
+    EXPECT_STREQ(tree_find(build_tree("/r/a[a=1][b=2][c=3][d=4][e=5]/x = 1\n/r/a[a=2][b=2][c=3][d=4][e=5]/x = 2").get(), "/r/a[e=5][d=4][c=3][b=2][a=2]/x")->value, "2");
 }
 
 class TreeOps : public HostFixture {
@@ -98,16 +92,11 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
         /network-instances/network-instance[name=blue]/config/name = blue
     )");
     zidl_yfw_datatree *nis = tree_find(in.get(), "/network-instances");
-    struct Row {
-        const char *path, *value;
-        bool found;
-    } rows[] = {
-        {"/network-instance[name=red]/config/name", "red", true},
-        {"/network-instance[name=blue]/config/name", "blue", true},
+    struct Row { const char *path, *value; bool found; } rows[] = {
+        {"/network-instance[name=red]/config/name", "red", true}, {"/network-instance[name=blue]/config/name", "blue", true},
         {"/network-instance[name=blue]/config/name", "red", false}, /* value must match */
         {"/network-instance[name=blue]/config/name", "", true},     /* no value: any */
-        {"/network-instance[name=green]/config/name", "green", false},
-        {"/network-instance[name=red]/config/description", nullptr, false},
+        {"/network-instance[name=green]/config/name", "green", false}, {"/network-instance[name=red]/config/description", nullptr, false},
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(std::string(row.path) + " " + (row.value ? row.value : "-"));
@@ -121,6 +110,25 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
     EXPECT_EQ(h.out_lines(), (Lines{"/static-routes/static[prefix=10.1.0.0/16]/next-hops/next-hop[index='a]b']"}));
     EXPECT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_CONTAINER, h.out, "/static-routes/static[prefix=\"10.1.0.0/16\"]"),
               YFW_RC_OK);
+    /* An entry whose key leaf is rewritten answers to its new keys only, also to a lookup made before. */
+    h.reset_output();
+    const std::string L = "/l[a=1][b=2][c=3][d=4]";
+    const struct { uint32_t type; std::string path; const char *value; cerrno rc; } rekeyed[] = {{YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK},
+        {YFW_XPATH_NODE_LEAF, L + "[k=1]/k", "2", YFW_RC_NODE_EXISTS}, {YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, L + "[k=2]/x", nullptr, YFW_RC_NODE_EXISTS},
+        /* and a repeated lookup makes current again only the entries on its own path: /s/static/z goes below static[prefix=2] */
+        {YFW_XPATH_NODE_CONTAINER, "/s/static[prefix=1]/x", nullptr, YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, "/s/next-hop[index=1]/x", nullptr, YFW_RC_OK},
+        {YFW_XPATH_NODE_LEAF, "/s/static[prefix=2]/v", "1", YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, "/s/next-hop[index=1]/x", nullptr, YFW_RC_NODE_EXISTS}};
+    for (const auto &r : rekeyed)
+        EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, r.type, h.out, r.path, r.value), r.rc) << r.path;
+    EXPECT_EQ(add("/s/static/z", "2"), YFW_RC_OK);
+    EXPECT_EQ(h.out_lines(), (Lines{L + "[k=1]/x", L + "[k=2]/x", "/s/next-hop[index=1]/x", "/s/static[prefix=1]/x", "/s/static[prefix=2]/v = 1", "/s/static[prefix=2]/z = 2"}));
+    /* A current list the plug-in still holds into a freed tree is not followed. */
+    zidl_yfw_datatree *stale = h.rc->current_list = h.out_node("/s/static[prefix=2]");
+    ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_CONTAINER, h.out, "/s"), YFW_RC_OK);
+    h.reset_output();
+    h.rc->current_list = stale;
+    EXPECT_EQ(add("/a", "1"), YFW_RC_OK);
+    EXPECT_EQ(h.rc->current_list, stale);
 }
 
 TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
@@ -136,33 +144,17 @@ TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
     bad.result = h.out; /* a stale result is cleared */
     EXPECT_EQ(yfw_map_tree_xpath_operations(h.ctx, &bad), YFW_RC_MAP_FAILED);
     EXPECT_EQ(bad.result, nullptr);
-    EXPECT_EQ(yfw_map_tree_xpath_operations(h.ctx, nullptr), YFW_RC_MAP_FAILED);
     /* Stitching a path that does not end in the list. */
     bad = rec(YFW_XPATH_OP_ADD, YFW_XPATH_NODE_LIST, h.out, "/network-instances/network-instance[name=red]/");
     strcpy(bad.schema_path, "/network-instances/network-instance/protocols/protocol");
     bad.result = h.out;
     EXPECT_EQ(yfw_map_stitch_list_to_list(h.ctx, &bad), YFW_RC_MAP_FAILED);
     EXPECT_EQ(bad.result, nullptr);
-    /* Placement: no context, tree or path, a context without its request, a tree the host did not make. */
     EXPECT_EQ(add("///"), YFW_RC_MAP_FAILED);
     EXPECT_EQ(add("/a[k=v]/b", "x"), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(yfw_map_datatree_add_path_flagged(nullptr, h.out, "/a", NS, nullptr, nullptr, nullptr, 0, 0), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, nullptr, "/a", NS, nullptr, nullptr, nullptr, 0, 0), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, nullptr, NS, nullptr, nullptr, nullptr, 0, 0), YFW_RC_MAP_FAILED);
     /* Flags outside the contract: a new entry with a value, flag 2, an add flag other than 0 or 32. */
-    EXPECT_EQ(add("/a/b", "x", 1), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(add("/a/b", nullptr, 2), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a", NS, nullptr, nullptr, nullptr, 0, 1), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a", NS, "x", nullptr, nullptr, 0, 33), YFW_RC_MAP_FAILED);
-    auto *rq = h.ctx->req_ctx;
-    h.ctx->req_ctx = nullptr;
-    EXPECT_EQ(add("/a"), YFW_RC_MAP_FAILED);
-    h.ctx->req_ctx = rq;
-    zidl_yfw_datatree foreign = {};
-    EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, &foreign, "/a", NS, nullptr, nullptr, nullptr, 0, 0), YFW_RC_MAP_FAILED);
-    char *v = nullptr;
-    EXPECT_EQ(yfw_map_get_node_info(h.ctx, nullptr, "name", &v), YFW_RC_MAP_FAILED);
-    EXPECT_EQ(yfw_map_get_node_info(h.ctx, "/network-instances/network-instance", nullptr, &v), YFW_RC_MAP_FAILED);
+    for (const auto &[value, flag, add_flag] : {std::tuple<const char *, uint32_t, uint32_t>{"x", 1, 0}, {nullptr, 2, 0}, {nullptr, 0, 1}, {"x", 0, 33}})
+        EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a/b", NS, value, nullptr, nullptr, flag, add_flag), YFW_RC_MAP_FAILED) << flag << " " << add_flag;
     EXPECT_EQ(tree_size(h.out), 1u);
 }
 

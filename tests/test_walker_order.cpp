@@ -6,6 +6,7 @@
  */
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <regex>
 #include <string>
@@ -94,6 +95,21 @@ TEST_F(WalkerOrder, ParentsFirstKeysFirstAndRouteLeavesBeforeNextHops)
         "man_leaf_lvla_localroutes_config_nexthop next-hop=10.0.0.1 0 9 red 4", "man_leaf_lvla_localroutes_config_interface interface=Lo0 0 10 red 4"}));
 }
 
+/* Native reads: the instance named to the callbacks is the one they map, also when the store lists a VRF before default-vrf. */
+TEST_F(WalkerOrder, NativeReadsNameTheInstanceOfTheVrfBeingMapped)
+{
+    const std::string a = "/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]/vrf-route/"
+                          "vrf-next-hop-table/vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]/metric = 1\n";
+    ASSERT_TRUE(walker_->native_edit(build_tree("/router-static/vrfs/vrf[vrf-name=blue]" + a + "/router-static/default-vrf" + a, OCNI_NS_NATIVE).get(), false, true).result.ok());
+    zidl_yfw_datatree *out = nullptr;
+    ASSERT_TRUE(walker_->read(ReadRequest{}, &out).ok());
+    tree_free(out);
+    Lines vrfs; /* the instance each callback was given, in call order */
+    for (const std::string &c : g_calls)
+        vrfs.push_back(std::regex_replace(c, std::regex("^.* (\\S*) \\d+$"), "$1"));
+    EXPECT_EQ(vrfs, (Lines{"", "blue", "blue", "blue", "blue", "blue", "blue", "default", "default", "default", "default", "default", "default"}));
+}
+
 /* A native tree the apply cannot place is refused naming what is wrong, and changes nothing. */
 TEST_F(WalkerFixture, NativeTreesOutsideTheModelAreRefusedWhole)
 {
@@ -103,8 +119,7 @@ TEST_F(WalkerFixture, NativeTreesOutsideTheModelAreRefusedWhole)
     const Lines before = native();
     const std::pair<std::string, std::string> rows[] = {
         {"/other = 1", "unknown native node /other"}, {"/router-static/x = 1", "unknown native node x under router-static"},
-        {"/router-static/vrfs/y = 1", "unknown native node y under vrfs"},
-        {"/router-static/vrfs/vrf/address-family", "native vrf entry without vrf-name"}, {d + "/z = 1", "unknown native node z in a vrf"},
+        {"/router-static/vrfs/y = 1", "unknown native node y under vrfs"}, {"/router-static/vrfs/vrf/address-family", "native vrf entry without vrf-name"}, {d + "/z = 1", "unknown native node z in a vrf"},
         {d + "/address-family/vrfipv5", "unknown address family vrfipv5"}, {d + "/address-family/vrfipv4/u", "unknown native node u"},
         {d + "/address-family/vrfipv6/vrf-unicast/v", "unknown native node v"}, {a + "/e", "unknown native node e"},
         {a + "/vrf-prefix/vrf-route", "native vrf-prefix entry without prefix"}, {t + "/q[k=1]", "unknown native next-hop table q"},
@@ -142,6 +157,44 @@ TEST_F(WalkerFixture, SubtreeDeletesRemoveWhatTheyNameAndNothingElse)
                 want.push_back(w);
         EXPECT_TRUE(edit(r.del + " (delete)").result.ok()) << r.del;
         EXPECT_EQ(native(), want) << r.del;
+    }
+}
+
+/* Each tree a request makes refused in turn: the request fails out of memory changing nothing, until it has all it needs. */
+TEST_F(WalkerFixture, RequestsWhoseTreesCannotBeMadeFailOutOfMemoryChangingNothing)
+{
+    const std::string st = oc_static_routes("default") + "/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.";
+    ASSERT_TRUE(edit(st + "1").result.ok());
+    std::string many; /* more routes than the edit applies at once */
+    for (int i = 0; i < 1025; ++i)
+        many += oc_static_routes("default") + "/static[prefix=" + std::to_string(10 + i / 256) + "." + std::to_string(i % 256) + ".0.0/16]/config/set-tag = 1\n";
+    TreePtr in = build_tree(st + "2", OCNI_NS_OC_NI), big = build_tree(many, OCNI_NS_OC_NI);
+    Lines got;
+    auto sink = [&](const zidl_yfw_datatree *t) { got = tree_lines(t); return true; };
+    auto read_lines = [&](const ReadRequest &rq) {
+        zidl_yfw_datatree *out = nullptr;
+        WalkResult r = walker->read(rq, &out);
+        got = tree_lines(TreePtr(out).get());
+        return r;
+    };
+    const std::function<WalkResult()> requests[] = {[&] { return read_lines(ReadRequest{}); }, [&] { return read_lines(ReadRequest{true, "", ""}); },
+        [&] { return read_lines(ReadRequest{true, "default", "10.0.0.0/24"}); }, [&] { return walker->read_batches(ReadRequest{}, 1, sink); },
+        [&] { return walker->read_batches(ReadRequest{}, 1, sink, true); },
+        [&] { WalkResult r = walker->edit(in.get()).result; alloc_fail_nth("", 0); got = native(); return r; }, /* the store read unrefused */
+        [&] { WalkResult r = walker->edit(big.get()).result; alloc_fail_nth("", 0); got = native(); return r; }};
+    for (size_t i = 0; i < std::size(requests); ++i) {
+        const Lines stored = native();
+        unsigned nth = 1;
+        for (WalkResult r; alloc_fail_nth("host tree", nth), r = requests[i](), alloc_fail_nth("", 0), !r.ok(); ++nth) {
+            ASSERT_LT(nth, 20u) << i;
+            EXPECT_EQ(r.rc, YFW_RC_NO_MEMORY) << i << " " << nth;
+            EXPECT_EQ(r.message, "out of memory") << i << " " << nth;
+            EXPECT_EQ(native(), stored) << i << " " << nth;
+        }
+        EXPECT_GT(nth, 1u) << i;
+        const Lines whole = got;
+        ASSERT_TRUE(requests[i]().ok());
+        EXPECT_EQ(got, whole) << i << ": a request that succeeds has made all its trees";
     }
 }
 

@@ -180,17 +180,9 @@ TEST(CanonicalPrefix, ClearsHostBitsNormalisesIpv6AndRefusesWhatIsNoPrefix)
 TEST_F(Yang, DocumentsAreAcceptedOrRefusedNamingLinePathAndCanonicalForm)
 {
     const std::string native = "{\"Velmar-ORN-QZ-ip-static-cfg:router-static\":{}}";
-    struct Row {
-        const char *what;
-        std::string text;
-        bool ok;
-        std::vector<std::string> mentions;
-        bool native = false;
-    } rows[] = {
-        {"keys need not repeat under config", nh_doc("\"metric\":5"), true, {"\"metric\": 5"}},
-        {"empty text", "  \n", true, {"{}\n"}},
-        {"empty object", "{}", true, {"{}\n"}},
-        {"canonical prefix", oc_doc("\"prefix\":\"0.0.0.0/0\""), true, {"0.0.0.0/0"}},
+    struct Row { const char *what; std::string text; bool ok; std::vector<std::string> mentions; bool native = false; } rows[] = {
+        {"keys need not repeat under config", nh_doc("\"metric\":5"), true, {"\"metric\": 5"}}, {"empty text", "  \n", true, {"{}\n"}},
+        {"empty object", "{}", true, {"{}\n"}}, {"canonical prefix", oc_doc("\"prefix\":\"0.0.0.0/0\""), true, {"0.0.0.0/0"}},
         {"canonical address", nh_doc("\"next-hop\":\"2001:db8::1\"", "2001:db8::/32"), true, {"2001:db8::1"}},
         {"native in the native model", native, true, {}, true},
         {"malformed JSON", "{\"openconfig-network-instance:network-instances\": {\n\"network-instance\": [\n", false, {"line 3"}},
@@ -203,8 +195,7 @@ TEST_F(Yang, DocumentsAreAcceptedOrRefusedNamingLinePathAndCanonicalForm)
         {"state in an edit", oc_doc("\"prefix\":\"10.1.0.0/16\",\"state\":{\"prefix\":\"10.1.0.0/16\"}"), false, {"state"}},
         {"list without its key", oc_doc("\"config\":{\"prefix\":\"10.1.0.0/16\"}"), false, {"prefix"}},
         {"malformed XML", "<network-instances xmlns=\"http://openconfig.net/yang/network-instance\">\n<network-instance>\n</network-instances>", false, {"line"}},
-        {"unknown module", "{\"openconfig-bgp:bgp\":{}}", false, {"openconfig-bgp"}},
-        {"native in the OpenConfig model", native, false, {"router-static"}},
+        {"unknown module", "{\"openconfig-bgp:bgp\":{}}", false, {"openconfig-bgp"}}, {"native in the OpenConfig model", native, false, {"router-static"}},
         {"OpenConfig in the native model", oc_doc("\"prefix\":\"10.1.0.0/16\""), false, {"network-instances"}, true},
         {"host bits in the key", oc_doc("\"prefix\":\"10.1.1.1/24\""), false, {"\"10.1.1.0/24\"", "]/prefix"}},
         {"upper case in config/prefix", oc_doc("\"prefix\":\"10.9.9.0/24\",\"config\":{\"prefix\":\"2001:DB8::/32\"}"), false, {"\"2001:db8::/32\"", "/config/prefix"}},
@@ -227,29 +218,20 @@ TEST_F(Yang, DocumentsAreAcceptedOrRefusedNamingLinePathAndCanonicalForm)
 /* Instance paths: a good one names its target and, as a host tree, marks exactly that node deleted; a bad one says why. */
 TEST_F(Yang, InstancePathsNameAndDeleteTheirTargetOrSayWhyNot)
 {
-    struct Row {
-        std::string path;
-        const char *target; /* schema name of the target, or the text of the error */
-        bool ok, leaf;      /* leaf: a leaf the tree does not carry */
-    } rows[] = {
-        {kNh + "/config/metric", "metric", true, true},
-        {kNh, "next-hop", true, false},
-        {kProto + "/static-routes/static[prefix='2001:db8::/32']", "static", true, false},
-        {kStatic + "/prefix", "static", true, false},
+    /* target: schema name of the target, or the text of the error; leaf: a leaf the tree does not carry */
+    struct Row { std::string path; const char *target; bool ok, leaf; } rows[] = {
+        {kNh + "/config/metric", "metric", true, true}, {kNh, "next-hop", true, false},
+        {kProto + "/static-routes/static[prefix='2001:db8::/32']", "static", true, false}, {kStatic + "/prefix", "static", true, false},
         {kProto + "/static-routes", "static-routes", true, false},
         {"/network-instances/network-instance[name=\"red\"]/protocols/protocol[name=DEFAULT][identifier=openconfig-policy-types:STATIC]/static-routes", "static-routes", true, false},
         {"/openconfig-network-instance:network-instances", "network-instances", true, false},
         {kStatic + "/next-hops/next-hop[index='Gi0/0/0/1]x']/interface-ref/config/subinterface", "subinterface", true, true},
-        {"network-instances", "must start with /", false, false},
-        {"/network-instances/network-instance", "needs its key \"name\"", false, false},
-        {kProto + "/static-routes/static[prefix=10.0.0.1/24]", "\"10.0.0.0/24\"", false, false},
-        {kNh + "/config/colour", "colour", false, false},
-        {kProto + "/static-routes/static[prefix=banana]", "banana", false, false},
-        {kStatic + "/config/metric", "metric", false, false},
+        {"network-instances", "must start with /", false, false}, {"/network-instances/network-instance", "needs its key \"name\"", false, false},
+        {kProto + "/static-routes/static[prefix=10.0.0.1/24]", "\"10.0.0.0/24\"", false, false}, {kNh + "/config/colour", "colour", false, false},
+        {kProto + "/static-routes/static[prefix=banana]", "banana", false, false}, {kStatic + "/config/metric", "metric", false, false},
         {"/network-instances/network-instance[name=default]/protocols/protocol[identifier=BGPX][name=DEFAULT]", "BGPX", false, false},
         {"/network-instances/network-instance[name=default][vrf=x]", "keys other than its own", false, false},
-        {"/network-instances[name=default]", "not a list", false, false},
-        {kStatic + "/config/prefix/extra", "must end the path", false, false},
+        {"/network-instances[name=default]", "not a list", false, false}, {kStatic + "/config/prefix/extra", "must end the path", false, false},
         {"/network-instances/network-instance[name='default]", "unterminated", false, false},
         {"/network-instances//network-instance[name=a]", "empty step", false, false},
     };
