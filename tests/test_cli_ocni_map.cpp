@@ -19,9 +19,12 @@ namespace {
 TEST_F(Cli, EveryCommandHasHelp)
 {
     struct Row { const char *args; const char *usage; } rows[] = {
-        {"--help", "usage: ocni-map [--store DIR]"}, {"help", "usage: ocni-map [--store DIR]"}, {"edit --help", "usage: ocni-map edit FILE|- [--dry-run"},
-        {"delete --help", "usage: ocni-map delete PATH"}, {"get --help", "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX]"},
-        {"native --help", "usage: ocni-map native"}, {"native edit --help", "ocni-map native edit FILE|-"}, {"vrf --help", "usage: ocni-map vrf add NAME"},
+        {"--help", "usage: ocni-map [--store DIR]"}, {"help", "usage: ocni-map [--store DIR]"},
+        {"edit --help", "usage: ocni-map edit FILE|- [--dry-run"},
+        {"delete --help", "usage: ocni-map delete PATH"},
+        {"get --help", "usage: ocni-map get [--state] [--vrf NAME] [--prefix PREFIX]"},
+        {"native --help", "usage: ocni-map native"}, {"native edit --help", "ocni-map native edit FILE|-"},
+        {"vrf --help", "usage: ocni-map vrf add NAME"},
         {"vrf list --help", "ocni-map vrf list"}, {"store --help", "usage: ocni-map store upgrade"},
     };
     for (const Row &r : rows) {
@@ -35,13 +38,19 @@ TEST_F(Cli, EveryCommandHasHelp)
 TEST_F(Cli, UsageErrorsExitTwo)
 {
     struct Row { const char *args; const char *mentions; } rows[] = {
-        {"", "usage: ocni-map"}, {"frobnicate", "unknown command frobnicate"}, {"get --colour", "unknown option --colour"}, {"edit", "usage: ocni-map edit"},
-        {"edit a.json b.json", "usage: ocni-map edit"}, {"delete", "usage: ocni-map delete"}, {"native edit", "usage: ocni-map native"},
-        {"vrf", "usage: ocni-map vrf"}, {"vrf rename red", "unknown vrf command rename"}, {"vrf add", "usage: ocni-map vrf"},
+        {"", "usage: ocni-map"}, {"frobnicate", "unknown command frobnicate"},
+        {"get --colour", "unknown option --colour"}, {"edit", "usage: ocni-map edit"},
+        {"edit a.json b.json", "usage: ocni-map edit"}, {"delete", "usage: ocni-map delete"},
+        {"native edit", "usage: ocni-map native"},
+        {"vrf", "usage: ocni-map vrf"}, {"vrf rename red", "unknown vrf command rename"},
+        {"vrf add", "usage: ocni-map vrf"},
         {"vrf add this-name-is-far-too-long-for-a-vrf-of-the-router", "is longer than 32 characters"},
-        {"vrf add -x", "a name that starts with '-' goes after --"}, {"vrf add \"$(printf 'a\\tb')\"", "VRF name \"a\\x09b\" contains a control character"},
-        {"vrf add \"$(printf 'a\\nb')\"", "VRF name \"a\\x0ab\" contains a control character"}, {"vrf add 'a]b'", "contains ']'"},
-        {"vrf delete 'a]b'", "contains ']'"}, {"get --vrf", "--vrf needs a name"}, {"get --prefix tomato", "invalid prefix \"tomato\""},
+        {"vrf add -x", "a name that starts with '-' goes after --"},
+        {"vrf add \"$(printf 'a\\tb')\"", "VRF name \"a\\x09b\" contains a control character"},
+        {"vrf add \"$(printf 'a\\nb')\"", "VRF name \"a\\x0ab\" contains a control character"},
+        {"vrf add 'a]b'", "contains ']'"},
+        {"vrf delete 'a]b'", "contains ']'"}, {"get --vrf", "--vrf needs a name"},
+        {"get --prefix tomato", "invalid prefix \"tomato\""},
         {"get --format yaml", "--format needs json or xml"},
     };
     for (const Row &r : rows) {
@@ -201,8 +210,10 @@ TEST_F(Cli, FiltersSelectStoredRoutesByMeaning)
         ASSERT_EQ(seed.status, 0) << seed.err;
     }
     struct Row { std::string filter; std::vector<const char *> finds; /* none: an empty document */ } rows[] = {
-        {"--vrf red --prefix 10.26.1.1/24", {"192.0.2.1"}}, {"--vrf red --prefix 10.26.1.0/24", {"192.0.2.1"}}, {"--prefix 10.26.1.0/24", {"192.0.2.1"}},
-        {"--prefix 10.27.1.0/24", {"192.0.2.7"}}, {"--prefix 10.26.1.0/25", {}}, {"--prefix 2001:DB8:26::/48", {"DROP"}},
+        {"--vrf red --prefix 10.26.1.1/24", {"192.0.2.1"}}, {"--vrf red --prefix 10.26.1.0/24", {"192.0.2.1"}},
+        {"--prefix 10.26.1.0/24", {"192.0.2.1"}},
+        {"--prefix 10.27.1.0/24", {"192.0.2.7"}}, {"--prefix 10.26.1.0/25", {}},
+        {"--prefix 2001:DB8:26::/48", {"DROP"}},
         {"--prefix 2001:db8:26:0::1/48", {"DROP"}}, {"--vrf red", {"192.0.2.1", "192.0.2.7", "DROP"}},
     };
     for (const Row &r : rows) {
@@ -243,7 +254,8 @@ TEST_F(Cli, OperatorOutputSaysWhatChangedAndHintsAtMistakes)
     const std::string none = "0 next hops created, 0 changed, 0 deleted";
     /* out: exact, or with `contains` a part of it; err: a part of stderr ("": stderr empty) */
     struct Row { std::string args, input; int status; std::string out, err; bool contains; } rows[] = {
-        {"get", "", 0, "{}\n", "", false}, {"native", "", 0, "{}\n", "", false}, {"vrf add red", "", 0, "VRF red created\n", "", false},
+        {"get", "", 0, "{}\n", "", false}, {"native", "", 0, "{}\n", "", false},
+        {"vrf add red", "", 0, "VRF red created\n", "", false},
         {"vrf add red", "", 0, "VRF red exists already: nothing changed\n", "", false},
         {"vrf add -- -x", "", 0, "VRF -x created\n", "", false},
         {"edit " + example("01-ipv4-default-next-hop-address.json"), "", 0,

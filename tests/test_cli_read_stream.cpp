@@ -102,7 +102,8 @@ TEST_F(ReadStream, BatchesPrintTheDocumentTheWholeTreePrints)
 {
     const struct { const char *what; bool native; ocni::tool::ReadFilter filter; } rows[] = {
         {"native", true, {}}, {"get", false, {}}, {"get --state", false, {true, "", ""}},
-        {"get --vrf red", false, {false, "red", ""}}, {"get --state --vrf default", false, {true, "default", ""}}, {"get --prefix", false, {true, "", "10.1.0.0/16"}},
+        {"get --vrf red", false, {false, "red", ""}}, {"get --state --vrf default", false, {true, "default", ""}},
+        {"get --prefix", false, {true, "", "10.1.0.0/16"}},
     };
     /* The whole tree's document, then the streamed one, for batches of 1024, 1 and 3 routes. */
     auto same = [&](const ocni::tool::ReadFilter *f, const char *what) {

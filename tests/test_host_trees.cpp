@@ -23,8 +23,10 @@ const std::string ROUTES = "/network-instances/network-instance/protocols/protoc
 TEST(Trees, InstancePathsParseToStepsOrSayWhatIsWrong)
 {
     const struct { const char *path, *why; /* why: "" when the path parses */ } rows[] = {
-        {"/a[k='x]y'][n=2]/b", ""}, {"/a[k=1]x", "text after ']'"}, {"/a['k'=1]", ""}, {"/a[k='1'x]", "text after a quoted key value"},
-        {"/a[k='1", "unterminated quoted key value"}, {"/a[k=1", "unterminated '['"}, {"/a[k]", "key without '='"}, {"/[k=1]", "key without a node name"},
+        {"/a[k='x]y'][n=2]/b", ""}, {"/a[k=1]x", "text after ']'"}, {"/a['k'=1]", ""},
+        {"/a[k='1'x]", "text after a quoted key value"},
+        {"/a[k='1", "unterminated quoted key value"}, {"/a[k=1", "unterminated '['"}, {"/a[k]", "key without '='"},
+        {"/[k=1]", "key without a node name"},
     };
     for (const auto &r : rows) {
         std::vector<PathStep> steps;
@@ -93,10 +95,12 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
     )");
     zidl_yfw_datatree *nis = tree_find(in.get(), "/network-instances");
     struct Row { const char *path, *value; bool found; } rows[] = {
-        {"/network-instance[name=red]/config/name", "red", true}, {"/network-instance[name=blue]/config/name", "blue", true},
+        {"/network-instance[name=red]/config/name", "red", true},
+        {"/network-instance[name=blue]/config/name", "blue", true},
         {"/network-instance[name=blue]/config/name", "red", false}, /* value must match */
         {"/network-instance[name=blue]/config/name", "", true},     /* no value: any */
-        {"/network-instance[name=green]/config/name", "green", false}, {"/network-instance[name=red]/config/description", nullptr, false},
+        {"/network-instance[name=green]/config/name", "green", false},
+        {"/network-instance[name=red]/config/description", nullptr, false},
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(std::string(row.path) + " " + (row.value ? row.value : "-"));
@@ -114,9 +118,12 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
     h.reset_output();
     const std::string L = "/l[a=1][b=2][c=3][d=4]";
     const struct { uint32_t type; std::string path; const char *value; cerrno rc; } rekeyed[] = {{YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK},
-        {YFW_XPATH_NODE_LEAF, L + "[k=1]/k", "2", YFW_RC_NODE_EXISTS}, {YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, L + "[k=2]/x", nullptr, YFW_RC_NODE_EXISTS},
+        {YFW_XPATH_NODE_LEAF, L + "[k=1]/k", "2", YFW_RC_NODE_EXISTS},
+        {YFW_XPATH_NODE_CONTAINER, L + "[k=1]/x", nullptr, YFW_RC_OK},
+        {YFW_XPATH_NODE_CONTAINER, L + "[k=2]/x", nullptr, YFW_RC_NODE_EXISTS},
         /* and a repeated lookup makes current again only the entries on its own path: /s/static/z goes below static[prefix=2] */
-        {YFW_XPATH_NODE_CONTAINER, "/s/static[prefix=1]/x", nullptr, YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, "/s/next-hop[index=1]/x", nullptr, YFW_RC_OK},
+        {YFW_XPATH_NODE_CONTAINER, "/s/static[prefix=1]/x", nullptr, YFW_RC_OK},
+        {YFW_XPATH_NODE_CONTAINER, "/s/next-hop[index=1]/x", nullptr, YFW_RC_OK},
         {YFW_XPATH_NODE_LEAF, "/s/static[prefix=2]/v", "1", YFW_RC_OK}, {YFW_XPATH_NODE_CONTAINER, "/s/next-hop[index=1]/x", nullptr, YFW_RC_NODE_EXISTS}};
     for (const auto &r : rekeyed)
         EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, r.type, h.out, r.path, r.value), r.rc) << r.path;

@@ -119,7 +119,9 @@ TEST_F(WalkerFixture, NativeTreesOutsideTheModelAreRefusedWhole)
     const Lines before = native();
     const std::pair<std::string, std::string> rows[] = {
         {"/other = 1", "unknown native node /other"}, {"/router-static/x = 1", "unknown native node x under router-static"},
-        {"/router-static/vrfs/y = 1", "unknown native node y under vrfs"}, {"/router-static/vrfs/vrf/address-family", "native vrf entry without vrf-name"}, {d + "/z = 1", "unknown native node z in a vrf"},
+        {"/router-static/vrfs/y = 1", "unknown native node y under vrfs"},
+        {"/router-static/vrfs/vrf/address-family", "native vrf entry without vrf-name"},
+        {d + "/z = 1", "unknown native node z in a vrf"},
         {d + "/address-family/vrfipv5", "unknown address family vrfipv5"}, {d + "/address-family/vrfipv4/u", "unknown native node u"},
         {d + "/address-family/vrfipv6/vrf-unicast/v", "unknown native node v"}, {a + "/e", "unknown native node e"},
         {a + "/vrf-prefix/vrf-route", "native vrf-prefix entry without prefix"}, {t + "/q[k=1]", "unknown native next-hop table q"},

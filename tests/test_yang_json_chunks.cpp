@@ -35,7 +35,8 @@ TEST(JsonChunks, OnlyDocumentsOfTheKnownShapeWithMoreRoutesThanAChunkAreCut)
 {
     const std::string four = oc_doc("red", routes(0, 4));
     const struct { const char *what; std::string text; size_t per_chunk; bool cut; } rows[] = {
-        {"more routes than a chunk", four, 3, true}, {"as many as a chunk", four, 4, false}, {"trailing bytes", four + "x", 3, false}, {"a top-level array", "[" + four + "]", 3, false},
+        {"more routes than a chunk", four, 3, true}, {"as many as a chunk", four, 4, false},
+        {"trailing bytes", four + "x", 3, false}, {"a top-level array", "[" + four + "]", 3, false},
         {"an instance without its name", four.substr(0, four.find("\"name\":\"red\",")) +
                                              four.substr(four.find("\"name\":\"red\",") + 13), 3, false},
         {"a route that is not an object", oc_doc("red", routes(0, 4) + ",7"), 3, false},
