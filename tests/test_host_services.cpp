@@ -130,7 +130,8 @@ TEST_F(FrameworkOps, ExportedCallsRefuseMissingArgumentsOneByOne)
     imc_if_req_t q = {};
     imc_if_resp_t r = {};
     LogSink sink;
-    auto add = [&](yfw_map_ctx *c, zidl_yfw_datatree *o, const char *path) { return yfw_map_datatree_add_path_flagged(c, o, path, "urn:t", nullptr, nullptr, nullptr, 0, 0); };
+    auto add = [&](yfw_map_ctx *c, zidl_yfw_datatree *o, const char *path) { return yfw_map_datatree_add_path_flagged(c,
+        o, path, "urn:t", nullptr, nullptr, nullptr, 0, 0); };
     auto info = [&](yfw_map_ctx *c, const char *l, const char *k, char **out) { return yfw_map_get_node_info(c, l, k, out); };
     const long F = YFW_RC_MAP_FAILED;
     const std::pair<std::function<long()>, long> rows[] = { /* each function's last row: all arguments there */
@@ -158,8 +159,10 @@ TEST_F(FrameworkOps, ExportedCallsRefuseMissingArgumentsOneByOne)
         {[&] { return yfw_map_stitch_list_to_list(h.ctx, nullptr); }, F},
         {[&] { return yfw_map_do_these_match(nullptr, "a") + yfw_map_do_these_match("a", nullptr) + yfw_map_is_request_delete(nullptr); }, 0},
         {[&] { return yfw_map_do_these_match("a", "a"); }, 1},
-        {[&] { return long(map_ctx_err_sink(nullptr) != nullptr) + (map_ctx_err_sink(&foreign_ctx) != nullptr) + (map_ctx_trc_sink(&foreign_ctx) != nullptr) + (map_ctx_ltrace_sink(&foreign_ctx) != nullptr); }, 0},
-        {[&] { return long(ymap_oc_ni_get_vrf_name(nullptr) == nullptr) + (ymap_oc_ni_get_vrf_name(&bare) == nullptr) + (ymap_oc_ni_get_vrf_name(h.ctx) == nullptr); }, 2},
+        {[&] { return long(map_ctx_err_sink(nullptr) != nullptr) + (map_ctx_err_sink(&foreign_ctx) != nullptr)
+            + (map_ctx_trc_sink(&foreign_ctx) != nullptr) + (map_ctx_ltrace_sink(&foreign_ctx) != nullptr); }, 0},
+        {[&] { return long(ymap_oc_ni_get_vrf_name(nullptr) == nullptr) + (ymap_oc_ni_get_vrf_name(&bare) == nullptr)
+            + (ymap_oc_ni_get_vrf_name(h.ctx) == nullptr); }, 2},
         {[&] { return qz_inet_pton(QZ_AF_INET, nullptr, &a) + qz_inet_pton(QZ_AF_INET, "10.0.0.1", nullptr); }, 0},
         {[&] { return qz_inet_pton(QZ_AF_INET, "10.0.0.1", &a); }, 1},
         {[&] { return ip_addr2hex_string(nullptr, hex, 9) + ip_addr2hex_string(&a, nullptr, 9) + ip_addr2hex_string(&a, hex, 8); }, -3},
@@ -172,7 +175,8 @@ TEST_F(FrameworkOps, ExportedCallsRefuseMissingArgumentsOneByOne)
         {[&] { return imc_interface_find(yfw_ocifmgr_im_conn, 1, nullptr, nullptr, &r); }, F},
         {[&] { return imc_interface_find(yfw_ocifmgr_im_conn, 1, &q, nullptr, nullptr); }, F},
         {[&] { return imc_interface_find(yfw_ocifmgr_im_conn, 0, nullptr, nullptr, nullptr); }, YFW_RC_OK},
-        {[&] { _lstrace(nullptr, 0, "x"); _lstrace(&sink, 0, nullptr); _wos_dt_log_filter_adv(&sink, 0, 0, 0, 0, 0, nullptr, nullptr); return long(sink.size()) + (yfw_strdup(nullptr, "t") != nullptr); }, 0},
+        {[&] { _lstrace(nullptr, 0, "x"); _lstrace(&sink, 0, nullptr); _wos_dt_log_filter_adv(&sink, 0, 0, 0, 0, 0,
+            nullptr, nullptr); return long(sink.size()) + (yfw_strdup(nullptr, "t") != nullptr); }, 0},
     };
     for (size_t i = 0; i < std::size(rows); ++i)
         EXPECT_EQ(rows[i].first(), rows[i].second) << "row " << i;

@@ -55,7 +55,8 @@ TEST(Trees, KeylessStepsFindTheOldestEntryWithoutScanning)
     EXPECT_LT(tree_sibling_visits() - before, 10u * 1000);
     EXPECT_EQ(tree_find(t.get(), "/routes/nothing"), nullptr);
     EXPECT_STREQ(tree_find(build_tree("/r/a[k=1]\n/r/b[k=2]").get(), "/r/b/k")->value, "2") << "few siblings: no index";
-    EXPECT_STREQ(tree_find(build_tree("/r/a[a=1][b=2][c=3][d=4][e=5]/x = 1\n/r/a[a=2][b=2][c=3][d=4][e=5]/x = 2").get(), "/r/a[e=5][d=4][c=3][b=2][a=2]/x")->value, "2");
+    EXPECT_STREQ(tree_find(build_tree("/r/a[a=1][b=2][c=3][d=4][e=5]/x = 1\n/r/a[a=2][b=2][c=3][d=4][e=5]/x = 2").get(),
+        "/r/a[e=5][d=4][c=3][b=2][a=2]/x")->value, "2");
 }
 
 class TreeOps : public HostFixture {
@@ -128,7 +129,8 @@ TEST_F(TreeOps, XpathFindLooksUpWithoutCreating)
     for (const auto &r : rekeyed)
         EXPECT_EQ(xpath(YFW_XPATH_OP_ADD, r.type, h.out, r.path, r.value), r.rc) << r.path;
     EXPECT_EQ(add("/s/static/z", "2"), YFW_RC_OK);
-    EXPECT_EQ(h.out_lines(), (Lines{L + "[k=1]/x", L + "[k=2]/x", "/s/next-hop[index=1]/x", "/s/static[prefix=1]/x", "/s/static[prefix=2]/v = 1", "/s/static[prefix=2]/z = 2"}));
+    EXPECT_EQ(h.out_lines(), (Lines{L + "[k=1]/x", L + "[k=2]/x", "/s/next-hop[index=1]/x", "/s/static[prefix=1]/x",
+        "/s/static[prefix=2]/v = 1", "/s/static[prefix=2]/z = 2"}));
     /* A current list the plug-in still holds into a freed tree is not followed. */
     zidl_yfw_datatree *stale = h.rc->current_list = h.out_node("/s/static[prefix=2]");
     ASSERT_EQ(xpath(YFW_XPATH_OP_FIND, YFW_XPATH_NODE_CONTAINER, h.out, "/s"), YFW_RC_OK);
@@ -161,7 +163,8 @@ TEST_F(TreeOps, MalformedRequestsAreRefusedAndChangeNothing)
     EXPECT_EQ(add("/a[k=v]/b", "x"), YFW_RC_MAP_FAILED);
     /* Flags outside the contract: a new entry with a value, flag 2, an add flag other than 0 or 32. */
     for (const auto &[value, flag, add_flag] : {std::tuple<const char *, uint32_t, uint32_t>{"x", 1, 0}, {nullptr, 2, 0}, {nullptr, 0, 1}, {"x", 0, 33}})
-        EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a/b", NS, value, nullptr, nullptr, flag, add_flag), YFW_RC_MAP_FAILED) << flag << " " << add_flag;
+        EXPECT_EQ(yfw_map_datatree_add_path_flagged(h.ctx, h.out, "/a/b", NS, value, nullptr, nullptr, flag, add_flag),
+            YFW_RC_MAP_FAILED) << flag << " " << add_flag;
     EXPECT_EQ(tree_size(h.out), 1u);
 }
 

@@ -139,7 +139,8 @@ const EntryCase CASES[] = {
      {}, {}, {"next hop ##192.0.2.6## of 10.1.0.0/16 in network instance default: index \"dup\" is taken"}},
     {"IndexesWithBracketsOrAFirstLetterApartGetTheirState",
      V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.7]/index = a]b\n" + V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.8]/index = [v]\n" +
-         V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.6]/index = b]b\n" + V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.4]/index = \"q\n" +
+         V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.6]/index = b]b\n" + V4
+             + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.4]/index = \"q\n" +
          V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.2]/index = 'w\n",
      {nh("'a]b'") + "/config/next-hop = 192.0.2.7", nh("'b]b'") + "/config/next-hop = 192.0.2.6", nh("'[v]'") + "/config/index = [v]",
       nh("'\"q'") + "/config/next-hop = 192.0.2.4", nh("\"'w\"") + "/config/next-hop = 192.0.2.2"},

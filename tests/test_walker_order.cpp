@@ -100,7 +100,8 @@ TEST_F(WalkerOrder, NativeReadsNameTheInstanceOfTheVrfBeingMapped)
 {
     const std::string a = "/address-family/vrfipv4/vrf-unicast/vrf-prefixes/vrf-prefix[prefix=10.0.0.0][prefix-length=24]/vrf-route/"
                           "vrf-next-hop-table/vrf-next-hop-next-hop-address[next-hop-address=10.0.0.1]/metric = 1\n";
-    ASSERT_TRUE(walker_->native_edit(build_tree("/router-static/vrfs/vrf[vrf-name=blue]" + a + "/router-static/default-vrf" + a, OCNI_NS_NATIVE).get(), false, true).result.ok());
+    ASSERT_TRUE(walker_->native_edit(build_tree("/router-static/vrfs/vrf[vrf-name=blue]" + a
+        + "/router-static/default-vrf" + a, OCNI_NS_NATIVE).get(), false, true).result.ok());
     zidl_yfw_datatree *out = nullptr;
     ASSERT_TRUE(walker_->read(ReadRequest{}, &out).ok());
     tree_free(out);
@@ -169,7 +170,8 @@ TEST_F(WalkerFixture, RequestsWhoseTreesCannotBeMadeFailOutOfMemoryChangingNothi
     ASSERT_TRUE(edit(st + "1").result.ok());
     std::string many; /* more routes than the edit applies at once */
     for (int i = 0; i < 1025; ++i)
-        many += oc_static_routes("default") + "/static[prefix=" + std::to_string(10 + i / 256) + "." + std::to_string(i % 256) + ".0.0/16]/config/set-tag = 1\n";
+        many += oc_static_routes("default") + "/static[prefix=" + std::to_string(10 + i / 256) + "."
+            + std::to_string(i % 256) + ".0.0/16]/config/set-tag = 1\n";
     TreePtr in = build_tree(st + "2", OCNI_NS_OC_NI), big = build_tree(many, OCNI_NS_OC_NI);
     Lines got;
     auto sink = [&](const zidl_yfw_datatree *t) { got = tree_lines(t); return true; };
