@@ -262,6 +262,7 @@ cerrno find(sysdb_connid_t conn, const std::string &path, std::vector<Listed> &o
     if (count != nullptr)
         *count = n;
     EXPECT_TRUE(rc == 0 || list == nullptr);
+    EXPECT_TRUE(rc != SYSDB_RC_NOT_FOUND || n == 0) << "a lookup that finds nothing counts none";
     out = drain(list);
     return rc;
 }
@@ -378,9 +379,10 @@ TEST(StoreScope, LookupsReadTheScopesSnapshotAndFailOutsideAny)
     {
         TxnScope scope(snap.get());
         ASSERT_EQ(store_add_vrf("blue"), YFW_RC_OK); /* committed after the snapshot */
-        auto listed = [&](const char *pattern) { sysdb_datalist_t *l = nullptr; cerrno rc = sysdb_datalist(rsi, "vrf/", pattern, &count, &l, 0);
+        auto listed = [&](const char *pattern, const char *path = "vrf/") { sysdb_datalist_t *l = nullptr; cerrno rc = sysdb_datalist(rsi, path, pattern, &count, &l, 0);
             std::string s = std::to_string(rc ? rc : count); for (const Listed &i : drain(l)) s += " " + i.path; return s; };
         EXPECT_EQ(listed(""), "1 /cfg/gl/rsi/vrf/red/") << "red, and not blue";
+        EXPECT_EQ(listed("", "vrf/blue/"), std::to_string(SYSDB_RC_NOT_FOUND)) << "blue is not in the snapshot";
         EXPECT_EQ(listed("b.*|x"), "0") << "a listing's pattern is an expression over the names";
         EXPECT_EQ(listed("("), std::to_string(SYSDB_RC_INVALID_ARG));
     }
@@ -393,27 +395,37 @@ TEST(RouteRecords, EveryDamageIsNamed)
 {
     const RouteKey k{"red", true, "10.1.0.0", "16"};
     const std::string key = route_record_key(k), rec = encode_route(k, Route{{{NhKey{NhTable::Address, "", "192.0.2.1"}, {{"metric", "5"}}}}});
-    auto sealed = [&](size_t at, char c, int grow) { /* the body with byte `at` set and grown, under a valid checksum */
-        std::string b = rec.substr(5);
-        b[at] = c;
-        b.resize(b.size() + grow, 'x');
+    auto seal = [&](const std::string &b) { /* the body under a valid checksum */
         uint32_t crc = crc32c(reinterpret_cast<const unsigned char *>(b.data()), b.size());
         return rec.substr(0, 1) + std::string(reinterpret_cast<const char *>(&crc), 4) + b;
     };
-    const struct { std::string key, value; const char *why; } rows[] = {
-        {key, sealed(0, 8, 0), ""}, {"/host/route/red", rec, "a route key of the wrong shape"},
-        {key, "\3" + rec.substr(1), "a record of an unknown version"}, {key, rec.substr(0, rec.size() - 1) + "6", "a record failing its checksum"},
-        {key, sealed(0, 8, 1), "a record of the wrong length"}, {key, sealed(0, 8, -1), "a record of the wrong length"},
-        {key, sealed(13, 3, 0), "a record of the wrong length"},  /* table 3 (the first next hop's table is byte 13) */
-        {key, sealed(26, 12, 0), "a record of the wrong length"}, /* leaf id 12 (its first leaf's id) */
-        {route_record_key(RouteKey{"red", true, "10.2.0.0", "16"}), rec, "a record that does not match its key"}};
+    auto sealed = [&](size_t at, char c, int grow) { /* the body with byte `at` set and grown */
+        std::string b = rec.substr(5);
+        b[at] = c;
+        b.resize(b.size() + grow, 'x');
+        return seal(b);
+    };
+    const std::string root = ROUTE_ROOT, named = "red 10.1.0.0/16", shape = "a route key of the wrong shape", length = "a record of the wrong length";
+    const struct { std::string key, value, why, named; } rows[] = {
+        {key, sealed(0, 8, 0), "", named}, {"/host/route/red", rec, shape, " /"}, {root + "red", rec, shape, " /"},
+        {root + std::string("red\0" "4", 5), rec, shape, " /"}, {key, rec.substr(0, 4), "a record of an unknown version", named},
+        {key, "\3" + rec.substr(1), "a record of an unknown version", named}, {key, rec.substr(0, rec.size() - 1) + "6", "a record failing its checksum", named},
+        {key, seal(""), length, named}, {key, sealed(0, 8, 1), length, named}, {key, sealed(0, 8, -1), length, named},
+        {key, sealed(0, 0x7f, 0), length, named}, /* the prefix's text runs past the end */
+        {key, sealed(13, 3, 0), length, named},  /* table 3 (the first next hop's table is byte 13) */
+        {key, sealed(26, 12, 0), length, named}, /* leaf id 12 (its first leaf's id) */
+        {route_record_key(RouteKey{"red", true, "10.2.0.0", "16"}), rec, "a record that does not match its key", "red 10.2.0.0/16"},
+        {route_record_key(RouteKey{"red", false, "2001:db8::", "32"}), rec, "a record that does not match its key", "red 2001:db8::/32"},
+        {root + std::string("red\0" "4x", 6), rec, "a record that does not match its key", "red /"}}; /* too short to name */
     EXPECT_EQ(crc32c(reinterpret_cast<const unsigned char *>("123456789"), 9), 0xE3069283u); /* CRC-32C's check value */
     for (const auto &row : rows) {
         RouteKey dk;
         Route dr;
         std::string why;
-        EXPECT_EQ(decode_route(row.key, row.value, dk, dr, why), *row.why == '\0') << row.why;
+        EXPECT_EQ(decode_route(row.key, row.value, dk, dr, why), row.why.empty()) << row.why;
         EXPECT_EQ(why, row.why);
+        EXPECT_EQ(dk.vrf + " " + dk.prefix + "/" + dk.length, row.named) << row.why;
+        EXPECT_TRUE(!row.why.empty() || encode_route(dk, dr) == rec) << "the route comes back whole";
     }
 }
 
