@@ -19,7 +19,6 @@
 #include "host/store_layout.h"
 #include "host/tree.h"
 #include "host/walker.h"
-#include "next_hop_reader.h"
 #include "tree_builder.h"
 #include "walker_fixture.h"
 

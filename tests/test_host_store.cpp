@@ -407,7 +407,7 @@ TEST(RouteRecords, EveryDamageIsNamed)
     };
     const std::string root = ROUTE_ROOT, named = "red 10.1.0.0/16", shape = "a route key of the wrong shape", length = "a record of the wrong length";
     const struct { std::string key, value, why, named; } rows[] = {
-        {key, sealed(0, 8, 0), "", named}, {"/host/route/red", rec, shape, " /"}, {root + "red", rec, shape, " /"},
+        {key, sealed(0, 8, 0), "", named}, {root + "red", rec, shape, " /"},
         {root + std::string("red\0" "4", 5), rec, shape, " /"}, {key, rec.substr(0, 4), "a record of an unknown version", named},
         {key, "\3" + rec.substr(1), "a record of an unknown version", named}, {key, rec.substr(0, rec.size() - 1) + "6", "a record failing its checksum", named},
         {key, seal(""), length, named}, {key, sealed(0, 8, 1), length, named}, {key, sealed(0, 8, -1), length, named},
