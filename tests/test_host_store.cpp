@@ -448,6 +448,9 @@ TEST(Tuple, PackUnpackRoundTripAndShortTuples)
     EXPECT_EQ(tuple_unpack(t, len, "%s", s, sizeof s), SYSDB_RC_INVALID_ARG);
     EXPECT_EQ(tuple_unpack(t, len, "%x", &a), SYSDB_RC_INVALID_ARG);
     EXPECT_EQ(tuple_unpack(t, 7, "%d%s", &a, s, sizeof s), SYSDB_RC_INVALID_ARG);
+    for (cerrno rc : {tuple_pack(nullptr, &len, "%d", 1), tuple_pack(&t, nullptr, "%d", 1), tuple_pack(&t, &len, nullptr),
+                      tuple_unpack(nullptr, 5, "%d", &a), tuple_unpack(t, len, nullptr)})
+        EXPECT_EQ(rc, SYSDB_RC_INVALID_ARG) << "a missing argument is refused";
     free(t);
     EXPECT_EQ(tuple_pack(&t, &len, "%q"), SYSDB_RC_INVALID_ARG);
     EXPECT_EQ(t, nullptr);
