@@ -108,6 +108,7 @@ TEST_F(Gate, NativeDocumentsHoldOnlyWhatReadsBack)
          NATIVE, 2, "is not in canonical form, write \"2001:db8::1\""},
         {"index closing a key", native("default", 4, "10.0.0.0", 8, NH_IFACE, R"({"interface-name":"Null0","index":"a]b"})"),
          NATIVE, 2, "index \"a]b\" contains ']'"},
+        {"empty object name", native("default", 4, "10.0.0.0", 8, NH_ADDR, R"({"next-hop-address":"192.0.2.1","object-name":""})"), NATIVE, 2, "object-name \"\" is empty"},
         {"object name of 33", native("default", 4, "10.0.0.0", 8, NH_ADDR, R"({"next-hop-address":"192.0.2.1","object-name":")" +
          std::string(33, 'o') + "\"}"), NATIVE, 2, "is longer than 32 characters"},
         {"subinterface and 63 characters", native("red", 4, "10.0.0.0", 8, NH_IFACE,

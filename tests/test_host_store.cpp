@@ -117,6 +117,7 @@ TEST_F(StoreDir, EnginesShareOneTransactionContract)
         ASSERT_EQ(w->commit(), 0u);
         EXPECT_EQ(w->commit(), SYSDB_RC_FAILED);
         EXPECT_EQ(w->get("/k/new", v), SYSDB_RC_FAILED) << "nor reads, once ended";
+        EXPECT_EQ(w->scan("", "", [](const std::string &, const std::string &) { return true; }), SYSDB_RC_FAILED);
         EXPECT_EQ(snap->get("/k/keep", v), 0u) << "a snapshot keeps what it began with";
         EXPECT_EQ(snap->get("/k/new", v), SYSDB_RC_NOT_FOUND);
         EXPECT_EQ(dump(*e, "/k/", "/k0"), (KV{{"/k/new", "2"}}));
@@ -345,9 +346,9 @@ TEST_F(StoreClient, BindRefusalsAndBadArgumentsChangeNothing)
     EXPECT_EQ(_sysdb_bind(&c, "relative/", SYSDB_BIND_MODE_RW), SYSDB_RC_INVALID_ARG);
     EXPECT_EQ(_sysdb_bind(nullptr, STATIC_ROOT, SYSDB_BIND_MODE_RW), SYSDB_RC_INVALID_ARG);
     sysdb_datalist_t *list = nullptr;
-    EXPECT_EQ(sysdb_find_data(nullptr, "x", "", SYSDB_FIND_LIST, &count, &list), SYSDB_RC_INVALID_ARG);
-    EXPECT_EQ(sysdb_datalist(conn, nullptr, "", &count, &list, 0), SYSDB_RC_INVALID_ARG);
-    EXPECT_EQ(sysdb_datalist_next(nullptr, nullptr, nullptr, nullptr), SYSDB_RC_INVALID_ARG);
+    for (cerrno rc : {sysdb_find_data(nullptr, "x", "", SYSDB_FIND_LIST, &count, &list), sysdb_find_data(conn, nullptr, "", SYSDB_FIND_LIST, &count, &list),
+                      sysdb_datalist(nullptr, "x", "", &count, &list, 0), sysdb_datalist(conn, nullptr, "", &count, &list, 0), sysdb_datalist_next(nullptr, nullptr, nullptr, nullptr)})
+        EXPECT_EQ(rc, SYSDB_RC_INVALID_ARG) << "a missing argument is refused";
     sysdb_datalist_free(nullptr);
     struct Row {
         const char *why, *prefix, *address, *interface, *third;
@@ -444,13 +445,11 @@ TEST(Tuple, PackUnpackRoundTripAndShortTuples)
     ASSERT_EQ(tuple_unpack(t, len, "%d%s%d%d%s", &a, s, sizeof s, &b, &c, extra, sizeof extra), YFW_RC_OK);
     EXPECT_EQ(c, 555);
     EXPECT_STREQ(extra, "keep");
-    /* Type mismatch, bad formats and truncated tuples are refused. */
-    EXPECT_EQ(tuple_unpack(t, len, "%s", s, sizeof s), SYSDB_RC_INVALID_ARG);
-    EXPECT_EQ(tuple_unpack(t, len, "%x", &a), SYSDB_RC_INVALID_ARG);
-    EXPECT_EQ(tuple_unpack(t, 7, "%d%s", &a, s, sizeof s), SYSDB_RC_INVALID_ARG);
-    for (cerrno rc : {tuple_pack(nullptr, &len, "%d", 1), tuple_pack(&t, nullptr, "%d", 1), tuple_pack(&t, &len, nullptr),
+    /* Type mismatch, bad formats, truncated tuples and missing arguments are refused. */
+    for (cerrno rc : {tuple_unpack(t, len, "%s", s, sizeof s), tuple_unpack(t, len, "%x", &a), tuple_unpack(t, 7, "%d%s", &a, s, sizeof s),
+                      tuple_pack(nullptr, &len, "%d", 1), tuple_pack(&t, nullptr, "%d", 1), tuple_pack(&t, &len, nullptr),
                       tuple_unpack(nullptr, 5, "%d", &a), tuple_unpack(t, len, nullptr)})
-        EXPECT_EQ(rc, SYSDB_RC_INVALID_ARG) << "a missing argument is refused";
+        EXPECT_EQ(rc, SYSDB_RC_INVALID_ARG);
     free(t);
     EXPECT_EQ(tuple_pack(&t, &len, "%q"), SYSDB_RC_INVALID_ARG);
     EXPECT_EQ(t, nullptr);
