@@ -411,10 +411,8 @@ TEST(RouteRecords, EveryDamageIsNamed)
         {key, sealed(0, 8, 0), "", named}, {root + "red", rec, shape, " /"},
         {root + std::string("red\0" "4", 5), rec, shape, " /"}, {key, rec.substr(0, 4), "a record of an unknown version", named},
         {key, "\3" + rec.substr(1), "a record of an unknown version", named}, {key, rec.substr(0, rec.size() - 1) + "6", "a record failing its checksum", named},
-        {key, seal(""), length, named}, {key, sealed(0, 8, 1), length, named}, {key, sealed(0, 8, -1), length, named},
-        {key, sealed(0, 0x7f, 0), length, named}, /* the prefix's text runs past the end */
-        {key, sealed(13, 3, 0), length, named},  /* table 3 (the first next hop's table is byte 13) */
-        {key, sealed(26, 12, 0), length, named}, /* leaf id 12 (its first leaf's id) */
+        {key, seal(""), length, named}, {key, sealed(0, 8, 1), length, named}, {key, sealed(0, 0x7f, 0), length, named}, /* a text past the end */
+        {key, sealed(13, 3, 0), length, named}, {key, sealed(26, 12, 0), length, named}, /* table 3, leaf id 12 (the first next hop's) */
         {route_record_key(RouteKey{"red", true, "10.2.0.0", "16"}), rec, "a record that does not match its key", "red 10.2.0.0/16"},
         {route_record_key(RouteKey{"red", false, "2001:db8::", "32"}), rec, "a record that does not match its key", "red 2001:db8::/32"},
         {root + std::string("red\0" "4x", 6), rec, "a record that does not match its key", "red /"}}; /* too short to name */
