@@ -305,11 +305,11 @@ TEST_F(StoreClient, PatternComponentsMatchWholeComponents)
     EXPECT_EQ(count, 1u);
     EXPECT_EQ(items.size(), 1u);
     EXPECT_EQ(find(conn, "ord_d/(/x", items), SYSDB_RC_NOT_FOUND);
-    /* A VRF name is data: "r.d" is not "red", and a name of 30 '+' compiles no pattern. */
+    /* A VRF name is data: "r.d" and ".*" are not "red", and a name of 30 '+' compiles no pattern. */
     const std::string red = "ord_v/red/address/ipv4/unicast/ord_c/default/route/0a010000/0x18/";
     engine->put("/cfg/gl/static/router/" + red + "0,0/nexthop/a,________,________,________", "r");
     ASSERT_EQ(find(conn, red + ".*,.*/nexthop/", items), YFW_RC_OK);
-    for (const std::string &vrf : {std::string("r.d"), std::string("r.*"), "ab" + std::string(30, '+') + "c"})
+    for (const std::string &vrf : {std::string("r.d"), std::string("r.*"), std::string(".*"), "ab" + std::string(30, '+') + "c"})
         EXPECT_EQ(find(conn, "ord_v/" + vrf + red.substr(9) + ".*,.*/nexthop/", items), SYSDB_RC_NOT_FOUND) << vrf;
 }
 
