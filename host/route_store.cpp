@@ -218,17 +218,7 @@ const char *nh_table_list(NhTable t) { return NH_LISTS[static_cast<int>(t)]; }
 
 bool is_default_vrf(const std::string &vrf) { return strcasecmp(vrf.c_str(), "default") == 0; }
 
-bool RouteKey::operator<(const RouteKey &o) const
-{
-    std::string a = route_record_key(*this), b = route_record_key(o);
-    if (!a.empty() && !b.empty())
-        return a < b;
-    if (vrf != o.vrf)
-        return vrf < o.vrf;
-    if (ipv4 != o.ipv4)
-        return ipv4;
-    return prefix != o.prefix ? prefix < o.prefix : length < o.length;
-}
+bool RouteKey::operator<(const RouteKey &o) const { return route_record_key(*this) < route_record_key(o); }
 bool NhKey::operator<(const NhKey &o) const
 {
     if (table != o.table)

@@ -34,7 +34,7 @@ struct RouteKey {
     bool ipv4 = true;
     std::string prefix; /* address text as the native tree holds it */
     std::string length;
-    bool operator<(const RouteKey &o) const; /* store order */
+    bool operator<(const RouteKey &o) const; /* store order; keys that are no route all compare equal */
 };
 
 struct NhKey {

@@ -1,6 +1,6 @@
 /*
- * Native static-route layout of the store: the next-hop writer and reader
- * and the VRF store.
+ * Native static-route layout of the store: the next-hop writer and the VRF
+ * store.
  */
 #include "host/store_layout.h"
 
@@ -22,88 +22,9 @@ std::string slash_to_underscore(std::string s)
     return s;
 }
 
-std::string underscore_to_slash(std::string s)
-{
-    for (char &c : s)
-        if (c == '_')
-            c = '/';
-    return s;
-}
-
 std::string part(const std::string &s)
 {
     return s.empty() ? std::string(EMPTY_KEY_PART) : s;
-}
-
-std::string unpart(const std::string &s)
-{
-    return s == EMPTY_KEY_PART ? std::string() : s;
-}
-
-std::vector<std::string> split_on(const std::string &s, char sep)
-{
-    std::vector<std::string> out;
-    size_t b = 0;
-    for (;;) {
-        size_t e = s.find(sep, b);
-        out.push_back(s.substr(b, e == std::string::npos ? std::string::npos : e - b));
-        if (e == std::string::npos)
-            return out;
-        b = e + 1;
-    }
-}
-
-std::string address_text(const std::string &hex)
-{
-    ip_addr_t a;
-    if (hex_string2ip_addr(hex.c_str(), &a) != 0)
-        return std::string();
-    return ip_addr_string(&a);
-}
-
-/* Parses one stored next hop back from its full path and tuple; false when it is not one. */
-bool parse_next_hop(const std::string &path, const std::string &tuple, NativeNextHop &nh)
-{
-    std::string rel = path.substr(sizeof STATIC_ROOT - 1);
-    std::vector<std::string> c = split_on(rel, '/');
-    /* ord_x NAME address ipvN unicast ord_c default route HEX LEN ROUTE nexthop KEY */
-    if (c.size() != 13 || c[2] != "address" || c[7] != "route" || c[11] != "nexthop")
-        return false;
-    nh = NativeNextHop();
-    nh.vrf = c[1];
-    nh.ipv4 = c[3] == "ipv4";
-    nh.prefix = address_text(c[8]);
-    unsigned len = 0;
-    if (sscanf(c[9].c_str(), "0x%x", &len) != 1 || len > 128)
-        return false;
-    nh.prefix_length = int(len);
-    std::vector<std::string> k = split_on(c[12], ',');
-    if (k.size() != 4)
-        return false;
-    nh.interface = underscore_to_slash(unpart(k[0]));
-    nh.address = unpart(k[1]).empty() ? std::string() : address_text(k[1]);
-    nh.third = unpart(k[2]);
-    nh.fourth = unpart(k[3]);
-    char obj[64] = "", desc[64] = "", index[256] = "";
-    cerrno rc = tuple_unpack(tuple.data(), uint32_t(tuple.size()), "%d%d%d%d%d%d%d%d%s%s%d%s",
-                             &nh.bfd_fast_detect, &nh.minimum_interval, &nh.detect_multiplier, &nh.metric,
-                             &nh.tag, &nh.permanent, &nh.vrf_label, &nh.tunnel_id, obj, sizeof obj, desc,
-                             sizeof desc, &nh.load_metric, index, sizeof index);
-    nh.object_name = obj;
-    nh.description = desc;
-    nh.index = index;
-    return rc == YFW_RC_OK;
-}
-
-cerrno scan_next_hops(Txn &t, const std::string &prefix, std::vector<NativeNextHop> &out)
-{
-    out.clear();
-    return t.scan(prefix, prefix_end(prefix), [&](const std::string &key, const std::string &value) {
-        NativeNextHop nh;
-        if (!key.empty() && key.back() != '/' && parse_next_hop(key, value, nh))
-            out.push_back(std::move(nh));
-        return true;
-    });
 }
 
 } // namespace
@@ -196,16 +117,6 @@ template <class F> cerrno own_write(F f)
     }
 }
 
-template <class F> cerrno own_read(F f)
-{
-    try {
-        std::unique_ptr<Txn> t = store_engine()->begin_read();
-        return t ? f(*t) : SYSDB_RC_FAILED;
-    } catch (...) {
-        return SYSDB_RC_FAILED;
-    }
-}
-
 std::string vrf_dir(const std::string &name) { return std::string(RSI_ROOT) + "vrf/" + name + "/"; }
 
 } // namespace
@@ -222,20 +133,6 @@ cerrno store_write_next_hop(Txn &t, const NativeNextHop &nh)
 cerrno store_write_next_hop(const NativeNextHop &nh)
 {
     return own_write([&](Txn &t) { return store_write_next_hop(t, nh); });
-}
-
-cerrno store_all_next_hops(Txn &t, std::vector<NativeNextHop> &out)
-{
-    try {
-        return scan_next_hops(t, STATIC_ROOT, out);
-    } catch (...) {
-        return SYSDB_RC_FAILED;
-    }
-}
-
-cerrno store_all_next_hops(std::vector<NativeNextHop> &out)
-{
-    return own_read([&](Txn &t) { return store_all_next_hops(t, out); });
 }
 
 cerrno store_add_vrf(Txn &t, const std::string &name)

@@ -78,9 +78,6 @@ class Txn;
 /* Writes (or rewrites) one next hop; SYSDB_RC_INVALID_ARG on a bad prefix or address. */
 cerrno store_write_next_hop(Txn &t, const NativeNextHop &nh);
 cerrno store_write_next_hop(const NativeNextHop &nh);
-/* Every stored next hop of every VRF and family, in store order. */
-cerrno store_all_next_hops(Txn &t, std::vector<NativeNextHop> &out);
-cerrno store_all_next_hops(std::vector<NativeNextHop> &out);
 
 /* VRF store: "vrf/NAME/" under RSI_ROOT, holding the item "name". */
 cerrno store_add_vrf(Txn &t, const std::string &name);

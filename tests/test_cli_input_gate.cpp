@@ -108,6 +108,7 @@ TEST_F(Gate, NativeDocumentsHoldOnlyWhatReadsBack)
          NATIVE, 2, "is not in canonical form, write \"2001:db8::1\""},
         {"index closing a key", native("default", 4, "10.0.0.0", 8, NH_IFACE, R"({"interface-name":"Null0","index":"a]b"})"),
          NATIVE, 2, "index \"a]b\" contains ']'"},
+        {"empty object name", native("default", 4, "10.0.0.0", 8, NH_ADDR, R"({"next-hop-address":"192.0.2.1","object-name":""})"), NATIVE, 2, "object-name \"\" is empty"},
         {"object name of 33", native("default", 4, "10.0.0.0", 8, NH_ADDR, R"({"next-hop-address":"192.0.2.1","object-name":")" +
          std::string(33, 'o') + "\"}"), NATIVE, 2, "is longer than 32 characters"},
         {"subinterface and 63 characters", native("red", 4, "10.0.0.0", 8, NH_IFACE,
@@ -135,6 +136,9 @@ TEST_F(Gate, OpenConfigEditsAreCheckedBeyondTheModel)
          OC, 2, "next hops a and b"},
         {"a new index on a stored next hop", oc_doc("red", oc_route("10.1.0.0/16", oc_hop("2", "192.0.2.1"))), OC, 2,
          "index \"2\" names the next hop stored as index \"1\" (same address and interface); delete that one first or give this one its own address or interface"},
+        {"an interface next hop", oc_doc("default", oc_route("10.72.0.0/16", oc_hop("i", "", "", oc_iface("Gi0/0/0/1")))), OC, 0, R"("index": "i")"},
+        {"a new index on a stored interface", oc_doc("default", oc_route("10.72.0.0/16", oc_hop("j", "", "", oc_iface("Gi0/0/0/1")))), OC, 2,
+         "index \"j\" names the next hop stored as index \"i\""},
         {"IPv6 next hop, IPv4 route", oc_doc("default", oc_route("10.20.0.0/16", oc_hop("1", "2001:db8::1"))), OC, 2,
          "next hop 2001:db8::1 is IPv6, route 10.20.0.0/16 is IPv4"},
         {"IPv4 next hop, IPv6 route", oc_doc("red", oc_route("2001:db8::/32", oc_hop("1", "192.0.2.1"))), OC, 2,

@@ -117,6 +117,7 @@ TEST_F(StoreDir, EnginesShareOneTransactionContract)
         ASSERT_EQ(w->commit(), 0u);
         EXPECT_EQ(w->commit(), SYSDB_RC_FAILED);
         EXPECT_EQ(w->get("/k/new", v), SYSDB_RC_FAILED) << "nor reads, once ended";
+        EXPECT_EQ(w->scan("", "", [](const std::string &, const std::string &) { return true; }), SYSDB_RC_FAILED);
         EXPECT_EQ(snap->get("/k/keep", v), 0u) << "a snapshot keeps what it began with";
         EXPECT_EQ(snap->get("/k/new", v), SYSDB_RC_NOT_FOUND);
         EXPECT_EQ(dump(*e, "/k/", "/k0"), (KV{{"/k/new", "2"}}));
@@ -262,6 +263,7 @@ cerrno find(sysdb_connid_t conn, const std::string &path, std::vector<Listed> &o
     if (count != nullptr)
         *count = n;
     EXPECT_TRUE(rc == 0 || list == nullptr);
+    EXPECT_TRUE(rc != SYSDB_RC_NOT_FOUND || n == 0) << "a lookup that finds nothing counts none";
     out = drain(list);
     return rc;
 }
@@ -303,11 +305,11 @@ TEST_F(StoreClient, PatternComponentsMatchWholeComponents)
     EXPECT_EQ(count, 1u);
     EXPECT_EQ(items.size(), 1u);
     EXPECT_EQ(find(conn, "ord_d/(/x", items), SYSDB_RC_NOT_FOUND);
-    /* A VRF name is data: "r.d" is not "red", and a name of 30 '+' compiles no pattern. */
+    /* A VRF name is data: "r.d" and ".*" are not "red", and a name of 30 '+' compiles no pattern. */
     const std::string red = "ord_v/red/address/ipv4/unicast/ord_c/default/route/0a010000/0x18/";
     engine->put("/cfg/gl/static/router/" + red + "0,0/nexthop/a,________,________,________", "r");
     ASSERT_EQ(find(conn, red + ".*,.*/nexthop/", items), YFW_RC_OK);
-    for (const std::string &vrf : {std::string("r.d"), std::string("r.*"), "ab" + std::string(30, '+') + "c"})
+    for (const std::string &vrf : {std::string("r.d"), std::string("r.*"), std::string(".*"), "ab" + std::string(30, '+') + "c"})
         EXPECT_EQ(find(conn, "ord_v/" + vrf + red.substr(9) + ".*,.*/nexthop/", items), SYSDB_RC_NOT_FOUND) << vrf;
 }
 
@@ -344,9 +346,9 @@ TEST_F(StoreClient, BindRefusalsAndBadArgumentsChangeNothing)
     EXPECT_EQ(_sysdb_bind(&c, "relative/", SYSDB_BIND_MODE_RW), SYSDB_RC_INVALID_ARG);
     EXPECT_EQ(_sysdb_bind(nullptr, STATIC_ROOT, SYSDB_BIND_MODE_RW), SYSDB_RC_INVALID_ARG);
     sysdb_datalist_t *list = nullptr;
-    EXPECT_EQ(sysdb_find_data(nullptr, "x", "", SYSDB_FIND_LIST, &count, &list), SYSDB_RC_INVALID_ARG);
-    EXPECT_EQ(sysdb_datalist(conn, nullptr, "", &count, &list, 0), SYSDB_RC_INVALID_ARG);
-    EXPECT_EQ(sysdb_datalist_next(nullptr, nullptr, nullptr, nullptr), SYSDB_RC_INVALID_ARG);
+    for (cerrno rc : {sysdb_find_data(nullptr, "x", "", SYSDB_FIND_LIST, &count, &list), sysdb_find_data(conn, nullptr, "", SYSDB_FIND_LIST, &count, &list),
+                      sysdb_datalist(nullptr, "x", "", &count, &list, 0), sysdb_datalist(conn, nullptr, "", &count, &list, 0), sysdb_datalist_next(nullptr, nullptr, nullptr, nullptr)})
+        EXPECT_EQ(rc, SYSDB_RC_INVALID_ARG) << "a missing argument is refused";
     sysdb_datalist_free(nullptr);
     struct Row {
         const char *why, *prefix, *address, *interface, *third;
@@ -378,9 +380,10 @@ TEST(StoreScope, LookupsReadTheScopesSnapshotAndFailOutsideAny)
     {
         TxnScope scope(snap.get());
         ASSERT_EQ(store_add_vrf("blue"), YFW_RC_OK); /* committed after the snapshot */
-        auto listed = [&](const char *pattern) { sysdb_datalist_t *l = nullptr; cerrno rc = sysdb_datalist(rsi, "vrf/", pattern, &count, &l, 0);
+        auto listed = [&](const char *pattern, const char *path = "vrf/") { sysdb_datalist_t *l = nullptr; cerrno rc = sysdb_datalist(rsi, path, pattern, &count, &l, 0);
             std::string s = std::to_string(rc ? rc : count); for (const Listed &i : drain(l)) s += " " + i.path; return s; };
         EXPECT_EQ(listed(""), "1 /cfg/gl/rsi/vrf/red/") << "red, and not blue";
+        EXPECT_EQ(listed("", "vrf/blue/"), std::to_string(SYSDB_RC_NOT_FOUND)) << "blue is not in the snapshot";
         EXPECT_EQ(listed("b.*|x"), "0") << "a listing's pattern is an expression over the names";
         EXPECT_EQ(listed("("), std::to_string(SYSDB_RC_INVALID_ARG));
     }
@@ -393,27 +396,35 @@ TEST(RouteRecords, EveryDamageIsNamed)
 {
     const RouteKey k{"red", true, "10.1.0.0", "16"};
     const std::string key = route_record_key(k), rec = encode_route(k, Route{{{NhKey{NhTable::Address, "", "192.0.2.1"}, {{"metric", "5"}}}}});
-    auto sealed = [&](size_t at, char c, int grow) { /* the body with byte `at` set and grown, under a valid checksum */
-        std::string b = rec.substr(5);
-        b[at] = c;
-        b.resize(b.size() + grow, 'x');
+    auto seal = [&](const std::string &b) { /* the body under a valid checksum */
         uint32_t crc = crc32c(reinterpret_cast<const unsigned char *>(b.data()), b.size());
         return rec.substr(0, 1) + std::string(reinterpret_cast<const char *>(&crc), 4) + b;
     };
-    const struct { std::string key, value; const char *why; } rows[] = {
-        {key, sealed(0, 8, 0), ""}, {"/host/route/red", rec, "a route key of the wrong shape"},
-        {key, "\3" + rec.substr(1), "a record of an unknown version"}, {key, rec.substr(0, rec.size() - 1) + "6", "a record failing its checksum"},
-        {key, sealed(0, 8, 1), "a record of the wrong length"}, {key, sealed(0, 8, -1), "a record of the wrong length"},
-        {key, sealed(13, 3, 0), "a record of the wrong length"},  /* table 3 (the first next hop's table is byte 13) */
-        {key, sealed(26, 12, 0), "a record of the wrong length"}, /* leaf id 12 (its first leaf's id) */
-        {route_record_key(RouteKey{"red", true, "10.2.0.0", "16"}), rec, "a record that does not match its key"}};
+    auto sealed = [&](size_t at, char c, int grow) { /* the body with byte `at` set and grown */
+        std::string b = rec.substr(5);
+        b[at] = c;
+        b.resize(b.size() + grow, 'x');
+        return seal(b);
+    };
+    const std::string root = ROUTE_ROOT, named = "red 10.1.0.0/16", shape = "a route key of the wrong shape", length = "a record of the wrong length";
+    const struct { std::string key, value, why, named; } rows[] = {
+        {key, sealed(0, 8, 0), "", named}, {root + "red", rec, shape, " /"},
+        {root + std::string("red\0" "4", 5), rec, shape, " /"}, {key, rec.substr(0, 4), "a record of an unknown version", named},
+        {key, "\3" + rec.substr(1), "a record of an unknown version", named}, {key, rec.substr(0, rec.size() - 1) + "6", "a record failing its checksum", named},
+        {key, seal(""), length, named}, {key, sealed(0, 8, 1), length, named}, {key, sealed(0, 0x7f, 0), length, named}, /* a text past the end */
+        {key, sealed(13, 3, 0), length, named}, {key, sealed(26, 12, 0), length, named}, /* table 3, leaf id 12 (the first next hop's) */
+        {route_record_key(RouteKey{"red", true, "10.2.0.0", "16"}), rec, "a record that does not match its key", "red 10.2.0.0/16"},
+        {route_record_key(RouteKey{"red", false, "2001:db8::", "32"}), rec, "a record that does not match its key", "red 2001:db8::/32"},
+        {root + std::string("red\0" "4x", 6), rec, "a record that does not match its key", "red /"}}; /* too short to name */
     EXPECT_EQ(crc32c(reinterpret_cast<const unsigned char *>("123456789"), 9), 0xE3069283u); /* CRC-32C's check value */
     for (const auto &row : rows) {
         RouteKey dk;
         Route dr;
         std::string why;
-        EXPECT_EQ(decode_route(row.key, row.value, dk, dr, why), *row.why == '\0') << row.why;
+        EXPECT_EQ(decode_route(row.key, row.value, dk, dr, why), row.why.empty()) << row.why;
         EXPECT_EQ(why, row.why);
+        EXPECT_EQ(dk.vrf + " " + dk.prefix + "/" + dk.length, row.named) << row.why;
+        EXPECT_TRUE(!row.why.empty() || encode_route(dk, dr) == rec) << "the route comes back whole";
     }
 }
 
@@ -432,10 +443,11 @@ TEST(Tuple, PackUnpackRoundTripAndShortTuples)
     ASSERT_EQ(tuple_unpack(t, len, "%d%s%d%d%s", &a, s, sizeof s, &b, &c, extra, sizeof extra), YFW_RC_OK);
     EXPECT_EQ(c, 555);
     EXPECT_STREQ(extra, "keep");
-    /* Type mismatch, bad formats and truncated tuples are refused. */
-    EXPECT_EQ(tuple_unpack(t, len, "%s", s, sizeof s), SYSDB_RC_INVALID_ARG);
-    EXPECT_EQ(tuple_unpack(t, len, "%x", &a), SYSDB_RC_INVALID_ARG);
-    EXPECT_EQ(tuple_unpack(t, 7, "%d%s", &a, s, sizeof s), SYSDB_RC_INVALID_ARG);
+    /* Type mismatch, bad formats, truncated tuples and missing arguments are refused. */
+    for (cerrno rc : {tuple_unpack(t, len, "%s", s, sizeof s), tuple_unpack(t, len, "%x", &a), tuple_unpack(t, 7, "%d%s", &a, s, sizeof s),
+                      tuple_pack(nullptr, &len, "%d", 1), tuple_pack(&t, nullptr, "%d", 1), tuple_pack(&t, &len, nullptr),
+                      tuple_unpack(nullptr, 5, "%d", &a), tuple_unpack(t, len, nullptr)})
+        EXPECT_EQ(rc, SYSDB_RC_INVALID_ARG);
     free(t);
     EXPECT_EQ(tuple_pack(&t, &len, "%q"), SYSDB_RC_INVALID_ARG);
     EXPECT_EQ(t, nullptr);

@@ -22,6 +22,7 @@
 
 #include "host/native_apply.h"
 #include "host/plugin_loader.h"
+#include "host/store_layout.h"
 #include "host/walker.h"
 
 namespace ocni::test {
@@ -31,6 +32,9 @@ std::string plugin_library_path();
 
 /* "/network-instances/network-instance[name=VRF]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes" */
 std::string oc_static_routes(const std::string &vrf);
+
+/* Every native next hop in the committed store, in store order, as the plug-in's lookups read them back. */
+cerrno store_all_next_hops(std::vector<ocni::host::NativeNextHop> &out);
 
 class WalkerFixture : public ::testing::Test {
 protected:
