@@ -122,19 +122,6 @@ protected:
         return l;
     }
 
-    /* Next hops as the plug-in's lookups see them in the store. */
-    std::vector<std::string> stored()
-    {
-        std::vector<NativeNextHop> all;
-        EXPECT_EQ(store_all_next_hops(all), YFW_RC_OK);
-        std::vector<std::string> s;
-        for (const NativeNextHop &n : all)
-            s.push_back(n.vrf + " " + n.prefix + " [" + n.interface + "][" + n.address + "] index=" +
-                        n.index + " metric=" + std::to_string(n.metric) + " tag=" +
-                        std::to_string(n.tag) + " description=" + n.description);
-        return s;
-    }
-
     /* Key leaves the last edit ties to it below a next-hop entry that is not tied to it itself. */
     Lines untied_entries()
     {
@@ -312,7 +299,7 @@ TEST_F(EditWalk, RefusalReportsAndLeavesTheStoreAlone)
         seed({t + addr_entry("10.0.0.1") + "/index = 1", t + addr_entry("10.0.0.1") + "/metric = 5",
               t + if_entry("GigabitEthernet0/0/0/4") + "/index = 2", t + if_entry("Null0") + "/index = 3"});
         const Lines before = next_hops();
-        const std::vector<std::string> store_before = stored();
+        const std::vector<std::string> store_before = stored_keys_and_values();
 
         Lines in;
         for (std::string l : c.leaves) {
@@ -328,7 +315,7 @@ TEST_F(EditWalk, RefusalReportsAndLeavesTheStoreAlone)
             EXPECT_EQ(o.result.message, c.message);
         }
         EXPECT_EQ(next_hops(), before);
-        EXPECT_EQ(stored(), store_before);
+        EXPECT_EQ(stored_keys_and_values(), store_before); /* every key and byte, the lookups' projection too */
     }
 }
 

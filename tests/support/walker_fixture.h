@@ -22,7 +22,6 @@
 
 #include "host/native_apply.h"
 #include "host/plugin_loader.h"
-#include "host/store_layout.h"
 #include "host/walker.h"
 
 namespace ocni::test {
@@ -33,8 +32,8 @@ std::string plugin_library_path();
 /* "/network-instances/network-instance[name=VRF]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes" */
 std::string oc_static_routes(const std::string &vrf);
 
-/* Every native next hop in the committed store, in store order, as the plug-in's lookups read them back. */
-cerrno store_all_next_hops(std::vector<ocni::host::NativeNextHop> &out);
+/* Every key of the committed store with its value, raw, in store order. */
+std::vector<std::string> stored_keys_and_values();
 
 class WalkerFixture : public ::testing::Test {
 protected:
