@@ -103,9 +103,7 @@ TEST_F(Cli, YangDirIsMissingOrChecksInputTheSameWay)
     EXPECT_EQ(good.status, 0) << good.err;
 }
 
-/* ------------------------------------------------------------------ */
-/* With the walker                                                     */
-/* ------------------------------------------------------------------ */
+/* With the walker */
 
 TEST_F(Cli, ExamplesApplyAndRefusalsLeaveTheNativeConfigurationUnchanged)
 {
@@ -193,9 +191,7 @@ TEST_F(Cli, DeleteRemovesOneNextHopAndNothingElse)
     EXPECT_EQ(run("native").out, native.out);
 }
 
-/* ------------------------------------------------------------------ */
-/* Filters                                                             */
-/* ------------------------------------------------------------------ */
+/* Filters */
 
 /* A filter selects by meaning: any text of a prefix finds the route stored under its canonical form. */
 TEST_F(Cli, FiltersSelectStoredRoutesByMeaning)

@@ -21,9 +21,7 @@ using namespace ocni::test;
 
 namespace {
 
-/* ------------------------------------------------------------------ */
-/* The store on disk                                                   */
-/* ------------------------------------------------------------------ */
+/* The store on disk */
 
 /* A store that is not one of ours, or damaged, is refused before anything reads or writes it. */
 TEST_F(Cli, ForeignDamagedAndTruncatedStoresAreRefusedUnchanged)
@@ -241,9 +239,7 @@ TEST_F(Cli, StoreWriteFailureNamesItsCause)
     EXPECT_EQ(run("get").out, "{}\n");
 }
 
-/* ------------------------------------------------------------------ */
-/* Concurrent processes                                                */
-/* ------------------------------------------------------------------ */
+/* Concurrent processes */
 
 TEST_F(Cli, ConcurrentWritersLoseNothing)
 {

@@ -31,9 +31,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/* ------------------------------------------------------------------ */
-/* Paths                                                               */
-/* ------------------------------------------------------------------ */
+/* Paths */
 
 bool is_v4(const std::string &prefix)
 {
@@ -98,9 +96,7 @@ std::string join(const Lines &lines)
     return s;
 }
 
-/* ------------------------------------------------------------------ */
-/* Fixture                                                             */
-/* ------------------------------------------------------------------ */
+/* Fixture */
 
 class EditWalk : public WalkerFixture {
 protected:
@@ -138,9 +134,7 @@ protected:
     }
 };
 
-/* ------------------------------------------------------------------ */
-/* Changes of a stored next hop                                        */
-/* ------------------------------------------------------------------ */
+/* Changes of a stored next hop */
 
 const std::string P4 = "10.1.0.0/16";
 const std::string IX = "10##"; /* an ordinary index that only ends the way a generated one ("##...##") does */
@@ -238,9 +232,7 @@ TEST_F(EditWalk, StoredNextHopChangeRewritesTheEntryWithItsAttributes)
     }
 }
 
-/* ------------------------------------------------------------------ */
-/* Refusals                                                            */
-/* ------------------------------------------------------------------ */
+/* Refusals */
 
 struct RefusalCase {
     const char *name;
@@ -319,9 +311,7 @@ TEST_F(EditWalk, RefusalReportsAndLeavesTheStoreAlone)
     }
 }
 
-/* ------------------------------------------------------------------ */
-/* Route-wide set-tag and description                                  */
-/* ------------------------------------------------------------------ */
+/* Route-wide set-tag and description */
 
 class RouteWide : public EditWalk {
 protected:

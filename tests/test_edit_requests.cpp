@@ -29,9 +29,7 @@ std::string oc_static(const std::string &vrf, const std::string &prefix)
            "/static-routes/static[prefix=" + prefix + "]";
 }
 
-/* ------------------------------------------------------------------ */
-/* State reads                                                         */
-/* ------------------------------------------------------------------ */
+/* State reads */
 
 
 class StateRead : public HostFixture {
@@ -94,9 +92,7 @@ TEST_F(StateRead, NextHopIndexRequestsANewOperationalNextHopOfItsFamily)
     }
 }
 
-/* ------------------------------------------------------------------ */
-/* Condition callbacks                                                 */
-/* ------------------------------------------------------------------ */
+/* Condition callbacks */
 
 /* The six rows of an index or metric table: IPv4 then IPv6; interface, combined, address list. */
 std::vector<xpath_list_type_t> six_rows(const char *leaf)

@@ -34,9 +34,7 @@ ocni_route_common_data *new_record(HostHarness &h)
     return rec;
 }
 
-/* ------------------------------------------------------------------ */
-/* Names, numbers and texts                                            */
-/* ------------------------------------------------------------------ */
+/* Names, numbers and texts */
 
 TEST(UtilTexts, NumbersAddressesDescriptionsAndLengths)
 {
@@ -128,9 +126,7 @@ TEST(UtilNames, OnlyAKnownInterfaceIsValidAndFailuresGoToTheSystemLog)
                                            "3:\nIM_FIND failed for interface ", "3:\nIM_FIND failed for interface "}));
 }
 
-/* ------------------------------------------------------------------ */
-/* Native paths                                                        */
-/* ------------------------------------------------------------------ */
+/* Native paths */
 
 const std::string k_def = "/router-static/default-vrf/address-family/";
 const std::string k_vrf = "/router-static/vrfs/vrf/address-family/";
@@ -171,9 +167,7 @@ TEST_F(UtilPaths, NextHopTableFitsWhatTheNextHopHolds)
     }
 }
 
-/* ------------------------------------------------------------------ */
-/* Route attributes                                                    */
-/* ------------------------------------------------------------------ */
+/* Route attributes */
 
 TEST_F(HostFixture, RouteAttributesBecomeTheLeavesOfTheEntry)
 {
@@ -203,9 +197,7 @@ TEST_F(HostFixture, RouteAttributesBecomeTheLeavesOfTheEntry)
     }
     EXPECT_EQ(ocni_set_metadata_path(nullptr, h.ctx, h.out), YFW_RC_NO_COMMON_DATA); /* a record, but no entry */
 }
-/* ------------------------------------------------------------------ */
-/* Next-hop checks                                                     */
-/* ------------------------------------------------------------------ */
+/* Next-hop checks */
 
 /* What the checks wrote into the record, as words (a flag other than 0 or 1 shows its value). */
 std::string facts(const ocni_route_common_data &r)
@@ -299,9 +291,7 @@ TEST_F(HostFixture, NextHopsContainerCountsAsRemovedByDeleteOrRemove)
     }
 }
 
-/* ------------------------------------------------------------------ */
-/* Leaf callbacks on a prepared route record                           */
-/* ------------------------------------------------------------------ */
+/* Leaf callbacks on a prepared route record */
 
 /* Native next-hop leaf of a named VRF (the VRF entry keyless, as requests add it): list "if", "ifaddr" or "addr". */
 std::string red_leaf(bool v4, const std::string &list, const std::string &leaf)
@@ -503,9 +493,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
     }
 }
 
-/* ------------------------------------------------------------------ */
-/* Next-hop edits against a stored next hop                            */
-/* ------------------------------------------------------------------ */
+/* Next-hop edits against a stored next hop */
 
 /* One stored next hop of 10.0.0.0/8 (a one-digit length on purpose), then the edit. */
 using NextHopEdits = WalkerFixture;
