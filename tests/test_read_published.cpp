@@ -14,31 +14,17 @@
 #include <cstdlib>
 #include <fstream>
 #include <set>
-#include <iterator>
 #include <string>
+
+#include "cli_fixture.h"
+
+using ocni::test::env;
+using ocni::test::quote;
+using ocni::test::read_file;
 
 namespace {
 
-std::string env(const char *name)
-{
-    const char *v = getenv(name);
-    return v != nullptr ? v : ".";
-}
-
-std::string published_dir() { return env("OCNI_SOURCE_DIR") + "/../shared/openconfig"; }
-std::string read_file(const std::string &path)
-{
-    std::ifstream in(path);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-std::string quote(const std::string &s)
-{
-    std::string out = "'";
-    for (char c : s)
-        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-}
+std::string published_dir() { return env("OCNI_SOURCE_DIR", ".") + "/../shared/openconfig"; }
 
 /* The longest interface the gate takes, with its subinterface. */
 const std::string LONG_IF = "Gi" + std::string(54, 'x') + "0/0/1";
@@ -164,7 +150,7 @@ TEST(PublishedModules, GetAndStateOfEveryNextHopKindValidateAsWholeDocuments)
     char tmpl[] = "/tmp/ocni-published.XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     const std::string dir = tmpl;
-    const std::string cli = quote(env("OCNI_BINARY_DIR") + "/tools/ocni-map") + " --store " + quote(dir + "/store") +
+    const std::string cli = quote(env("OCNI_BINARY_DIR", ".") + "/tools/ocni-map") + " --store " + quote(dir + "/store") +
                             " --yang-dir " + quote(published_dir()) + " ";
     auto run = [&](const std::string &args, std::string &out, std::string &err) {
         const std::string cmd = cli + args + " >" + quote(dir + "/out") + " 2>" + quote(dir + "/err");

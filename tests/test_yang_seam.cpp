@@ -14,6 +14,7 @@
 #include <tuple>
 #include <vector>
 
+#include "cli_fixture.h"
 #include "host/tree.h"
 #include "yang_context.h"
 #include "yang_data.h"
@@ -23,11 +24,7 @@ namespace h = ocni::host;
 
 namespace {
 
-std::string source_dir()
-{
-    const char *s = getenv("OCNI_SOURCE_DIR");
-    return s != nullptr ? s : ".";
-}
+std::string source_dir() { return ocni::test::env("OCNI_SOURCE_DIR", "."); }
 const std::string kPublished = source_dir() + "/../shared/openconfig";
 bool have_published()
 {
@@ -145,11 +142,8 @@ TEST_F(Yang, OpenConfigSubsetAgreesWithThePublishedModulesAndTheExamplesValidate
         const std::string name = f.path().filename(), ext = f.path().extension();
         if (ext != ".json" && ext != ".xml")
             continue;
-        std::ifstream in(f.path());
-        std::stringstream text;
-        text << in.rdbuf();
         y::Tree tree;
-        y::Error pe = parse(published, text.str(), tree, name.rfind("native", 0) == 0);
+        y::Error pe = parse(published, ocni::test::read_file(f.path()), tree, name.rfind("native", 0) == 0);
         const bool bad = name.rfind("invalid", 0) == 0;
         (bad ? invalid : valid)++;
         EXPECT_EQ(bool(pe), bad) << name << ": " << pe.message;
