@@ -41,9 +41,7 @@ bool is_v4(const std::string &prefix)
 /* OpenConfig static entry of a prefix ("10.1.0.0/16") in a network instance. */
 std::string oc_static(const std::string &vrf, const std::string &prefix)
 {
-    return "/network-instances/network-instance[name=" + vrf +
-           "]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=" +
-           prefix + "]";
+    return oc_static_routes(vrf) + "/static[prefix=" + prefix + "]";
 }
 
 std::string oc_nh(const std::string &vrf, const std::string &prefix, const std::string &index)
