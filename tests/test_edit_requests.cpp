@@ -39,14 +39,11 @@ protected:
     {
         h.reset(YFW_REQ_READ_STATE);
         h.set_vrf("default");
-        const std::string st = prefix.empty()
-                                   ? "/network-instances/network-instance[name=default]" + PROTO +
-                                         "/static-routes/static"
-                                   : oc_static("default", prefix);
+        const std::string st = oc_static("default", prefix);
         in_ = build_tree(st + "/config/prefix = " + prefix + "\n" + leaf_lines, OCNI_NS_OC_NI);
-        st_ = tree_find(in_.get(), st.c_str());
-        ASSERT_NE(st_, nullptr);
-        ASSERT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static, st_),
+        const zidl_yfw_datatree *entry = tree_find(in_.get(), st.c_str());
+        ASSERT_NE(entry, nullptr);
+        ASSERT_EQ(h.call(ymap_ox_ocni_openconfiglocalrouting_man_list_lvla_localroutes_staticroutes_static, entry),
                   0u);
         h.reset_output();
     }
@@ -57,7 +54,6 @@ protected:
         return n;
     }
     TreePtr in_;
-    const zidl_yfw_datatree *st_ = nullptr;
 };
 
 /* Names below a node in the order they were added: "name(child child)". */
