@@ -275,14 +275,13 @@ protected:
         store_reset();
         store_scope_each_lookup(true); /* lookups made here, outside a request, read the committed store */
         ASSERT_EQ(_sysdb_bind(&conn, STATIC_ROOT, SYSDB_BIND_MODE_RW), YFW_RC_OK);
-        ASSERT_EQ(_sysdb_bind(&rsi, RSI_ROOT, SYSDB_BIND_MODE_RW), YFW_RC_OK);
     }
     void TearDown() override
     {
         store_scope_each_lookup(false);
         store_reset();
     }
-    sysdb_connid_t conn = nullptr, rsi = nullptr;
+    sysdb_connid_t conn = nullptr;
     std::vector<Listed> items;
     uint32_t count = 0;
 };
