@@ -10,8 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -235,12 +235,7 @@ TEST_F(Gate, ReadsAndTheEditOfOneTransactionSeeNoOtherWriter)
     const char *bin = std::getenv("OCNI_BINARY_DIR");
     ASSERT_NE(bin, nullptr);
     const std::string doc = dir_ + "/other.json";
-    {
-        FILE *f = fopen(doc.c_str(), "w");
-        ASSERT_NE(f, nullptr);
-        fputs(oc_doc("default", oc_route("10.50.0.0/16", oc_hop("1", "192.0.2.5"))).c_str(), f);
-        fclose(f);
-    }
+    std::ofstream(doc) << oc_doc("default", oc_route("10.50.0.0/16", oc_hop("1", "192.0.2.5")));
     pid_t other = -1;
     Outcome o = engine_->in_one_transaction([&]() {
         yang::Tree before;
