@@ -187,11 +187,6 @@ TEST_F(IndexLookup, GeneratedIndexLoadsCliEntriesOrJudgesTheRequest)
                                              : " rejected, as it contains ## at start & end"))),
                   r.outcome == REJECTED);
     }
-    host::NativeNextHop odd = nh("10.5.0.0", 24, "", "10.5.0.1", "");
-    odd.third = "x";
-    seed(odd);
-    clear("10.5.0.0/24");
-    EXPECT_EQ(ocni_do_sysdb_lookup_and_get_tag(h.ctx), 0u); /* no plain next hop, so no tag: the search still succeeds */
 }
 
 /* A stored next hop on an output nothing can be added to: a read or a delete reports the failed addition, a follow-up its refusal. */
