@@ -72,6 +72,7 @@ struct EntryCase {
 void PrintTo(const EntryCase &c, std::ostream *os) { *os << c.name; }
 
 const std::string NID = "/network-instances/network-instance[name=default]";
+const std::string VRD = "/router-static/vrfs/vrf[vrf-name='r]d']/address-family/" + V4.substr(NAT.size());
 const std::string PR = NID + "/protocols/protocol[identifier=STATIC][name=DEFAULT]";
 
 const EntryCase CASES[] = {
@@ -125,13 +126,12 @@ const EntryCase CASES[] = {
      V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.5]/description = \n",
      {ST + "/config/description = "}, {}, {}, {}},
     {"VrfNameWithABracketReads",
-     "/router-static/vrfs/vrf[vrf-name='r]d']/address-family/vrfipv4/vrf-unicast/vrf-prefixes/"
-     "vrf-prefix[prefix=10.3.0.0][prefix-length=16]/vrf-route/vrf-next-hop-table/"
-     "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.3]/metric = 2\n",
+     VRD + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.3]/metric = 2\n" +
+         VRD + "vrf-next-hop-interface-name[interface-name=Gi0/0/0/3.abc]/metric = 1\n",
      {"/network-instances/network-instance[name='r]d']/config/name = r]d",
       "/network-instances/network-instance[name='r]d']/config/type = L3VRF",
-      nh("##192.0.2.3##", oc_static_routes("'r]d'") + "/static[prefix=10.3.0.0/16]") + "/config/metric = 2"},
-     {}, {}, {}},
+      nh("##192.0.2.3##", oc_static_routes("'r]d'") + "/static[prefix=10.1.0.0/16]") + "/config/metric = 2"},
+     {}, {}, {"Gi0/0/0/3.abc of 10.1.0.0/16 in network instance r]d left out"}},
     {"TwoNextHopsWithOneIndexStayTwo",
      V4 + "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.5]/index = dup\n" + V4 +
          "vrf-next-hop-next-hop-address[next-hop-address=192.0.2.6]/index = dup\n",
