@@ -107,7 +107,10 @@ def netconf(n, doc):
             try:
                 with server.connect() as m:
                     e = timed(lambda: m.edit_config(target='running', config=f'<config xmlns="{NC}">{doc}</config>'))
-                    g = timed(lambda: m.get_config(source='running'))
+                    reply = []
+                    g = timed(lambda: reply.append(m.get_config(source='running')))
+                    got = reply[0].data_xml.count('<static>')
+                    assert got == n, f'get-config returned {got} routes, not {n}'
             finally:
                 peak = rss_mib(server.proc.pid)
                 server.stop()
