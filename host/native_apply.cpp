@@ -783,8 +783,7 @@ bool NativeConfig::add_vrf(const std::string &vrf, std::vector<std::string> &cha
     return true;
 }
 
-bool NativeConfig::remove_vrf(const std::string &vrf, std::vector<std::string> &changes, std::string &err,
-                              bool with_routes)
+bool NativeConfig::remove_vrf(const std::string &vrf, std::string &err, bool with_routes)
 {
     if (!begin(true, err))
         return false;
@@ -811,7 +810,8 @@ bool NativeConfig::remove_vrf(const std::string &vrf, std::vector<std::string> &
     }
     if (routes > 0) {
         apply_err_.clear();
-        remove_routes_if(&vrf, nullptr, changes);
+        std::vector<std::string> unused; /* a VRF delete reports its count of routes, not each one */
+        remove_routes_if(&vrf, nullptr, unused);
         if (!apply_err_.empty() || !flush(err)) {
             if (err.empty())
                 err = apply_err_;
@@ -822,7 +822,6 @@ bool NativeConfig::remove_vrf(const std::string &vrf, std::vector<std::string> &
         err = "cannot remove VRF " + vrf;
         return false;
     }
-    changes.push_back("delete vrf " + vrf);
     return true;
 }
 

@@ -108,8 +108,7 @@ public:
      * `with_routes`, which removes them in the same transaction.
      */
     bool add_vrf(const std::string &vrf, std::vector<std::string> &changes);
-    bool remove_vrf(const std::string &vrf, std::vector<std::string> &changes, std::string &err,
-                    bool with_routes = false);
+    bool remove_vrf(const std::string &vrf, std::string &err, bool with_routes = false);
 
     /*
      * What the session has written so far, counted route by route against

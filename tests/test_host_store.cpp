@@ -363,6 +363,11 @@ TEST_F(StoreClient, BindRefusalsAndBadArgumentsChangeNothing)
         bad.third = r.third;
         EXPECT_EQ(store_write_next_hop(bad), SYSDB_RC_INVALID_ARG) << r.why;
     }
+    for (const char *vrf : {"", "a/b"}) { /* a VRF name that is no one key component */
+        EXPECT_EQ(store_add_vrf(vrf), SYSDB_RC_INVALID_ARG) << vrf;
+        auto w = store_engine()->begin_write();
+        EXPECT_EQ(store_remove_vrf(*w, vrf), SYSDB_RC_INVALID_ARG) << vrf;
+    }
     EXPECT_EQ(dump(*store_engine()), KV{}) << "a refused write stores nothing";
 }
 

@@ -249,11 +249,10 @@ public:
     Outcome vrf_delete(const std::string &name, bool with_routes, size_t &routes_deleted) override
     {
         routes_deleted = 0;
-        std::vector<std::string> changes;
         std::string err;
         if (!config_.begin(true, err))
             return Outcome::fail(Outcome::kInternal, "store: " + err);
-        bool removed = config_.remove_vrf(name, changes, err, with_routes);
+        bool removed = config_.remove_vrf(name, err, with_routes);
         size_t routes = removed ? config_.counts().routes_deleted : 0;
         Outcome o = vrf_change(removed, err.empty() ? "cannot delete VRF " + name : err);
         if (o.status == Outcome::kOk)
