@@ -199,6 +199,13 @@ TEST_F(TreeOps, KeyedEntriesAreAddedAndFoundWithoutScanningSiblings)
         ASSERT_STREQ(e->children[0].value, prefix);
     }
     EXPECT_LT(tree_sibling_visits() - before, uint64_t(40) * n);
+    /* A rewritten key leaf moves its entry in the index; a cleared leaf holds no value. */
+    zidl_yfw_datatree *e = node_find_entry(routes, "static", {{"prefix", "10.0.0.0/24"}});
+    ASSERT_TRUE(node_set_value(node_child(e, "prefix"), "10.99.0.0/24"));
+    EXPECT_EQ(node_find_entry(routes, "static", {{"prefix", "10.0.0.0/24"}}), nullptr);
+    EXPECT_EQ(node_find_entry(routes, "static", {{"prefix", "10.99.0.0/24"}}), e);
+    ASSERT_TRUE(node_set_value(node_child(node_child(e, "config"), "prefix"), nullptr));
+    EXPECT_EQ(tree_lines(e).back(), "/config/prefix");
 }
 
 } // namespace
