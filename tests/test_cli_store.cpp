@@ -242,19 +242,6 @@ TEST_F(Cli, StoreWriteFailureNamesItsCause)
 
 /* Concurrent processes */
 
-TEST_F(Cli, ConcurrentWritersLoseNothing)
-{
-    ASSERT_EQ(run("vrf list").status, 0);
-    const int WRITERS = 8;
-    for (int i = 1; i <= WRITERS; ++i)
-        start("edit -", oc_doc("default", oc_route("10.0.0.0/24", oc_hop(std::to_string(i), "192.0.2." + std::to_string(i)))));
-    for (int st : wait_all())
-        EXPECT_EQ(st, 0);
-    Outcome n = run("native");
-    for (int i = 1; i <= WRITERS; ++i)
-        EXPECT_NE(n.out.find("\"192.0.2." + std::to_string(i) + "\""), std::string::npos) << i << "\n" << n.out;
-}
-
 TEST_F(Cli, VrfDeleteRacingAnEditLeavesNoRouteInADeletedVrf)
 {
     for (int round = 0; round < 4; ++round) {
