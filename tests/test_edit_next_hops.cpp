@@ -1,10 +1,7 @@
 /*
- * OpenConfig static-route edits mapped to native next hops. The host walks
- * each edit as the framework does (schema order, one callback per node)
- * against a store seeded through the host's native configuration and its
- * next-hop writer; the tests read back the native configuration, the
- * native output tree with its edit operations, the client message and
- * the result code.
+ * OpenConfig static-route edits mapped to native next hops, walked as the
+ * framework walks them over a seeded store; checked on the native
+ * configuration, the output tree with its operations, message and result.
  */
 #include <gtest/gtest.h>
 

@@ -1,9 +1,6 @@
 /*
- * The host's data trees and the framework operations on them: node
- * handles and child arrays, keyed lookups, xpath operations and
- * stitching, and path placement (yfw_map_datatree_add_path_flagged) with
- * the request state it reads: input list entries, current lists,
- * suppression, key leaves.
+ * The host's data trees: node handles, keyed lookups, xpath operations and
+ * path placement with the request state it reads.
  */
 #include <cstring>
 #include <tuple>

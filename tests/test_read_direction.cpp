@@ -1,9 +1,6 @@
 /*
- * The read direction, callback by callback: operational answers mapped back
- * into OpenConfig state, walked as the framework walks them; the native
- * leaves an OpenConfig read asks for; argument checks of both sides. Native
- * configuration read back, and whole reads through the host, are in
- * test_read_entries.cpp.
+ * The read direction, callback by callback: operational answers mapped into
+ * OpenConfig state, the native leaves a read asks for, argument checks.
  */
 #include <dlfcn.h>
 

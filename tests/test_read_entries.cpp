@@ -1,10 +1,7 @@
 /*
- * Reads of stored native entries: each kind of next hop, prefix and network
- * instance reads back as OpenConfig configuration and, in get --state, as the
- * same leaves in state. Entries the router accepted but OpenConfig finds odd
- * read too: every other route reads unchanged, an entry the model cannot
- * express is left out with a warning naming it, and state lands on the entry
- * its configuration reads back under. A generated index edits its next hop.
+ * Stored native entries of every kind read back as OpenConfig configuration
+ * and state; odd entries the router accepted read too, or are left out with
+ * a warning, and no other route changes. A generated index edits its next hop.
  */
 #include <gtest/gtest.h>
 

@@ -1,9 +1,6 @@
 /*
- * What ocni-map get prints, judged as a NETCONF client that validates would
- * judge it: whole documents against the published OpenConfig modules, with
- * the interfaces they refer to. The store holds every kind of next hop, in
- * both families and both kinds of network instance, and the odd entries a
- * router may hold; the read still succeeds and validates.
+ * What ocni-map get prints for every kind of next hop, validated as whole
+ * documents against the published OpenConfig modules, as a client would.
  */
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,16 +1,7 @@
 /*
- * Host harness for tests: one request with its contexts, an output tree,
- * and the trace lines of both channels.
- *
- * A test resets the harness to a request kind (h.reset), sets what the
- * framework would answer (h.set_vrf, h.logging), calls a callback on a
- * node of an input tree (tree_builder.h) and checks h.out_lines(),
- * h.log_lines(), h.user_msg() and the result code.
- * h.call() does what the framework does before a callback: the node
- * becomes the current input node (error paths name it), the ancestors
- * table and the stack of input list entries follow it. Output lines are
- * sorted "path = value (op)" (see host/tree.h). Members ctx, rc, req and
- * out are the raw framework objects for direct use.
+ * Host harness for tests: one request with its contexts, an output tree and
+ * the trace lines of both channels. h.call() does what the framework does
+ * before a callback: current input node, ancestors, input list stack.
  */
 #ifndef OCNI_TEST_HOST_FIXTURE_H
 #define OCNI_TEST_HOST_FIXTURE_H

@@ -1,15 +1,7 @@
 /*
  * End-to-end fixture: the plug-in loaded from its shared library, the
- * walker, and the native configuration in a fresh in-memory store engine
- * (so the plug-in's store lookups read what edits wrote, through the
- * request's snapshot only).
- *
- *   TEST_F(WalkerFixture, ...) {
- *       EditOutcome r = edit(R"(
- *           /network-instances/network-instance[name=default]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes/static[prefix=10.0.0.0/24]/next-hops/next-hop[index=1]/config/next-hop = 10.0.0.1
- *       )");
- *       EXPECT_EQ(native(), (Lines{...}));
- *   }
+ * walker, and the native configuration in a fresh in-memory store engine.
+ * Edits are given as "path = value (op)" lines (tree_builder.h).
  */
 #ifndef OCNI_TEST_WALKER_FIXTURE_H
 #define OCNI_TEST_WALKER_FIXTURE_H
