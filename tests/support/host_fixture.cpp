@@ -71,11 +71,6 @@ cerrno HostHarness::call(ContainerCb cb, const zidl_yfw_datatree *in, unsigned i
     return cb(ctx, in, subtrees, out);
 }
 
-Lines HostHarness::trc_lines() const
-{
-    return map_ctx_trc_sink(ctx)->texts();
-}
-
 Lines HostHarness::log_lines() const
 {
     return merged_texts({map_ctx_err_sink(ctx), map_ctx_trc_sink(ctx)});

@@ -46,8 +46,7 @@ public:
     /* Only the framework steps of call(): current input, ancestors, input list stack. */
     void enter(const zidl_yfw_datatree *in) { ocni::host::req_enter_input(rc, in); }
 
-    /* Trace lines: trace log, both logs in order, lightweight trace. */
-    Lines trc_lines() const;
+    /* Trace lines: both logs in order, lightweight trace. */
     Lines log_lines() const;
     Lines ltrace_lines() const;
     void clear_traces();
