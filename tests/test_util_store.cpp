@@ -98,11 +98,11 @@ TEST_F(IndexLookup, RefusalsBeforeTheStore)
     EXPECT_EQ(lookup(std::string(128, 'x')), SYSDB_RC_NOT_FOUND); /* 128 characters go on to the store */
     EXPECT_FALSE(log_has(input_error));
 
-    /* Prefix texts: the longest address text (45 characters) reaches its route; no address never does. */
+    /* Prefix texts: an address text is cut at 45 characters, as address buffers cut; no address never matches. */
     host::NativeNextHop v6 = nh("2001:db8::ffff:ffff", 128, "", "2001:db8::1", "7");
     v6.ipv4 = false;
     seed(v6);
-    route("2001:0db8:0000:0000:0000:0000:255.255.255.255/128", false);
+    route("2001:0db8:0000:0000:0000:0000:255.255.255.2559/128", false);
     EXPECT_EQ(lookup("7"), YFW_RC_OK);
     route("300.0.0.0/24");
     EXPECT_EQ(lookup("1"), OCNI_RC_ALL_ONES);
