@@ -195,8 +195,8 @@ TEST_F(Cli, RoutesOfAnOlderStoreReadFilterAndDelete)
         EXPECT_NE(after.find("192.0.2.6"), std::string::npos) << "the default VRF's route stays";
     }
     /* A VRF name and a prefix with host bits the gate refuses: filters find them by meaning. */
-    seed_older("x/y", "10.26.1.1", "24");
-    for (const char *filter : {"--vrf x/y", "--prefix 10.26.1.0/24", "--vrf x/y --prefix 10.26.1.1/24"}) {
+    seed_older("x/y", "15.26.1.1", "4"); /* host bits from the first byte on */
+    for (const char *filter : {"--vrf x/y", "--prefix 0.0.0.0/4", "--vrf x/y --prefix 15.26.1.1/4"}) {
         Outcome o = run(std::string("get ") + filter);
         EXPECT_EQ(o.status, 0) << filter << ": " << o.err;
         EXPECT_NE(o.out.find("192.0.2.5"), std::string::npos) << filter << ":\n" << o.out;
