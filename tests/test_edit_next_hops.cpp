@@ -35,12 +35,6 @@ bool is_v4(const std::string &prefix)
     return prefix.find(':') == std::string::npos;
 }
 
-/* OpenConfig static entry of a prefix ("10.1.0.0/16") in a network instance. */
-std::string oc_static(const std::string &vrf, const std::string &prefix)
-{
-    return oc_static_routes(vrf) + "/static[prefix=" + prefix + "]";
-}
-
 std::string oc_nh(const std::string &vrf, const std::string &prefix, const std::string &index)
 {
     return oc_static(vrf, prefix) + "/next-hops/next-hop[index=" + index + "]";

@@ -13,6 +13,7 @@
 
 #include "host_fixture.h"
 #include "tree_builder.h"
+#include "walker_fixture.h"
 
 #include "ymap_ocni_openconfig_local_routing_man.h"
 
@@ -20,14 +21,6 @@ using namespace ocni::host;
 using namespace ocni::test;
 
 namespace {
-
-const std::string PROTO = "/protocols/protocol[identifier=STATIC][name=DEFAULT]";
-
-std::string oc_static(const std::string &vrf, const std::string &prefix)
-{
-    return "/network-instances/network-instance[name=" + vrf + "]" + PROTO +
-           "/static-routes/static[prefix=" + prefix + "]";
-}
 
 /* State reads */
 

@@ -23,6 +23,11 @@ std::string oc_static_routes(const std::string &vrf)
            "]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes";
 }
 
+std::string oc_static(const std::string &vrf, const std::string &prefix)
+{
+    return oc_static_routes(vrf) + "/static[prefix=" + prefix + "]";
+}
+
 void WalkerFixture::SetUp()
 {
     store_reset();

@@ -23,6 +23,8 @@ std::string plugin_library_path();
 
 /* "/network-instances/network-instance[name=VRF]/protocols/protocol[identifier=STATIC][name=DEFAULT]/static-routes" */
 std::string oc_static_routes(const std::string &vrf);
+/* Its static entry of a prefix ("10.1.0.0/16"). */
+std::string oc_static(const std::string &vrf, const std::string &prefix);
 
 /* Every key of the committed store with its value, raw, in store order. */
 std::vector<std::string> stored_keys_and_values();
