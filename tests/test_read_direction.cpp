@@ -168,8 +168,10 @@ protected:
 TEST_P(StateRead, EmptyValues)
 {
     walk(RT + "/static-routes-state/set-tag = \n" + RT + "/static-routes-state/description = \n" + NH + "/interface-ref/state/interface = \n" +
-         NH + "/interface-ref/state/subinterface = \n" + NH + "/enable-bfd/state/enabled = \n" + NH + "/state/metric\n");
-    EXPECT_EQ(h.out_lines(), expect({OC + "/state/description = ", OC + "/state/set-tag = ", OC_NH + "/state/metric"}));
+         NH + "/interface-ref/state/subinterface = \n" + NH + "/enable-bfd/state/enabled = \n" + NH + "/state/metric\n" +
+         RT + "/next-hops/next-hop[index=eth0_2]/interface-ref/state/subinterface = 5x\n"); /* not a number: left out */
+    EXPECT_EQ(h.out_lines(), expect({OC + "/state/description = ", OC + "/state/set-tag = ", OC_NH + "/state/metric",
+                                     OC + "/next-hops/next-hop[index=eth0/2]"}));
     EXPECT_EQ(failed, "");
 }
 
