@@ -119,6 +119,9 @@ TEST_F(InitRetry, EveryStoreUserFailsUntilTheLibraryAppears)
     EXPECT_STREQ(rec->native_interface, "Gi0");
     EXPECT_EQ(get_tag(h.ctx), 0u);
     EXPECT_STREQ(rec->set_tag, "1"); /* a stored tag of 1 is a tag too */
+    char no_address[] = "300.0.0.0/24";
+    rec->prefix = no_address;
+    EXPECT_EQ(get_tag(h.ctx), OCNI_RC_ALL_ONES);
 }
 
 } // namespace
