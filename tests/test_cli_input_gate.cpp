@@ -1,8 +1,6 @@
 /*
- * What the command line lets into the store: documents read as ocni-map
- * reads them and applied through its engine on a scratch store. Every row
- * checks the outcome, and that a refusal left the store as it was or that
- * an accepted edit still reads back (native, get, get --state).
+ * What the command line lets into the store, applied through its engine: a
+ * refusal leaves the store as it was, an accepted edit still reads back.
  */
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>

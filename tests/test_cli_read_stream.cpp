@@ -1,8 +1,6 @@
 /*
- * Streamed reads: the document printed a batch of routes at a time is the
- * one printing the whole tree gives, wherever batch boundaries fall, and
- * the trees alive during a streamed read stay those of one batch. Edits
- * walked a part at a time store what the whole edit stores.
+ * Streamed reads print what the whole tree prints and hold one batch of
+ * trees; edits walked in parts store what the whole edit stores.
  */
 #include <gtest/gtest.h>
 

@@ -1,7 +1,6 @@
 /*
- * The store on disk as ocni-map meets it: stores of other programs, older
- * formats or damaged files, a store it may not write or that cannot grow,
- * and several ocni-map processes at once.
+ * The store on disk as ocni-map meets it: other programs' stores, older
+ * formats, damage, no write access, no room, other processes at once.
  */
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,8 +1,6 @@
 /*
- * The callback frame every callback runs: context assertion, start and end
- * lines on the channels switched on, the bad-arguments path, the
- * lightweight trace's sequence numbers and line cut, and the read-path rule
- * on the request descriptor's selection markers.
+ * The frame every callback runs: context assertion, start and end lines,
+ * argument refusals, the lightweight trace, and the read-path rule.
  */
 #define OCNI_SRC_FILE "tests/test_frame"
 #include <dlfcn.h>

@@ -1,8 +1,6 @@
 /*
- * Platform services of the reference host: address conversions, tagged
- * allocation, bounded strings, debug log and lightweight trace, system
- * log, interface manager, and the small framework operations (names, last
- * token, trim path, request state, error path, list lookup).
+ * Platform services of the reference host: addresses, bounded strings,
+ * traces, and the small framework operations with their argument checks.
  */
 #include <cstring>
 #include <functional>

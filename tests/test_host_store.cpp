@@ -1,8 +1,6 @@
 /*
- * The configuration store: both engines' transaction contract (snapshots,
- * one writer, all or nothing, ordered scans), the persistent engine across
- * restarts and kills, the sysdb client the plug-in's lookups use, packed
- * tuples, and the native next-hop layout those lookups read.
+ * The configuration store: the engines' transaction contract, restarts and
+ * kills, the store client the plug-in's lookups use, tuples, the layout.
  */
 #include <gtest/gtest.h>
 #include <signal.h>

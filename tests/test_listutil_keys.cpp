@@ -1,8 +1,6 @@
 /*
- * Keyed list utilities: finding list entries by up to ten keys, creating
- * them with their key leaves, ancestors of the request, key data, the trim
- * path and the current-list pointer; what these and the next-hop checks
- * return for missing arguments and broken trees.
+ * Keyed list utilities: entries found or created by their keys, ancestors,
+ * key data, trim path and current list; missing arguments and broken trees.
  */
 #include <functional>
 #include <string>

@@ -1,8 +1,6 @@
 /*
- * The walker's framework duties, seen from small fake callbacks registered
- * under the plug-in's names: walk order, the subtrees argument and request
- * state around each call (VRF, ancestors, input list stack); and native
- * trees and records an edit cannot apply, refused whole.
+ * The walker's duties seen from fake callbacks under the plug-in's names:
+ * walk order and request state per call; native trees refused whole.
  */
 #include <gtest/gtest.h>
 

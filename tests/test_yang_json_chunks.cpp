@@ -1,7 +1,6 @@
 /*
- * A large JSON edit cut into chunks of static routes: which documents are
- * cut, and that the chunks together hold every route once, under the right
- * keys, with every other node in chunk 0 and the input's line numbers.
+ * A large JSON edit cut into chunks of static routes: every route once,
+ * under its keys, with the input's line numbers.
  */
 #include <gtest/gtest.h>
 

@@ -1,8 +1,6 @@
 /*
- * The YANG seam: the project's modules (every schema node the plug-in
- * names, agreement with the published OpenConfig modules, the examples),
- * which fragments and instance paths are accepted and how refusals read,
- * canonical prefixes, and the conversion to and from framework trees.
+ * The YANG seam: our modules against the published ones, documents and
+ * instance paths accepted or refused, canonical prefixes, host trees.
  */
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>

@@ -1,7 +1,6 @@
 /*
- * ocni-map run as a user runs it, in a scratch directory that holds the
- * store: exit status, standard output and error. Header only: its users
- * are the command-line suites.
+ * ocni-map run as a user runs it, in a scratch directory holding the store:
+ * exit status, standard output and error.
  */
 #ifndef OCNI_TEST_CLI_FIXTURE_H
 #define OCNI_TEST_CLI_FIXTURE_H

@@ -1,9 +1,6 @@
 /*
- * JSON input documents as users write them, built from small parts:
- *
- *   oc_doc("red", oc_route("10.1.0.0/16", oc_hop("1", "192.0.2.1", ",\"metric\":5")))
- *   native_doc("default", 4, native_prefix("10.0.0.0", 8, NH_ADDR, R"({"next-hop-address":"192.0.2.1"})"))
- *
+ * JSON input documents as users write them, built from small parts, e.g.
+ * oc_doc("red", oc_route("10.1.0.0/16", oc_hop("1", "192.0.2.1"))).
  * `config` and `rest` arguments are JSON members with a leading comma.
  */
 #ifndef OCNI_TEST_DOCS_H

@@ -1,8 +1,6 @@
 /*
  * The engine ocni-map and the NETCONF server share, on a scratch store:
- * documents applied as the command line applies them, and the native
- * configuration and the reads that must keep working afterwards.
- * Header only: its users link the YANG seam (test_cli_* suites).
+ * documents applied as the command line applies them, and the reads after.
  */
 #ifndef OCNI_TEST_ENGINE_FIXTURE_H
 #define OCNI_TEST_ENGINE_FIXTURE_H
