@@ -119,6 +119,13 @@ TEST_F(InitRetry, EveryStoreUserFailsUntilTheLibraryAppears)
     EXPECT_STREQ(rec->native_interface, "Gi0");
     EXPECT_EQ(get_tag(h.ctx), 0u);
     EXPECT_STREQ(rec->set_tag, "1"); /* a stored tag of 1 is a tag too */
+    host::NativeNextHop keyed = n; /* a route whose only next hop has a third key part: no tag, and no failure */
+    keyed.prefix = "10.0.1.0", keyed.third = "k";
+    ASSERT_EQ(host::store_write_next_hop(keyed), 0u);
+    char keyed_route[] = "10.0.1.0/24";
+    rec->prefix = keyed_route, rec->set_tag[0] = '\0';
+    EXPECT_EQ(get_tag(h.ctx), 0u);
+    EXPECT_STREQ(rec->set_tag, "");
     char no_address[] = "300.0.0.0/24";
     rec->prefix = no_address;
     EXPECT_EQ(get_tag(h.ctx), OCNI_RC_ALL_ONES);
