@@ -159,6 +159,7 @@ TEST_F(Conditions, IndexAndMetricRowsFollowTheRequestOrTheStoredEntry)
         std::vector<int> rows;
         int nrows = 6;              /* rows of the framework's table */
         const char *leaf = "index"; /* the condition of this leaf */
+        bool prefix = true;
     } cases[] = {
         {"EditAddressAndInterface", YFW_REQ_EDIT, {true, "10.0.0.2", "Gi1"}, 0, true, {1}},
         {"EditAddress", YFW_REQ_EDIT, {true, "10.0.0.2", nullptr}, 0, true, {2}},
@@ -171,12 +172,16 @@ TEST_F(Conditions, IndexAndMetricRowsFollowTheRequestOrTheStoredEntry)
         {"ReadWholeVrfV6", YFW_REQ_READ_STATE, {false}, 1, false, {3, 4, 5}},
         {"ReadStoredAddressV6", YFW_REQ_READ, {false, nullptr, nullptr, "2001:db8::1", nullptr}, 0, true, {5}},
         {"ReadWholeVrfV6InATableOfThreeRows", YFW_REQ_READ_STATE, {false}, 1, false, {}, 3},
+        {"ReadWholeVrfV6InATableOfSevenRows", YFW_REQ_READ_STATE, {false}, 1, false, {3, 4, 5}, 7},
+        {"ReadV6WithoutPrefixEveryRow", YFW_REQ_READ, {false}, 0, false, {0, 1, 2, 3, 4, 5, 6}, 7, "index", false},
         {"MetricReadWholeVrfV4", YFW_REQ_READ, {true}, 1, false, {0, 1, 2}, 6, "metric"},
     };
     for (const Case &c : cases) {
         ocni_route_common_data *rec = record(c.kind, c.f);
         if (!c.index)
             rec->index = nullptr;
+        if (!c.prefix)
+            rec->prefix = nullptr;
         h.rc->vrf_path_flag = c.vrf_path_flag;
         std::vector<xpath_list_type_t> t = six_rows(c.leaf);
         const auto cond = strcmp(c.leaf, "index") == 0 ? ocni_index_cond_manual_callback : ocni_metric_cond_manual_callback;
