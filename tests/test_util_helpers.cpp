@@ -309,7 +309,7 @@ const std::string OPER_NH = "/network-instances/network-instance/protocols/proto
  * Record facts, space separated: v6, noprefix, idx (index 1), vp (VRF-path
  * flag 1), if (interface Loopback0), sub=S, nh=A (a next hop; "DROP" too),
  * sif=I / saddr=A (the stored entry), ll (LOCAL_LINK), del (the input is a
- * delete), sup (suppression on), nocfg (a read that withholds configuration), norec, bgp (the input lies in a BGP protocol entry).
+ * delete), sup (suppression on), nocfg (a read that withholds configuration), norec, bgp / static (the input lies in a protocol entry of that identifier).
  */
 class LeafCallbacks : public HostFixture {
 protected:
@@ -463,6 +463,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         {"static-routes, read withholding configuration", nullptr, routes, YFW_REQ_READ, "nocfg", nullptr, {}},
         {"next-hops state withholding configuration", nullptr, nexthops, YFW_REQ_READ_STATE, "noprefix nocfg", nullptr,
             {"/ocni/vrfipv4" + OPER_NH, "/ocni/vrfipv6" + OPER_NH}},
+        {"static-routes of the STATIC protocol, read", nullptr, routes, YFW_REQ_READ, "static", nullptr, {"/router-static (none)"}},
         {"static-routes of another protocol, read", nullptr, routes, YFW_REQ_READ, "bgp", nullptr, {}, YFW_RC_NOT_APPLICABLE},
         {"static-routes of another protocol, deleted", nullptr, routes, YFW_REQ_EDIT, "bgp del", nullptr, {}, YFW_RC_NOT_APPLICABLE},
         {"index without a route record", index, statics, YFW_REQ_READ, "norec", "1", {}},
@@ -476,8 +477,9 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
         AllocWatch watch; /* nothing the callbacks allocate outlives the request */
         prepare(r.kind, r.facts);
         const std::string facts = r.facts;
-        const std::string at = (facts.find("bgp") != std::string::npos ? "/network-instances/network-instance[name=red]/protocols/"
-                                                                          "protocol[identifier=BGP][name=x]/leaf" : "/leaf");
+        const std::string proto = facts.find("bgp") != std::string::npos ? "BGP" : facts.find("static") != std::string::npos ? "STATIC" : "";
+        const std::string at = proto.empty() ? "/leaf" : "/network-instances/network-instance[name=red]/protocols/protocol[identifier="
+                                                        + proto + "][name=x]/leaf";
         TreePtr in = build_tree(at + (r.value ? " = "s + r.value : ""s) + (facts.find("del") != std::string::npos ? " (delete)" : ""),
                                 OCNI_NS_OC_NI);
         const zidl_yfw_datatree *n = host::tree_find(in.get(), at.c_str());
