@@ -408,6 +408,7 @@ TEST_F(LeafCallbacks, WriteOrRequestTheNativeLeavesTheRecordCallsFor)
          "Invalid request to get path"},
         {"tag set with neither interface nor next hop", tag, statics, YFW_REQ_EDIT, "", "5", {}, YFW_RC_INVALID_REQUEST,
          "Invalid request to get path"},
+        {"interface set with a dot in its name", interface, statics, YFW_REQ_EDIT, "if", "Gi0.5", {}, YFW_RC_INVALID_REQUEST, "Invalid request"},
         {"subinterface without interface", subinterface, statics, YFW_REQ_EDIT, "", "5", {}, YFW_RC_INVALID_REQUEST,
          "Invalid request"},
         {"next hop, whole VRF", nexthop, statics, YFW_REQ_READ, "vp", "10.0.0.1",
