@@ -346,6 +346,9 @@ TEST_F(StoreClient, BindRefusalsAndBadArgumentsChangeNothing)
     for (cerrno rc : {sysdb_find_data(nullptr, "x", "", SYSDB_FIND_LIST, &count, &list), sysdb_find_data(conn, nullptr, "", SYSDB_FIND_LIST, &count, &list),
                       sysdb_datalist(nullptr, "x", "", &count, &list, 0), sysdb_datalist(conn, nullptr, "", &count, &list, 0), sysdb_datalist_next(nullptr, nullptr, nullptr, nullptr)})
         EXPECT_EQ(rc, SYSDB_RC_INVALID_ARG) << "a missing argument is refused";
+    list = reinterpret_cast<sysdb_datalist_t *>(&count); /* a refusal hands back no list, whatever the pointer held */
+    EXPECT_EQ(sysdb_datalist(conn, nullptr, "", &count, &list, 0), SYSDB_RC_INVALID_ARG);
+    EXPECT_EQ(list, nullptr);
     sysdb_datalist_free(nullptr);
     struct Row {
         const char *why, *prefix, *address, *interface, *third;
