@@ -176,6 +176,9 @@ TEST_F(ListUtil, MissingArgumentsAndBrokenTreesGiveTheirCodes)
         {"search: eleven keys", [&] { return ni_static_yfw_map_search_list_multi_keys(h.ctx, T, &r, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},
         {"module search: eleven keys", [&] { return ni_static_yfw_map_search_subtree_list_multi_keys(h.ctx, T, &r, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},
         {"find or add: eleven keys", [&] { return ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, T, &r, nullptr, PROTO_LIST, 11, k11, k11, NS); }, NOMEM},
+        {"find or add: its path refused by the allocator", [&] {
+             alloc_fail_nth(OCNI_TAG_SEARCH, 1); /* spent by that one allocation */
+             return ni_static_yfw_map_search_or_add_subtree_list_multi_keys(h.ctx, h.out, &r, nullptr, PROTO_LIST, 2, v2, k2, NS); }, NOMEM},
         {"one-key search: not found", [&] { return ni_static_yfw_map_search_subtree_list(h.ctx, T, &r, PROTO_LIST, "blue", "name", NS); }, FAIL},
         {"one-key search: key leaf of another module", [&] { return ni_static_yfw_map_search_subtree_list(h.ctx, T, &r, PROTO_LIST, "core", "name", NS); }, OK},
         {"one-key search: entry of another module", [&] { return ni_static_yfw_map_search_subtree_list(h.ctx, T, &r, PROTO_LIST, "extra", "name", NS); }, NOMEM},
